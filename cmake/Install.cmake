@@ -1,0 +1,30 @@
+# Headers go below include/handheld/, so that `#include "power/PowerManager.h"` reads the same in
+# the tree and when installed.
+include(CMakePackageConfigHelpers)
+
+set(HANDHELD_INCLUDE_DIR ${CMAKE_INSTALL_INCLUDEDIR}/handheld)
+set(HANDHELD_CONFIG_DIR ${CMAKE_INSTALL_LIBDIR}/cmake/handheld)
+
+set(exported handheld)
+if(TARGET gui)
+  list(APPEND exported gui)
+  install(DIRECTORY gui DESTINATION ${HANDHELD_INCLUDE_DIR} FILES_MATCHING PATTERN "*.h")
+endif()
+install(DIRECTORY src/ DESTINATION ${HANDHELD_INCLUDE_DIR} FILES_MATCHING PATTERN "*.h")
+install(TARGETS ${exported} EXPORT handheldTargets INCLUDES DESTINATION ${HANDHELD_INCLUDE_DIR})
+install(EXPORT handheldTargets NAMESPACE handheld:: DESTINATION ${HANDHELD_CONFIG_DIR})
+
+configure_package_config_file(
+  cmake/handheldConfig.cmake.in ${PROJECT_BINARY_DIR}/handheldConfig.cmake
+  INSTALL_DESTINATION ${HANDHELD_CONFIG_DIR})
+write_basic_package_version_file(${PROJECT_BINARY_DIR}/handheldConfigVersion.cmake
+                                 COMPATIBILITY SameMinorVersion)
+install(FILES ${PROJECT_BINARY_DIR}/handheldConfig.cmake
+              ${PROJECT_BINARY_DIR}/handheldConfigVersion.cmake
+        DESTINATION ${HANDHELD_CONFIG_DIR})
+
+foreach(target terminal_sim terminal-sim)
+  if(TARGET ${target})
+    install(TARGETS ${target})
+  endif()
+endforeach()

@@ -1,0 +1,16 @@
+#include "foundation/Cond.h"
+
+#include "foundation/Deadline.h"
+
+Cond::~Cond() {
+    unlock();
+    pthread_mutex_destroy(&mutex);
+    pthread_cond_destroy(&condition);
+}
+
+bool Cond::wait() { return pthread_cond_wait(&condition, &mutex) == 0; }
+
+bool Cond::wait(int timeoutMs) {
+    const timespec deadline = foundation::deadlineAfter(timeoutMs);
+    return pthread_cond_timedwait(&condition, &mutex, &deadline) == 0;
+}

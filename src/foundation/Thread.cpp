@@ -1,0 +1,156 @@
+#include "foundation/Thread.h"
+
+#include <csignal>
+#include <ctime>
+
+#include "foundation/Mutex.h"
+
+namespace {
+
+using Guard = LockGuard<Cond>;
+
+constexpr size_t StackSize = 0x80000;
+constexpr int StopStepMs = 100;
+
+}  // namespace
+
+void Thread::run() {}
+
+bool Thread::start() {
+    Guard held(guard);
+    if (handle != 0)
+        return false;
+    stopped = false;
+    stopRequestedFlag = false;
+    ++startRound;
+    pthread_attr_t attributes;
+    pthread_attr_init(&attributes);
+    pthread_attr_setstacksize(&attributes, StackSize);
+    const int result = pthread_create(&handle, &attributes, threadRun, this);
+    pthread_attr_destroy(&attributes);
+    if (result != 0)
+        handle = 0;
+    return result == 0;
+}
+
+bool Thread::stop(int timeoutMs, bool interrupt) {
+    Guard held(guard);
+    awaitJoin();
+    if (handle == 0)
+        return false;
+    if (stopped)
+        return join(handle);
+    stopRequestedFlag = true;
+    if (pthread_equal(handle, pthread_self()))
+        return false;
+    if (interrupt)
+        pthread_kill(handle, SIGUSR1);
+
+    const unsigned round = startRound;
+    for (int elapsed = 0; elapsed < timeoutMs && !stopped;) {
+        elapsed += StopStepMs;
+        {
+            LockPause<Cond> pause(guard);
+            sleep(StopStepMs);
+        }
+        awaitJoin();
+        if (handle == 0 || round != startRound)
+            return true;
+    }
+    stopRequestedFlag = false;
+    if (stopped)
+        return join(handle);
+    return cancelAndJoin(true);
+}
+
+bool Thread::terminate() {
+    Guard held(guard);
+    awaitJoin();
+    if (handle == 0 || pthread_equal(handle, pthread_self()))
+        return false;
+    return cancelAndJoin(false);
+}
+
+/// Waits for a join that another thread has claimed. The signal of a finished join wakes one waiter;
+/// each hands it on to the next.
+void Thread::awaitJoin() {
+    while (joining)
+        guard.wait();
+    guard.signal();
+}
+
+/// Joins outside the guard, then releases the handle. The caller holds the guard, before and after.
+bool Thread::join(pthread_t worker) {
+    joining = true;
+    guard.unlock();
+    int oldState = 0;
+    pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, &oldState);  // a claimed join is carried through
+    pthread_join(worker, nullptr);
+    guard.lock();
+    handle = 0;
+    joining = false;
+    guard.signal();
+    pthread_setcancelstate(oldState, nullptr);
+    return true;
+}
+
+bool Thread::cancelAndJoin(bool abandonOnFailure) {
+    if (pthread_cancel(handle) == 0)
+        return join(handle);
+    if (abandonOnFailure)
+        handle = 0;
+    return false;
+}
+
+bool Thread::interrupt() {
+    Guard held(guard);
+    if (handle == 0)
+        return false;
+    if (!joining)
+        pthread_kill(handle, SIGUSR1);
+    return true;
+}
+
+void Thread::requestStop() {
+    Guard held(guard);
+    if (handle != 0)
+        stopRequestedFlag = true;
+}
+
+bool Thread::stopRequested() {
+    Guard held(guard);
+    return stopRequestedFlag;
+}
+
+void Thread::reportStopped() {
+    Guard held(guard);
+    stopped = true;
+    stopRequestedFlag = false;
+}
+
+bool Thread::sleep(int ms) {
+    const timespec interval{ms / 1000, (ms % 1000) * 1'000'000L};
+    return nanosleep(&interval, nullptr) == 0;
+}
+
+void Thread::signalHandler(int) {}
+
+void* Thread::threadRun(void* thread) {
+    sigset_t interruption;
+    sigemptyset(&interruption);
+    sigaddset(&interruption, SIGUSR1);
+    pthread_sigmask(SIG_UNBLOCK, &interruption, nullptr);
+
+    struct sigaction action {};
+    action.sa_handler = signalHandler;
+    sigemptyset(&action.sa_mask);
+    sigaction(SIGUSR1, &action, nullptr);  // no SA_RESTART: blocking calls end with EINTR
+
+    pthread_setcancelstate(PTHREAD_CANCEL_ENABLE, nullptr);
+    pthread_setcanceltype(PTHREAD_CANCEL_DEFERRED, nullptr);
+
+    auto* const worker = static_cast<Thread*>(thread);
+    worker->run();
+    worker->reportStopped();
+    pthread_exit(nullptr);
+}
