@@ -4,9 +4,9 @@
 
 /// A condition variable together with the lock that guards its condition.
 ///
-/// Any number of threads may wait; signal() wakes one of them. A signal that must not be lost is sent
-/// between lock() and unlock(). Waiting is a cancellation point; a cancelled waiter holds the lock
-/// again while it unwinds, so the wait belongs inside a LockGuard.
+/// Any number of threads may wait; signal() wakes one of them. A signal that must not be lost is
+/// sent between lock() and unlock(). Waiting is a cancellation point; a cancelled waiter holds the
+/// lock again while it unwinds, so the wait belongs inside a LockGuard.
 class Cond {
 public:
     Cond() = default;

@@ -27,7 +27,7 @@ private:
     pthread_mutex_t mutex = PTHREAD_MUTEX_INITIALIZER;
 };
 
-/// Holds a lock (Mutex or Cond) for the length of a scope, also when the scope ends by cancellation.
+/// Holds a lock (Mutex or Cond) for the length of a scope, also one that ends by cancellation.
 template <class Lock> class LockGuard {
 public:
     explicit LockGuard(Lock& lockToHold) : held(lockToHold) { held.lock(); }

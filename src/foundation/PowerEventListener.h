@@ -9,8 +9,8 @@ public:
     /// Does what the change needs. False vetoes it: the state stays, listeners further on are not
     /// asked, those already asked are not told.
     ///
-    /// Runs on whichever thread changes the power state, with the broadcaster's lock held and possibly
-    /// the power manager's idle lock: it must not add or remove listeners, nor call
+    /// Runs on whichever thread changes the power state, with the broadcaster's lock held and
+    /// possibly the power manager's idle lock: it must not add or remove listeners, nor call
     /// PowerManager::getCurrentState(), getIdleDuration(), enableTransitions() or kickIdle().
     virtual bool powerStateChange(PowerState from, PowerState to) = 0;
 

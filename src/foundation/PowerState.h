@@ -9,5 +9,5 @@ enum PowerState : int {
     POWER_DISPLAY_OFF = 3,  ///< display, LEDs and keyboard light off
     POWER_ALARM_WAKE = 4,   ///< woken from suspend by the clock's alarm; the display stays off
     POWER_SUSPEND = 5,      ///< suspended to RAM
-    POWER_SHUTDOWN = 6      ///< everything off; also the state before the power manager's initialize()
+    POWER_SHUTDOWN = 6      ///< everything off; also the state before PowerManager::initialize()
 };

@@ -2,8 +2,8 @@
 
 #include "foundation/Cond.h"
 
-/// An event signal for one waiting thread. It keeps no count: a post() that finds no waiter is lost,
-/// so a waiter always gives a time-out and looks at its own condition again.
+/// An event signal for one waiting thread. It keeps no count: a post() that finds no waiter is
+/// lost, so a waiter always gives a time-out and looks at its own condition again.
 class Semaphore {
 public:
     Semaphore() = default;

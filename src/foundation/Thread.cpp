@@ -71,8 +71,8 @@ bool Thread::terminate() {
     return cancelAndJoin(false);
 }
 
-/// Waits for a join that another thread has claimed. The signal of a finished join wakes one waiter;
-/// each hands it on to the next.
+/// Waits for a join that another thread has claimed. The signal of a finished join wakes one
+/// waiter; each hands it on to the next.
 void Thread::awaitJoin() {
     while (joining)
         guard.wait();
