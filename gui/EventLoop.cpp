@@ -23,8 +23,8 @@ void TimerQueue::stop(GuiTimer* timer) {
         if (firing != timer)
             return;
     }
-    // A callback runs under the library's lock: who gets the lock has seen the callback's end, unless
-    // it is the callback itself.
+    // A callback runs under the library's lock: who gets the lock has seen the callback's end,
+    // unless it is the callback itself.
     LibraryGuard callbackEnded;
 }
 
@@ -32,15 +32,15 @@ int TimerQueue::timeUntilNext() {
     std::lock_guard<std::mutex> held(mutex);
     if (running.empty())
         return -1;
-    const auto next = std::min_element(running.begin(), running.end(),
-        [](const auto& a, const auto& b) { return a.second.due < b.second.due; });
+    const auto next =
+        std::min_element(running.begin(), running.end(),
+                         [](const auto& a, const auto& b) { return a.second.due < b.second.due; });
     return static_cast<int>(std::max(next->second.due - s_gettimeofday(), 0LL));
 }
 
 void TimerQueue::fireDue() {
     const long long now = s_gettimeofday();
-    while (fireNext(now)) {
-    }
+    while (fireNext(now)) {}
 }
 
 bool TimerQueue::fireNext(long long now) {
@@ -48,8 +48,10 @@ bool TimerQueue::fireNext(long long now) {
     GuiTimer* timer = nullptr;
     {
         std::lock_guard<std::mutex> held(mutex);
-        const auto next = std::min_element(running.begin(), running.end(),
-            [](const auto& a, const auto& b) { return a.second.due < b.second.due; });
+        const auto next =
+            std::min_element(running.begin(), running.end(), [](const auto& a, const auto& b) {
+                return a.second.due < b.second.due;
+            });
         if (next == running.end() || next->second.due > now)
             return false;
         Schedule& schedule = next->second;
@@ -77,8 +79,7 @@ void EventLoop::run() {
         pollfd sources[] = {{wakeDescriptor, POLLIN, 0}, {keypad.descriptor(), POLLIN, 0}};
         ::poll(sources, 2, timers.timeUntilNext());
         uint64_t wakes = 0;
-        while (::read(wakeDescriptor, &wakes, sizeof wakes) > 0) {
-        }
+        while (::read(wakeDescriptor, &wakes, sizeof wakes) > 0) {}
         if (sources[1].revents != 0)
             keypad.readKeys();
         for (KeyEvent event{}; !quitRequested && nextKey(event);)
@@ -152,8 +153,8 @@ void EventLoop::removeWindow(unsigned long serial) {
 
 void EventLoop::broadcast(int code, void* data) {
     LibraryGuard library;
-    // Looked up anew after each call, which may have created and destroyed windows. A window created
-    // meanwhile is not told.
+    // Looked up anew after each call, which may have created and destroyed windows. A window
+    // created meanwhile is not told.
     const unsigned long newest = lastSerial;
     for (auto window = windows.begin(); window != windows.end() && window->first <= newest;) {
         const unsigned long serial = window->first;

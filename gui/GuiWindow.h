@@ -6,8 +6,8 @@
 /// A window: receives keys while it is the newest one, its own timers, and every system event.
 ///
 /// Callbacks run under the library's lock, on the event thread; system events on the thread that
-/// broadcasts them. Windows are created and destroyed inside callbacks, before run(), or by a thread
-/// that holds the lock, so that no callback meets a half-made one.
+/// broadcasts them. Windows are created and destroyed inside callbacks, before run(), or by a
+/// thread that holds the lock, so that no callback meets a half-made one.
 class GuiWindow {
 public:
     /// `style` is the closed library's choice of frame and font. Nothing is drawn here.
@@ -38,6 +38,6 @@ public:
 private:
     class Timer;
 
-    unsigned long serial;                         // in order of creation
+    unsigned long serial;                          // in order of creation
     std::map<int, std::unique_ptr<Timer>> timers;  // guarded by the library's lock
 };

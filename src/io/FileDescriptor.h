@@ -1,0 +1,43 @@
+#pragma once
+
+#include <unistd.h>
+
+#include "io/NoCancellation.h"
+
+namespace io {
+
+/// Owns a descriptor of the system and closes it, also when the owning worker is cancelled.
+class FileDescriptor {
+public:
+    explicit FileDescriptor(int ownedDescriptor = -1) : descriptor(ownedDescriptor) {}
+    FileDescriptor(FileDescriptor&& other) noexcept : descriptor(other.release()) {}
+    FileDescriptor& operator=(FileDescriptor&& other) noexcept {
+        reset(other.release());
+        return *this;
+    }
+    ~FileDescriptor() { reset(); }
+
+    int get() const { return descriptor; }
+    bool isOpen() const { return descriptor >= 0; }
+
+    /// Gives the descriptor away: the caller closes it.
+    int release() {
+        const int released = descriptor;
+        descriptor = -1;
+        return released;
+    }
+
+    /// Closes what is owned and owns `newDescriptor` instead.
+    void reset(int newDescriptor = -1) {
+        if (isOpen()) {
+            NoCancellation scope;
+            ::close(descriptor);
+        }
+        descriptor = newDescriptor;
+    }
+
+private:
+    int descriptor;
+};
+
+}  // namespace io

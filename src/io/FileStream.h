@@ -1,0 +1,20 @@
+#pragma once
+
+#include <cstdio>
+#include <memory>
+
+#include "io/NoCancellation.h"
+
+namespace io {
+
+struct FileCloser {
+    void operator()(FILE* stream) const {
+        NoCancellation scope;
+        std::fclose(stream);
+    }
+};
+
+/// Owns a stdio stream and closes it, also when the owning worker is cancelled.
+using FileStream = std::unique_ptr<FILE, FileCloser>;
+
+}  // namespace io

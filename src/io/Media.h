@@ -1,0 +1,61 @@
+#pragma once
+
+#include <atomic>
+
+#include "foundation/Mutex.h"
+
+/// The mount bookkeeping of removable media. A card is kept mounted read-only except while somebody
+/// writes to it, so that pulling it out or losing power leaves a clean file system.
+///
+/// Any thread asks before it opens a file (mountMedia) and tells after it has closed it
+/// (unmountMedia); the power manager disables mounting and unmounts everything before the terminal
+/// suspends or shuts down. No operation blocks longer than the system's mount calls.
+class Media {
+public:
+    struct Entry {
+        char mountPoint[32];
+        char device[32];
+        char fsType[16];
+        int mode;  ///< 1: read-only unless written; 0: unmounted while still read; -1: end of table
+        std::atomic<int> readers;
+        std::atomic<int> writers;
+    };
+
+    /// What getMediaState() finds: any mount option but "ro" and "rw" is Unknown, as is everything
+    /// when the mounts cannot be read.
+    enum State : int { Unknown = -1, NotMounted = 0, ReadOnly = 1, ReadWrite = 2 };
+
+    /// True when `path` is the mount point or lies below it.
+    static bool belongsToMountPoint(const char* mountPoint, const char* path);
+
+    /// The State of an entry, out of the system's list of mounts.
+    static int getMediaState(const Entry& entry);
+
+    /// The same by handle. A handle for writing gives -1.
+    static int getMediaState(int handle);
+
+    /// Counts a use of the medium that `path` lies on and mounts it as the use needs. The handle
+    /// for unmountMedia(): 0 when the path is on no medium of the table, -1 on failure, and always
+    /// -1 while mounting is disabled.
+    static int mountMedia(const char* path, bool write);
+
+    /// Ends a use; the last writer's end remounts the medium read-only. True when that was done:
+    /// false while writers remain, when the remount fails and for an unknown handle.
+    static bool unmountMedia(int handle);
+
+    /// Unmounts every mounted medium and clears its counts. False at the first that is refused.
+    static bool unmountAll();
+
+    static void mountDisable();
+    static void mountEnable();
+
+    static Entry mountTable[];
+
+private:
+    static Entry* findEntry(const char* path);
+    static bool prepare(const Entry& entry, bool write);
+    static bool remountReadOnly(const Entry& entry);
+
+    static Mutex mountMutex;  // guards the table and the flag; a use is counted in outside it
+    static bool mountEnabled;
+};
