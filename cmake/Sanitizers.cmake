@@ -1,6 +1,5 @@
-# Instruments everything that is built, GoogleTest included, and sets HANDHELD_TEST_ENVIRONMENT and
-# HANDHELD_TEST_TIMEOUT for the tests.
-set(HANDHELD_TEST_ENVIRONMENT)
+# Instruments everything that is built, GoogleTest included, and sets HANDHELD_TEST_TIMEOUT for the
+# tests.
 set(HANDHELD_TEST_TIMEOUT 120)
 
 if(HANDHELD_SANITIZE)
@@ -12,11 +11,12 @@ if(HANDHELD_SANITIZE)
                       -fno-omit-frame-pointer)
   add_link_options(-fsanitize=${HANDHELD_SANITIZE})
   set(HANDHELD_TEST_TIMEOUT 600)
-  list(
-    APPEND HANDHELD_TEST_ENVIRONMENT
-    "ASAN_OPTIONS=strict_string_checks=1"
-    "UBSAN_OPTIONS=print_stacktrace=1"
-    "TSAN_OPTIONS=suppressions=${PROJECT_SOURCE_DIR}/cmake/tsan.supp:second_deadlock_stack=1")
+  # Options that are part of each program hold however it is started. Every target of this project
+  # links handheld_warnings, and an option counts only where the runtime is: in the program.
+  target_sources(
+    handheld_warnings INTERFACE $<$<STREQUAL:$<TARGET_PROPERTY:TYPE>,EXECUTABLE>:${PROJECT_SOURCE_DIR}/cmake/SanitizerOptions.cpp>)
+  target_compile_definitions(
+    handheld_warnings INTERFACE HANDHELD_TSAN_SUPPRESSIONS="${PROJECT_SOURCE_DIR}/cmake/tsan.supp")
 endif()
 
 if(HANDHELD_SANITIZE MATCHES "thread" AND NOT CMAKE_CROSSCOMPILING_EMULATOR)
