@@ -57,7 +57,7 @@ void Keypad::readKeys() {
 }
 
 void Keypad::post(const unsigned char* bytes) {
-    InputRecord record;
+    InputRecord record{};
     std::memcpy(&record, bytes, sizeof record);
     if (record.type == TypeKey && (record.value == KeyPressed || record.value == KeyReleased))
         GuiLibrary::postKey(record.code, record.value == KeyPressed);

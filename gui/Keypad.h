@@ -23,7 +23,7 @@ private:
     static constexpr size_t RecordSize = 16;
 
     void close();
-    void post(const unsigned char* record);
+    void post(const unsigned char* bytes);
 
     int fd;
     std::array<unsigned char, 32 * RecordSize> buffer{};

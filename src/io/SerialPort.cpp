@@ -212,7 +212,7 @@ int SerialPort::numInputPending(int timeoutMs) {
 }
 
 bool SerialPort::isInputPending(int timeoutMs) {
-    const short wanted = static_cast<short>(hungUp ? POLLIN : POLLIN | POLLHUP);
+    const auto wanted = static_cast<short>(hungUp ? POLLIN : POLLIN | POLLHUP);
     const short events = pollFor(wanted, timeoutMs);
     if (events & POLLHUP) {
         hungUp = true;

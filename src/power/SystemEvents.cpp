@@ -1,0 +1,32 @@
+#include "power/SystemEvents.h"
+
+#include "gui/GuiLibrary.h"
+
+namespace events {
+
+namespace {
+
+constexpr int AttemptMs = 1000;
+
+bool lockUnlessStopped(Thread& worker) {
+    while (!GuiLibrary::timedlock(AttemptMs)) {
+        if (worker.stopRequested())
+            return false;
+    }
+    return true;
+}
+
+}  // namespace
+
+WindowingGuard::WindowingGuard() { GuiLibrary::lock(); }
+
+WindowingGuard::~WindowingGuard() { GuiLibrary::unlock(); }
+
+WorkerWindowingGuard::WorkerWindowingGuard(Thread& worker) : held(lockUnlessStopped(worker)) {}
+
+WorkerWindowingGuard::~WorkerWindowingGuard() {
+    if (held)
+        GuiLibrary::unlock();
+}
+
+}  // namespace events

@@ -1,0 +1,52 @@
+#pragma once
+
+#include <cstdint>
+
+#include "foundation/Thread.h"
+
+/// The system events that the library broadcasts, and the windowing library's lock for its senders.
+namespace events {
+
+/// Codes of GuiLibrary::broadcastSystemEvent(), with what their data is. A number travels in the
+/// pointer itself.
+enum SystemEvent : int {
+    StatusText = 1,          // const char*
+    ErrorText = 2,           // const char*
+    SignalQuality = 3,       // number, 0 to 100
+    NetworkStateChange = 4,  // number, a NetworkEvent
+    BatteryCapacity = 16,    // number, percent
+    BatteryEmpty = 17,       // 0; follows a capacity of 0
+    ShutdownRequest = 31,    // null
+    Temperature = 32,        // number; the most negative int when it cannot be read
+    ScannedCode = 256        // ScanRecord*
+};
+
+/// A number as the data of a system event.
+inline void* number(int value) { return reinterpret_cast<void*>(static_cast<intptr_t>(value)); }
+
+/// Holds the windowing library's lock for the length of a scope.
+class WindowingGuard {
+public:
+    WindowingGuard();
+    WindowingGuard(const WindowingGuard&) = delete;
+    WindowingGuard& operator=(const WindowingGuard&) = delete;
+    ~WindowingGuard();
+};
+
+/// The same for a worker, which must be stoppable while it waits: takes the lock in attempts of one
+/// second and gives up when the worker is asked to stop between two of them. The caller holds no
+/// lock of the library and tests isHeld() before it sends.
+class WorkerWindowingGuard {
+public:
+    explicit WorkerWindowingGuard(Thread& worker);
+    WorkerWindowingGuard(const WorkerWindowingGuard&) = delete;
+    WorkerWindowingGuard& operator=(const WorkerWindowingGuard&) = delete;
+    ~WorkerWindowingGuard();
+
+    bool isHeld() const { return held; }
+
+private:
+    bool held;
+};
+
+}  // namespace events
