@@ -3,6 +3,7 @@
 #include "foundation/Deadline.h"
 
 Cond::~Cond() {
+    pthread_mutex_trylock(&mutex);  // held or not, the unlock is in order then
     unlock();
     pthread_mutex_destroy(&mutex);
     pthread_cond_destroy(&condition);

@@ -14,6 +14,7 @@ public:
 
     /// Unlocks before destroying: an object that is destroyed while held does not fail to destroy.
     virtual ~Mutex() {
+        pthread_mutex_trylock(&mutex);  // held or not, the unlock is in order then
         unlock();
         pthread_mutex_destroy(&mutex);
     }
