@@ -22,7 +22,10 @@ enum SystemEvent : int {
 };
 
 /// A number as the data of a system event.
-inline void* number(int value) { return reinterpret_cast<void*>(static_cast<intptr_t>(value)); }
+inline void* number(int value) {
+    const auto carried = static_cast<intptr_t>(value);
+    return reinterpret_cast<void*>(carried);  // NOLINT(performance-no-int-to-ptr): never followed
+}
 
 /// Holds the windowing library's lock for the length of a scope.
 class WindowingGuard {
