@@ -1,0 +1,91 @@
+#include "sim/Clock.h"
+
+#include <cmath>
+
+#include "sim/posix/Real.h"
+
+namespace sim {
+namespace {
+
+Nanoseconds hostClock(clockid_t clock) {
+    timespec time{};
+    SIM_REAL(clock_gettime)(clock, &time);
+    return fromTimespec(time);
+}
+
+Nanoseconds scaled(Nanoseconds duration, double factor) {
+    return factor == 1.0
+               ? duration
+               : Nanoseconds(std::llround(static_cast<double>(duration.count()) * factor));
+}
+
+}  // namespace
+
+Clock& Clock::get() {
+    static auto* const clock = new Clock;  // outlives every static object that asks for the time
+    return *clock;
+}
+
+Clock::State Clock::host() {
+    const Nanoseconds monotonic = hostClock(CLOCK_MONOTONIC);
+    return {monotonic, monotonic, hostClock(CLOCK_REALTIME), 1.0, false};
+}
+
+Clock::Clock() : states{host()}, current(&states.back()) {}
+
+Clock::State Clock::now() const {
+    State state = *current.load();
+    const Nanoseconds real = hostClock(CLOCK_MONOTONIC);
+    const Nanoseconds passed = scaled(real - state.real, state.speed);
+    state.real = real;
+    state.wall += passed;
+    if (!state.frozen)
+        state.monotonic += passed;
+    return state;
+}
+
+Nanoseconds Clock::monotonic() const { return now().monotonic; }
+Nanoseconds Clock::wall() const { return now().wall; }
+
+template <class Change> void Clock::change(Change apply) {
+    const std::lock_guard<std::mutex> held(mutex);
+    State state = now();
+    apply(state);
+    current = &states.emplace_back(state);
+}
+
+void Clock::setSpeed(double speed) {
+    change([speed](State& state) { state.speed = speed; });
+}
+
+void Clock::setWall(Nanoseconds sinceEpoch) {
+    change([sinceEpoch](State& state) { state.wall = sinceEpoch; });
+}
+
+void Clock::setMonotonic(Nanoseconds sinceBoot) {
+    change([sinceBoot](State& state) { state.monotonic = sinceBoot; });
+}
+
+void Clock::sleepThrough(Nanoseconds duration) {
+    change([duration](State& state) { state.wall += duration; });
+}
+
+void Clock::freeze() {
+    change([](State& state) { state.frozen = true; });
+}
+
+void Clock::thaw() {
+    change([](State& state) { state.frozen = false; });
+}
+
+void Clock::reset() {
+    change([](State& state) { state = host(); });
+}
+
+Nanoseconds Clock::realDuration(Nanoseconds simulated) const {
+    return scaled(simulated, 1.0 / speed());
+}
+
+Nanoseconds Clock::simulatedDuration(Nanoseconds real) const { return scaled(real, speed()); }
+
+}  // namespace sim

@@ -1,0 +1,75 @@
+#pragma once
+
+#include <atomic>
+#include <chrono>
+#include <ctime>
+#include <list>
+#include <mutex>
+
+namespace sim {
+
+using Nanoseconds = std::chrono::nanoseconds;
+
+/// The clocks of the simulated terminal: they start with the host's, can run faster, jump, and are set
+/// without touching the host's.
+///
+/// One per process, since the calls it stands behind know no terminal. Any thread may use it; reading
+/// takes no lock. A wait in progress keeps the real time it was begun with.
+class Clock {
+public:
+    static Clock& get();
+
+    Nanoseconds monotonic() const;  ///< stands still while suspended
+    Nanoseconds wall() const;       ///< since the epoch, goes on while suspended
+
+    /// How many seconds pass on the terminal in one real second. Above 0.
+    void setSpeed(double speed);
+    double speed() const { return current.load()->speed; }
+
+    void setWall(Nanoseconds sinceEpoch);
+    void setMonotonic(Nanoseconds sinceBoot);
+
+    /// A sleep of the whole terminal: the wall clock jumps, the monotonic one does not.
+    void sleepThrough(Nanoseconds duration);
+
+    /// The same, passing in (scaled) real time: the monotonic clock stands between the two.
+    void freeze();
+    void thaw();
+
+    /// Back to the host's clocks at speed 1.
+    void reset();
+
+    /// The real time that a simulated duration takes.
+    Nanoseconds realDuration(Nanoseconds simulated) const;
+    Nanoseconds simulatedDuration(Nanoseconds real) const;
+
+private:
+    struct State {
+        Nanoseconds real, monotonic, wall;  // the same moment on three clocks
+        double speed;
+        bool frozen;
+    };
+
+    Clock();
+    static State host();
+    State now() const;
+    template <class Change> void change(Change apply);
+
+    std::mutex mutex;               // one change at a time
+    std::list<State> states;        // all there have been: a reader may still look at an old one
+    std::atomic<const State*> current;
+};
+
+constexpr Nanoseconds fromTimespec(const timespec& time) {
+    return std::chrono::seconds(time.tv_sec) + Nanoseconds(time.tv_nsec);
+}
+
+inline timespec toTimespec(Nanoseconds time) {
+    const auto seconds = std::chrono::floor<std::chrono::seconds>(time);
+    timespec result{};
+    result.tv_sec = static_cast<time_t>(seconds.count());
+    result.tv_nsec = static_cast<long>((time - seconds).count());
+    return result;
+}
+
+}  // namespace sim

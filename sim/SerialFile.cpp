@@ -1,0 +1,107 @@
+#include "sim/SerialFile.h"
+
+#include <sys/ioctl.h>
+
+#include <cerrno>
+
+#include "sim/posix/Real.h"
+
+namespace sim {
+
+SerialFile::SerialFile(int descriptor, const std::string& path, SerialLine& openedLine,
+                       unsigned pairGeneration)
+    : OpenFile(descriptor, path),
+      keepsAlive(openedLine.shared_from_this()),
+      line(&openedLine),
+      generation(pairGeneration) {}
+
+void SerialFile::closing() {
+    const std::lock_guard<std::mutex> held(line->mutex);
+    if (isCurrent() && --line->opens == 0)
+        line->modemBits &= ~(TIOCM_DTR | TIOCM_RTS);
+}
+
+ssize_t SerialFile::write(const void* data, size_t size) {
+    const ssize_t written = OpenFile::write(data, size);
+    if (written > 0) {
+        const std::lock_guard<std::mutex> held(line->mutex);
+        if (isCurrent())
+            line->writtenBytes += static_cast<size_t>(written);
+    }
+    return written;
+}
+
+int SerialFile::drain() {
+    std::unique_lock<std::mutex> held(line->mutex);
+    line->consumed.wait(held, [this] {
+        return !isCurrent() || line->isStopping || line->consumedBytes >= line->writtenBytes;
+    });
+    return isCurrent() ? 0 : failWith(EIO);
+}
+
+int SerialFile::ioctl(unsigned long request, void* argument) {
+    switch (request) {
+    case TIOCMGET:
+    case TIOCMSET:
+    case TIOCMBIS:
+    case TIOCMBIC:
+        break;
+    default:
+        return OpenFile::ioctl(request, argument);
+    }
+    const std::lock_guard<std::mutex> held(line->mutex);
+    if (!isCurrent())
+        return failWith(EIO);
+    constexpr int Outputs = TIOCM_DTR | TIOCM_RTS;
+    int& given = *static_cast<int*>(argument);
+    int& bits = line->modemBits;
+    if (request == TIOCMGET)
+        given = bits;
+    else if (request == TIOCMSET)
+        bits = (bits & ~Outputs) | (given & Outputs);
+    else if (request == TIOCMBIS)
+        bits |= given & Outputs;
+    else
+        bits &= ~(given & Outputs);
+    return 0;
+}
+
+int SerialFile::getAttributes(termios& settings) {
+    const std::lock_guard<std::mutex> held(line->mutex);
+    if (!isCurrent())
+        return failWith(EIO);
+    settings = line->lineSettings;
+    return 0;
+}
+
+int SerialFile::setAttributes(int when, const termios& settings) {
+    if (when != TCSANOW && drain() != 0)
+        return -1;
+    const std::lock_guard<std::mutex> held(line->mutex);
+    if (!isCurrent())
+        return failWith(EIO);
+    line->lineSettings = settings;
+    return OpenFile::setAttributes(when, settings);
+}
+
+int SerialFile::flush(int queue) {
+    const std::lock_guard<std::mutex> held(line->mutex);
+    const int result = OpenFile::flush(queue);
+    if (isCurrent() && queue != TCIFLUSH) {
+        line->consumedBytes = line->writtenBytes;
+        line->consumed.notify_all();
+    }
+    return result;
+}
+
+int SerialFile::sendBreak(int) {
+    {
+        const std::lock_guard<std::mutex> held(line->mutex);
+        if (!isCurrent())
+            return failWith(EIO);
+    }
+    line->journal.note(line->name, "break");
+    return 0;
+}
+
+}  // namespace sim

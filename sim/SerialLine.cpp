@@ -1,0 +1,245 @@
+#include "sim/SerialLine.h"
+
+#include <fcntl.h>
+#include <poll.h>
+#include <sys/eventfd.h>
+#include <sys/ioctl.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdint>
+#include <cstdlib>
+#include <utility>
+
+#include "sim/HostTime.h"
+#include "sim/SerialFile.h"
+#include "sim/posix/Real.h"
+
+namespace sim {
+namespace {
+
+constexpr Nanoseconds Never = Nanoseconds::max();
+
+struct SpeedName {
+    speed_t code;
+    const char* text;
+};
+
+constexpr SpeedName Speeds[] = {
+    {B0, "0"},         {B110, "110"},     {B300, "300"},     {B600, "600"},
+    {B1200, "1200"},   {B2400, "2400"},   {B4800, "4800"},   {B9600, "9600"},
+    {B19200, "19200"}, {B38400, "38400"}, {B57600, "57600"}, {B115200, "115200"},
+};
+
+std::string speedText(const termios& settings) {
+    for (const SpeedName& speed : Speeds) {
+        if (speed.code == cfgetospeed(&settings))
+            return speed.text;
+    }
+    return "?";
+}
+
+char sizeText(const termios& settings) {
+    switch (settings.c_cflag & CSIZE) {
+    case CS5:
+        return '5';
+    case CS6:
+        return '6';
+    case CS7:
+        return '7';
+    default:
+        return '8';
+    }
+}
+
+char parityText(const termios& settings) {
+    if (!(settings.c_cflag & PARENB))
+        return 'N';
+    return settings.c_cflag & PARODD ? 'O' : 'E';
+}
+
+void setNonBlocking(int fd) { fcntl(fd, F_SETFL, fcntl(fd, F_GETFL) | O_NONBLOCK); }
+
+}  // namespace
+
+SerialLine::SerialLine(std::string lineName, Journal& lineJournal)
+    : name(std::move(lineName)), journal(lineJournal), wakeUp(eventfd(0, EFD_NONBLOCK | EFD_CLOEXEC)) {
+    createPair();
+    server = std::thread([this] { serve(); });
+}
+
+SerialLine::~SerialLine() {
+    shutDown();
+    closePair();
+    SIM_REAL(close)(wakeUp);
+}
+
+void SerialLine::shutDown() {
+    {
+        const std::lock_guard<std::mutex> held(mutex);
+        isStopping = true;
+        peer = nullptr;
+        consumed.notify_all();
+    }
+    wake();
+    if (server.joinable())
+        server.join();
+}
+
+bool SerialLine::createPair() {
+    const HostTime hostTime;
+    farEnd = posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC);
+    char path[64];
+    if (farEnd < 0 || grantpt(farEnd) != 0 || unlockpt(farEnd) != 0 ||
+        ptsname_r(farEnd, path, sizeof path) != 0)
+        return false;
+    nearPath = path;
+    keeper = SIM_REAL(open)(path, O_RDWR | O_NOCTTY | O_CLOEXEC);
+    SIM_REAL(tcgetattr)(keeper, &lineSettings);
+    cfsetispeed(&lineSettings, B9600);
+    cfsetospeed(&lineSettings, B9600);
+    lineSettings.c_cflag = (lineSettings.c_cflag & ~static_cast<tcflag_t>(CSIZE)) | CS8;
+    setNonBlocking(farEnd);
+    modemBits = TIOCM_CTS | TIOCM_DSR | TIOCM_CAR;
+    writtenBytes = consumedBytes = 0;
+    opens = 0;
+    ++generation;
+    return true;
+}
+
+void SerialLine::closePair() {
+    SIM_REAL(close)(farEnd);
+    SIM_REAL(close)(keeper);
+    farEnd = keeper = -1;
+}
+
+void SerialLine::wake() const {
+    const uint64_t one = 1;
+    SIM_REAL(write)(wakeUp, &one, sizeof one);
+}
+
+void SerialLine::connect(LinePeer* newPeer) {
+    const std::lock_guard<std::mutex> held(mutex);
+    peer = newPeer;
+}
+
+void SerialLine::send(std::string_view bytes, Nanoseconds delay) {
+    const std::lock_guard<std::mutex> held(mutex);
+    if (delay <= Nanoseconds(0) && outbox.empty()) {
+        transmit(bytes);
+        return;
+    }
+    Nanoseconds due = Clock::get().monotonic() + delay;
+    if (!outbox.empty() && outbox.back().due > due)
+        due = outbox.back().due;
+    outbox.push_back({due, std::string(bytes)});
+    wake();
+}
+
+void SerialLine::transmit(std::string_view bytes) {
+    while (opens > 0 && !bytes.empty()) {
+        const ssize_t sent = SIM_REAL(write)(farEnd, bytes.data(), bytes.size());
+        if (sent <= 0)
+            return;
+        bytes.remove_prefix(static_cast<size_t>(sent));
+    }
+}
+
+void SerialLine::hangUp() {
+    const std::lock_guard<std::mutex> held(mutex);
+    closePair();
+    outbox.clear();
+    createPair();
+    consumed.notify_all();
+    wake();
+}
+
+std::string SerialLine::settings() const {
+    const termios now = attributes();
+    std::string text = speedText(now) + " " + sizeText(now) + parityText(now) +
+                       (now.c_cflag & CSTOPB ? '2' : '1');
+    if (now.c_cflag & CRTSCTS)
+        text += " rtscts";
+    if (now.c_iflag & IXON)
+        text += " xonxoff";
+    return text;
+}
+
+termios SerialLine::attributes() const {
+    const std::lock_guard<std::mutex> held(mutex);
+    return lineSettings;
+}
+
+int SerialLine::modemLines() const {
+    const std::lock_guard<std::mutex> held(mutex);
+    return modemBits;
+}
+
+void SerialLine::setModemLine(int line, bool on) {
+    const std::lock_guard<std::mutex> held(mutex);
+    modemBits = on ? modemBits | line : modemBits & ~line;
+}
+
+bool SerialLine::isOpen() const {
+    const std::lock_guard<std::mutex> held(mutex);
+    return opens > 0;
+}
+
+std::shared_ptr<OpenFile> SerialLine::open(const std::string& path, int flags) {
+    const std::lock_guard<std::mutex> held(mutex);
+    const int fd = SIM_REAL(open)(nearPath.c_str(), flags | O_NOCTTY);
+    if (fd < 0)
+        return nullptr;
+    if (++opens == 1) {
+        SIM_REAL(tcsetattr)(fd, TCSANOW, &lineSettings);
+        SIM_REAL(tcflush)(fd, TCIFLUSH);
+        modemBits |= TIOCM_DTR | TIOCM_RTS;
+    }
+    return std::make_shared<SerialFile>(fd, path, *this, generation);
+}
+
+Nanoseconds SerialLine::sendDue() {
+    while (!outbox.empty()) {
+        const Nanoseconds left = outbox.front().due - Clock::get().monotonic();
+        if (left > Nanoseconds(0))
+            return Clock::get().realDuration(left);
+        transmit(outbox.front().bytes);
+        outbox.pop_front();
+    }
+    return Never;
+}
+
+/// Reads under the lock, so that a flush of the application cannot come between a read and its count.
+void SerialLine::takeReceived(std::unique_lock<std::mutex>& held) {
+    char buffer[4096];
+    const ssize_t size = SIM_REAL(read)(farEnd, buffer, sizeof buffer);
+    if (size <= 0)
+        return;
+    LinePeer* const receiver = peer;
+    held.unlock();
+    if (receiver)
+        receiver->received({buffer, static_cast<size_t>(size)});
+    held.lock();
+    consumedBytes += static_cast<size_t>(size);  // only now: drained means that the peer has seen it
+    consumed.notify_all();
+}
+
+void SerialLine::serve() {
+    const HostTime hostTime;
+    std::unique_lock<std::mutex> held(mutex);
+    while (!isStopping) {
+        const Nanoseconds left = sendDue();
+        const timespec wait = toTimespec(left);
+        pollfd files[] = {{farEnd, POLLIN, 0}, {wakeUp, POLLIN, 0}};
+        held.unlock();
+        SIM_REAL(ppoll)(files, 2, left == Never ? nullptr : &wait, nullptr);
+        uint64_t count = 0;
+        if (files[1].revents)
+            SIM_REAL(read)(wakeUp, &count, sizeof count);
+        held.lock();
+        if ((files[0].revents & POLLIN) && files[0].fd == farEnd)
+            takeReceived(held);
+    }
+}
+
+}  // namespace sim

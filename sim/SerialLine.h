@@ -1,0 +1,100 @@
+#pragma once
+
+#include <condition_variable>
+#include <deque>
+#include <mutex>
+#include <string>
+#include <string_view>
+#include <thread>
+
+#include "sim/Clock.h"
+#include "sim/Device.h"
+#include "sim/Journal.h"
+
+namespace sim {
+
+/// What is connected to the far end of a serial line.
+class LinePeer {
+public:
+    /// Bytes from the application, on the line's own thread, with no lock of the line held.
+    virtual void received(std::string_view bytes) = 0;
+
+protected:
+    ~LinePeer() = default;
+};
+
+/// A serial line: a device node whose opens are the application's end of a pseudo-terminal. What a
+/// pseudo-terminal lacks is modelled: the full settings, the modem lines, breaks, and a drain that
+/// waits until the far end has taken every byte.
+///
+/// Any thread may use the far end. The line's thread hands received bytes to the peer and sends what
+/// was asked for later. Bytes sent while nobody has the line open are lost, as on a wire.
+class SerialLine : public Device {
+public:
+    SerialLine(std::string name, Journal& journal);
+    ~SerialLine() override;
+
+    /// The peer stays until it is replaced or the line is closed down.
+    void connect(LinePeer* newPeer);
+
+    /// Sends bytes to the application, now or after a delay of simulated time. What comes later is
+    /// never sent before what was asked for earlier. Bytes that do not fit any more are lost.
+    void send(std::string_view bytes, Nanoseconds delay = Nanoseconds(0));
+
+    /// The far end goes away: a waiting application sees a hang-up, a new open gets a new line.
+    void hangUp();
+
+    /// The settings last applied, in the customary short form: "9600 8N1", with "rtscts" and "xonxoff"
+    /// for the flow controls.
+    std::string settings() const;
+    termios attributes() const;
+
+    int modemLines() const;  ///< TIOCM_ bits as the application sees them
+    void setModemLine(int line, bool on);
+
+    bool isOpen() const;
+
+    /// Ends the line's thread. Called once, before the peer goes.
+    void shutDown();
+
+    std::shared_ptr<OpenFile> open(const std::string& path, int flags) override;
+
+private:
+    friend class SerialFile;
+
+    struct Delayed {
+        Nanoseconds due;  // simulated monotonic time
+        std::string bytes;
+    };
+
+    void serve();
+    bool createPair();
+    void closePair();
+    void wake() const;
+    void transmit(std::string_view bytes);
+    Nanoseconds sendDue();
+    void takeReceived(std::unique_lock<std::mutex>& held);
+
+    const std::string name;
+    Journal& journal;
+
+    mutable std::mutex mutex;  // guards everything below
+    std::condition_variable consumed;
+    LinePeer* peer = nullptr;
+    std::deque<Delayed> outbox;
+    int farEnd = -1;
+    int keeper = -1;  // holds the application's end open, so that its last close is no hang-up
+    std::string nearPath;
+    unsigned generation = 0;  // of the pair; opens of an older one are hung up
+    int opens = 0;            // of the present pair
+    size_t writtenBytes = 0;
+    size_t consumedBytes = 0;
+    termios lineSettings{};
+    int modemBits = 0;
+    bool isStopping = false;
+
+    int wakeUp = -1;
+    std::thread server;
+};
+
+}  // namespace sim

@@ -1,0 +1,95 @@
+#include "sim/Terminal.h"
+
+#include <atomic>
+#include <cstdlib>
+
+#include "power/BoardProtocol.h"
+#include "sim/HostTime.h"
+#include "sim/posix/Descriptors.h"
+
+namespace sim {
+namespace {
+
+std::atomic<Terminal*> currentTerminal{nullptr};
+
+constexpr uint32_t eventType(unsigned type) { return 1U << type; }
+constexpr unsigned InputPosition = 3;  // of a touch screen
+
+std::string inputPath(int number) { return "/dev/input/event" + std::to_string(number); }
+
+/// Below these the drivers decide what there is: nothing is created by opening it.
+bool isDriverFolder(const std::string& path) {
+    return path.compare(0, 5, "/dev/") == 0 || path.compare(0, 5, "/sys/") == 0 ||
+           path.compare(0, 6, "/proc/") == 0;
+}
+
+}  // namespace
+
+Terminal::Terminal()
+    : modem(std::make_shared<ModemPower>()),
+      control(std::make_shared<PowerControl>(log, *modem)),
+      oled(std::make_shared<Display>(log)),
+      clockChip(std::make_shared<RealTimeClock>(log)),
+      keys(std::make_shared<InputDevice>("keypad", log, eventType(board::InputKey))),
+      touch(std::make_shared<InputDevice>("touch", log, eventType(InputPosition))),
+      sound(std::make_shared<InputDevice>("speaker", log, eventType(board::InputSound))),
+      suspend(std::make_shared<SuspendControl>(log, *clockChip, *keys)),
+      memoryCard(std::make_shared<MemoryCard>(log, root)),
+      engineLine(std::make_shared<SerialLine>("barcode", log)),
+      engine(std::make_unique<BarcodeEngine>(log, *engineLine)),
+      batteryMillivolts(root, board::BatteryVoltagePath),
+      temperatureInput(root, board::TemperaturePath),
+      lightInput(root, board::AmbientLightPath),
+      usb(root, board::UsbSupplyPath) {
+    engineLine->connect(engine.get());
+    control->onSupply(board::SupplyScanner, [this](bool on) { engine->setPowered(on); });
+
+    batteryMillivolts.set(4200);
+    temperatureInput.set(2200);
+    lightInput.set(20);
+    usb.set(0);
+
+    nodes = {{board::PowerControlPath, control}, {board::DisplayPath, oled},
+             {board::ClockPath, clockChip},    {board::SuspendPath, suspend},
+             {inputPath(0), keys},             {inputPath(1), touch},
+             {inputPath(2), sound},            {"/dev/ttyAT2", engineLine}};
+
+    Terminal* none = nullptr;
+    if (!currentTerminal.compare_exchange_strong(none, this))
+        abort();  // two terminals in one process
+}
+
+Terminal::~Terminal() {
+    currentTerminal = nullptr;
+    Descriptors::get().forgetAll();
+    engineLine->shutDown();
+    Clock::get().reset();
+}
+
+Terminal* Terminal::current() { return currentTerminal; }
+
+void Terminal::setPresent(const std::string& path, bool present) {
+    const std::lock_guard<std::mutex> held(mutex);
+    if (present)
+        missing.erase(path);
+    else
+        missing.insert(path);
+}
+
+Place Terminal::locate(const std::string& path, bool forWriting) {
+    const HostTime hostTime;
+    const std::lock_guard<std::mutex> held(mutex);
+    Place place;
+    const auto node = nodes.find(path);
+    if (missing.count(path))
+        place.error = ENOENT;
+    else if (node != nodes.end())
+        place.device = node->second;
+    else if (!memoryCard->locate(path, forWriting, place))
+        place.hostPath = root.hostPath(path);
+    if (isDriverFolder(path) && !place.hostPath.empty() && !root.exists(path))
+        place.error = ENOENT;
+    return place;
+}
+
+}  // namespace sim

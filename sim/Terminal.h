@@ -1,0 +1,96 @@
+#pragma once
+
+#include <memory>
+#include <mutex>
+#include <set>
+#include <string>
+#include <unordered_map>
+
+#include "sim/Clock.h"
+#include "sim/Faults.h"
+#include "sim/Journal.h"
+#include "sim/RootFolder.h"
+#include "sim/devices/Attribute.h"
+#include "sim/devices/BarcodeEngine.h"
+#include "sim/devices/Display.h"
+#include "sim/devices/InputDevice.h"
+#include "sim/devices/MemoryCard.h"
+#include "sim/devices/ModemPower.h"
+#include "sim/devices/PowerControl.h"
+#include "sim/devices/RealTimeClock.h"
+#include "sim/devices/SuspendControl.h"
+
+namespace sim {
+
+/// Where a path of the terminal leads.
+struct Place {
+    std::shared_ptr<Device> device;  ///< a device node, or
+    std::string hostPath;            ///< a file, or
+    int error = 0;                   ///< neither: what a call on the path fails with
+};
+
+/// A terminal made of software: its devices, files and clock, and the door to them for tests and for
+/// the console. While one exists, the process runs on it; there is at most one at a time.
+///
+/// The one who makes it destroys it, after the application's threads have ended. In between, any thread
+/// may use it. It begins awake, with full battery, 22 degrees, daylight, no USB supply, the card
+/// inserted but not mounted, and its clocks on the host's time.
+class Terminal {
+public:
+    Terminal();
+    Terminal(const Terminal&) = delete;
+    Terminal& operator=(const Terminal&) = delete;
+    ~Terminal();
+
+    /// The terminal the process runs on, or null.
+    static Terminal* current();
+
+    Clock& clock() { return Clock::get(); }
+    Journal& journal() { return log; }
+    Faults& faults() { return faultRules; }
+    RootFolder& files() { return root; }
+
+    PowerControl& powerControl() { return *control; }
+    ModemPower& modemPower() { return *modem; }
+    Display& display() { return *oled; }
+    RealTimeClock& rtc() { return *clockChip; }
+    InputDevice& keypad() { return *keys; }
+    InputDevice& speaker() { return *sound; }
+    SuspendControl& power() { return *suspend; }
+    MemoryCard& card() { return *memoryCard; }
+    BarcodeEngine& barcode() { return *engine; }
+    SerialLine& barcodeLine() { return *engineLine; }
+
+    Attribute& battery() { return batteryMillivolts; }     ///< millivolts
+    Attribute& temperature() { return temperatureInput; }  ///< hundredths of a degree
+    Attribute& light() { return lightInput; }              ///< the sensor's own unit
+    Attribute& usbSupply() { return usb; }                 ///< 1 while plugged in
+
+    /// Takes a node or file away, or puts it back.
+    void setPresent(const std::string& path, bool present);
+
+    /// Where an absolute path of the terminal leads.
+    Place locate(const std::string& path, bool forWriting);
+
+private:
+    Journal log;
+    Faults faultRules;
+    RootFolder root;
+
+    std::shared_ptr<ModemPower> modem;
+    std::shared_ptr<PowerControl> control;
+    std::shared_ptr<Display> oled;
+    std::shared_ptr<RealTimeClock> clockChip;
+    std::shared_ptr<InputDevice> keys, touch, sound;
+    std::shared_ptr<SuspendControl> suspend;
+    std::shared_ptr<MemoryCard> memoryCard;
+    std::shared_ptr<SerialLine> engineLine;
+    std::unique_ptr<BarcodeEngine> engine;
+    Attribute batteryMillivolts, temperatureInput, lightInput, usb;
+
+    std::mutex mutex;  // guards what follows
+    std::unordered_map<std::string, std::shared_ptr<Device>> nodes;
+    std::set<std::string> missing;
+};
+
+}  // namespace sim

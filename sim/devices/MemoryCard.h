@@ -1,0 +1,50 @@
+#pragma once
+
+#include <mutex>
+#include <string>
+
+#include "sim/Journal.h"
+#include "sim/RootFolder.h"
+
+namespace sim {
+
+struct Place;
+
+/// The memory card and the kernel's side of mounting it: what mount and umount do to it, what is
+/// below its mount point, and the line of it in "/proc/mounts". As on any system it cannot be unmounted
+/// while a file on it is open, nor made read-only while one is open for writing.
+class MemoryCard {
+public:
+    enum class State { NotMounted, ReadOnly, ReadWrite };
+
+    MemoryCard(Journal& journal, const RootFolder& files);
+
+    /// Without a card every mount fails. Taking it out while mounted leaves the mount there.
+    void setInserted(bool inserted);
+
+    State state() const;
+
+    /// Writes a file of the card from outside, as a card reader would.
+    void writeFile(const std::string& name, const std::string& text) const;
+    std::string readFile(const std::string& name) const;
+
+    int mount(const std::string& source, const std::string& target, const std::string& type,
+              unsigned long flags);
+    int unmount(const std::string& target);
+
+    /// Whether `path` is at or below the mount point; if so `place` tells where it leads.
+    bool locate(const std::string& path, bool forWriting, Place& place) const;
+
+private:
+    bool isInUse(bool onlyForWriting) const;
+    void writeMounts() const;
+
+    Journal& journal;
+    const RootFolder& files;
+
+    mutable std::mutex mutex;  // guards what follows
+    bool isInserted = true;
+    State mounted = State::NotMounted;
+};
+
+}  // namespace sim

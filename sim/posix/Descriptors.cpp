@@ -1,0 +1,67 @@
+#include "sim/posix/Descriptors.h"
+
+#include <cerrno>
+#include <vector>
+
+#include "sim/posix/Real.h"
+#include <unistd.h>
+
+namespace sim {
+
+Descriptors& Descriptors::get() {
+    static auto* const descriptors = new Descriptors;
+    return *descriptors;
+}
+
+int Descriptors::add(const std::shared_ptr<OpenFile>& file) {
+    const int descriptor = file->descriptor();
+    if (descriptor < 0)
+        return -1;
+    if (descriptor >= Most) {
+        file->closing();
+        SIM_REAL(close)(descriptor);
+        return failWith(EMFILE);
+    }
+    const std::lock_guard<std::mutex> held(mutex);
+    files[descriptor] = file;
+    taken[static_cast<size_t>(descriptor)] = true;
+    return descriptor;
+}
+
+std::shared_ptr<OpenFile> Descriptors::find(int descriptor) {
+    if (!has(descriptor))
+        return nullptr;
+    const std::lock_guard<std::mutex> held(mutex);
+    const auto found = files.find(descriptor);
+    return found == files.end() ? nullptr : found->second;
+}
+
+std::shared_ptr<OpenFile> Descriptors::take(int descriptor) {
+    if (!has(descriptor))
+        return nullptr;
+    std::shared_ptr<OpenFile> file;
+    {
+        const std::lock_guard<std::mutex> held(mutex);
+        const auto found = files.find(descriptor);
+        if (found == files.end())
+            return nullptr;
+        file = std::move(found->second);
+        files.erase(found);
+        taken[static_cast<size_t>(descriptor)] = false;
+    }
+    file->closing();
+    return file;
+}
+
+void Descriptors::forgetAll() {
+    std::vector<int> open;
+    {
+        const std::lock_guard<std::mutex> held(mutex);
+        for (const auto& file : files)
+            open.push_back(file.first);
+    }
+    for (const int descriptor : open)
+        take(descriptor);
+}
+
+}  // namespace sim

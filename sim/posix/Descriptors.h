@@ -1,0 +1,41 @@
+#pragma once
+
+#include <array>
+#include <atomic>
+#include <memory>
+#include <mutex>
+#include <unordered_map>
+
+#include "sim/Device.h"
+
+namespace sim {
+
+/// The descriptors of this process that stand for something of the terminal. Asking for one that does
+/// not takes no lock: every read and write of the program asks.
+class Descriptors {
+public:
+    static Descriptors& get();
+
+    /// The file's descriptor, or -1 with errno set when it has none.
+    int add(const std::shared_ptr<OpenFile>& file);
+    std::shared_ptr<OpenFile> find(int descriptor);
+
+    /// Takes a descriptor that is about to be closed out of the table. Null if it is not there.
+    std::shared_ptr<OpenFile> take(int descriptor);
+
+    /// The terminal is going: what is still open is left to the host.
+    void forgetAll();
+
+    bool has(int descriptor) const {
+        return descriptor >= 0 && descriptor < Most && taken[static_cast<size_t>(descriptor)];
+    }
+
+private:
+    static constexpr int Most = 4096;
+
+    std::array<std::atomic<bool>, Most> taken{};
+    std::mutex mutex;
+    std::unordered_map<int, std::shared_ptr<OpenFile>> files;  // guarded by mutex
+};
+
+}  // namespace sim

@@ -1,0 +1,108 @@
+#include "sim/posix/Router.h"
+
+#include <cerrno>
+#include <climits>
+#include <string_view>
+#include <unistd.h>
+
+#include "sim/Cancellation.h"
+
+namespace sim {
+namespace {
+
+/// Whole folders that are the terminal's. The rest of the file system is the application's own.
+constexpr std::string_view TerminalFolders[] = {"/dev", "/sys", "/mnt", "/etc/ppp", "/var/run"};
+constexpr std::string_view TerminalFiles[] = {"/proc/mounts", "/proc/self/mounts", "/proc/modules",
+                                              "/release_version"};
+
+/// Parts of /dev that are no devices of the terminal: they work on any system, and harm none.
+constexpr std::string_view CommonNodes[] = {
+    "/dev/null",   "/dev/zero",   "/dev/full", "/dev/random", "/dev/urandom", "/dev/tty", "/dev/fd",
+    "/dev/stdin",  "/dev/stdout", "/dev/stderr", "/dev/ptmx", "/dev/pts",     "/dev/shm"};
+
+bool liesIn(std::string_view path, std::string_view folder) {
+    return path.substr(0, folder.size()) == folder &&
+           (path.size() == folder.size() || path[folder.size()] == '/');
+}
+
+std::string absolutePath(const char* path) {
+    std::string given = path;
+    if (given[0] != '/') {
+        char folder[PATH_MAX];
+        given = std::string(getcwd(folder, sizeof folder) ? folder : "") + "/" + given;
+    }
+    std::string result;
+    for (size_t at = 0; at < given.size();) {
+        const size_t end = given.find('/', at);
+        const std::string part = given.substr(at, end - at);
+        at = end == std::string::npos ? given.size() : end + 1;
+        if (part == "..")
+            result.resize(result.empty() ? 0 : result.rfind('/'));
+        else if (!part.empty() && part != ".")
+            result += "/" + part;
+    }
+    return result.empty() ? "/" : result;
+}
+
+bool isTerminals(std::string_view path) {
+    for (const std::string_view file : TerminalFiles) {
+        if (path == file)
+            return true;
+    }
+    for (const std::string_view node : CommonNodes) {
+        if (liesIn(path, node))
+            return false;
+    }
+    for (const std::string_view folder : TerminalFolders) {
+        if (liesIn(path, folder))
+            return true;
+    }
+    return false;
+}
+
+}  // namespace
+
+Route route(const char* call, const char* path, bool forWriting) {
+    Route found;
+    if (!path || !*path)
+        return found;
+    const CancellationOff uncancelled;
+    const int errnoBefore = errno;
+    found.path = absolutePath(path);
+    if (!isTerminals(found.path)) {
+        // The host's kernel is not the terminal's to set.
+        if (forWriting && liesIn(found.path, "/proc")) {
+            found.kind = Route::Nothing;
+            found.place.error = EACCES;
+        }
+        errno = errnoBefore;
+        return found;
+    }
+    Terminal* const terminal = Terminal::current();
+    found.kind = Route::Nothing;
+    if (!terminal) {
+        found.place.error = ENOENT;
+        return found;
+    }
+    found.place.error = terminal->faults().check(call, found.path);
+    if (found.place.error == 0)
+        found.place = terminal->locate(found.path, forWriting);
+    if (found.place.error == 0)
+        found.kind = found.place.device ? Route::Node : Route::File;
+    errno = errnoBefore;
+    return found;
+}
+
+int faultOf(const char* call, const std::string& path) {
+    Terminal* const terminal = Terminal::current();
+    return terminal ? terminal->faults().check(call, path) : 0;
+}
+
+bool failsByFault(const char* call, const std::string& path) {
+    const int error = faultOf(call, path);
+    if (error != 0)
+        errno = error;
+    return error != 0;
+}
+
+}  // namespace sim

@@ -1,0 +1,139 @@
+// What changes the system or other processes: done to the simulated terminal, or refused.
+
+#include <signal.h>
+#include <spawn.h>
+#include <sys/mount.h>
+#include <sys/reboot.h>
+#include <sys/swap.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdio>
+#include <cstdlib>
+#include <fstream>
+#include <string>
+
+#include "sim/Cancellation.h"
+#include "sim/HostTime.h"
+#include "sim/posix/Real.h"
+#include "sim/posix/Router.h"
+
+using sim::failWith;
+using sim::Terminal;
+
+namespace {
+
+pid_t parentOf(pid_t process) {
+    std::ifstream status("/proc/" + std::to_string(process) + "/stat");
+    std::string text;
+    std::getline(status, text);
+    const size_t name = text.rfind(')');  // the name may hold anything, brackets too
+    if (name == std::string::npos)
+        return 0;
+    char state = 0;
+    int parent = 0;
+    return sscanf(text.c_str() + name + 1, " %c %d", &state, &parent) == 2 ? parent : 0;
+}
+
+/// A program may signal itself and what it has started, nobody else.
+bool isOwnProcess(pid_t process) {
+    const sim::CancellationOff uncancelled;
+    for (const pid_t self = getpid(); process > 1; process = parentOf(process)) {
+        if (process == self)
+            return true;
+    }
+    return false;
+}
+
+/// No program of the host is the terminal's.
+int refuseProgram(const char* call, const char* path) {
+    const int error = sim::faultOf(call, path ? path : "");
+    return failWith(error != 0 ? error : ENOENT);
+}
+
+}  // namespace
+
+extern "C" {
+
+int mount(const char* source, const char* target, const char* type, unsigned long flags,
+          const void*) noexcept {
+    const sim::CancellationOff uncancelled;
+    if (sim::failsByFault("mount", target ? target : ""))
+        return -1;
+    Terminal* const terminal = Terminal::current();
+    if (!terminal || !source || !target || !type)
+        return failWith(terminal ? EFAULT : EPERM);
+    return terminal->card().mount(source, target, type, flags);
+}
+
+int umount2(const char* target, int) noexcept {
+    const sim::CancellationOff uncancelled;
+    if (sim::failsByFault("umount", target ? target : ""))
+        return -1;
+    Terminal* const terminal = Terminal::current();
+    if (!terminal || !target)
+        return failWith(terminal ? EFAULT : EPERM);
+    return terminal->card().unmount(target);
+}
+
+int umount(const char* target) noexcept { return umount2(target, 0); }
+
+int reboot(int) noexcept { return failWith(EPERM); }
+int swapon(const char*, int) noexcept { return failWith(EPERM); }
+int swapoff(const char*) noexcept { return failWith(EPERM); }
+int sethostname(const char*, size_t) noexcept { return failWith(EPERM); }
+int pivot_root(const char*, const char*) { return failWith(EPERM); }
+int chroot(const char*) noexcept { return failWith(EPERM); }
+int init_module(void*, unsigned long, const char*) { return failWith(EPERM); }
+int finit_module(int, const char*, int) { return failWith(EPERM); }
+int delete_module(const char*, unsigned) { return failWith(EPERM); }
+
+int kill(pid_t process, int signal) noexcept {
+    return isOwnProcess(process) ? SIM_REAL(kill)(process, signal) : failWith(EPERM);
+}
+int killpg(pid_t group, int signal) noexcept {
+    return isOwnProcess(group) ? SIM_REAL(killpg)(group, signal) : failWith(EPERM);
+}
+int sigqueue(pid_t process, int signal, const union sigval value) noexcept {
+    return isOwnProcess(process) ? SIM_REAL(sigqueue)(process, signal, value) : failWith(EPERM);
+}
+
+int pthread_create(pthread_t* thread, const pthread_attr_t* attributes, void* (*body)(void*),
+                   void* argument) noexcept {
+    const int error = sim::HostTime::isActive() ? 0 : sim::faultOf("pthread_create");
+    return error != 0 ? error : SIM_REAL(pthread_create)(thread, attributes, body, argument);
+}
+
+int system(const char* command) {
+    constexpr int CommandNotFound = 127 << 8;
+    return command ? CommandNotFound : 0;  // 0: there is no shell
+}
+
+FILE* popen(const char* command, const char*) {
+    refuseProgram("popen", command);
+    return nullptr;
+}
+
+int execve(const char* path, char* const*, char* const*) noexcept {
+    return refuseProgram("exec", path);
+}
+int execv(const char* path, char* const*) noexcept { return refuseProgram("exec", path); }
+int execvp(const char* file, char* const*) noexcept { return refuseProgram("exec", file); }
+int execvpe(const char* file, char* const*, char* const*) noexcept {
+    return refuseProgram("exec", file);
+}
+int execl(const char* path, const char*, ...) noexcept { return refuseProgram("exec", path); }
+int execle(const char* path, const char*, ...) noexcept { return refuseProgram("exec", path); }
+int execlp(const char* file, const char*, ...) noexcept { return refuseProgram("exec", file); }
+int fexecve(int, char* const*, char* const*) noexcept { return failWith(ENOENT); }
+
+int posix_spawn(pid_t*, const char*, const posix_spawn_file_actions_t*, const posix_spawnattr_t*,
+                char* const*, char* const*) noexcept {
+    return ENOENT;
+}
+int posix_spawnp(pid_t*, const char*, const posix_spawn_file_actions_t*, const posix_spawnattr_t*,
+                 char* const*, char* const*) noexcept {
+    return ENOENT;
+}
+
+}  // extern "C"

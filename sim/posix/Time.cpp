@@ -1,0 +1,185 @@
+// Clocks, sleeps and timed locks on the simulated clock. Setting the clock sets the simulated one.
+
+#include <pthread.h>
+#include <semaphore.h>
+#include <sys/time.h>
+#include <sys/timex.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <ctime>
+
+#include "sim/Clock.h"
+#include "sim/HostTime.h"
+#include "sim/posix/Real.h"
+#include "sim/posix/Router.h"
+
+using sim::Clock;
+using sim::fromTimespec;
+using sim::HostTime;
+using sim::Nanoseconds;
+using sim::toTimespec;
+
+namespace {
+
+enum class Simulated { None, Wall, Monotonic };
+
+Simulated simulatedBy(clockid_t clock) {
+    if (HostTime::isActive())
+        return Simulated::None;
+    switch (clock) {
+    case CLOCK_REALTIME:
+    case CLOCK_REALTIME_COARSE:
+        return Simulated::Wall;
+    case CLOCK_MONOTONIC:
+    case CLOCK_MONOTONIC_COARSE:
+    case CLOCK_MONOTONIC_RAW:
+        return Simulated::Monotonic;
+    default:
+        return Simulated::None;
+    }
+}
+
+Nanoseconds simulatedNow(Simulated clock) {
+    return clock == Simulated::Wall ? Clock::get().wall() : Clock::get().monotonic();
+}
+
+/// A deadline on a simulated clock as one on the host's clock of the same name.
+timespec hostDeadline(clockid_t clock, const timespec& deadline) {
+    const Simulated simulated = simulatedBy(clock);
+    if (simulated == Simulated::None)
+        return deadline;
+    timespec hostNow{};
+    SIM_REAL(clock_gettime)(clock, &hostNow);
+    const Nanoseconds left = std::max(fromTimespec(deadline) - simulatedNow(simulated),
+                                      Nanoseconds(0));
+    return toTimespec(fromTimespec(hostNow) + Clock::get().realDuration(left));
+}
+
+bool isValid(const timespec& time) { return time.tv_nsec >= 0 && time.tv_nsec < 1'000'000'000; }
+
+int setWall(Nanoseconds sinceEpoch) {
+    if (sim::failsByFault("clock_settime"))
+        return -1;
+    if (!sim::Terminal::current())
+        return sim::failWith(EPERM);
+    Clock::get().setWall(sinceEpoch);
+    return 0;
+}
+
+}  // namespace
+
+extern "C" {
+
+int clock_gettime(clockid_t clock, timespec* now) noexcept {
+    const Simulated simulated = simulatedBy(clock);
+    if (simulated == Simulated::None)
+        return SIM_REAL(clock_gettime)(clock, now);
+    *now = toTimespec(simulatedNow(simulated));
+    return 0;
+}
+
+int gettimeofday(timeval* now, void* zone) noexcept {
+    if (HostTime::isActive())
+        return SIM_REAL(gettimeofday)(now, zone);
+    const timespec time = toTimespec(Clock::get().wall());
+    now->tv_sec = time.tv_sec;
+    now->tv_usec = time.tv_nsec / 1000;
+    return 0;
+}
+
+time_t time(time_t* result) noexcept {
+    if (HostTime::isActive())
+        return SIM_REAL(time)(result);
+    const time_t now = toTimespec(Clock::get().wall()).tv_sec;
+    if (result)
+        *result = now;
+    return now;
+}
+
+int clock_settime(clockid_t clock, const timespec* now) noexcept {
+    if (clock != CLOCK_REALTIME || !isValid(*now))
+        return sim::failWith(EINVAL);
+    return setWall(fromTimespec(*now));
+}
+
+int settimeofday(const timeval* now, const struct timezone*) noexcept {
+    if (!now)
+        return sim::failWith(EPERM);
+    return setWall(std::chrono::seconds(now->tv_sec) + std::chrono::microseconds(now->tv_usec));
+}
+
+int adjtimex(timex* adjustment) noexcept {
+    return adjustment->modes == 0 ? SIM_REAL(adjtimex)(adjustment) : sim::failWith(EPERM);
+}
+int clock_adjtime(clockid_t clock, timex* adjustment) noexcept {
+    return adjustment->modes == 0 ? SIM_REAL(clock_adjtime)(clock, adjustment)
+                                  : sim::failWith(EPERM);
+}
+int adjtime(const timeval* change, timeval* left) noexcept {
+    return change ? sim::failWith(EPERM) : SIM_REAL(adjtime)(change, left);
+}
+
+int nanosleep(const timespec* duration, timespec* left) {
+    if (HostTime::isActive() || !isValid(*duration) || duration->tv_sec < 0)
+        return SIM_REAL(nanosleep)(duration, left);
+    const timespec real = toTimespec(Clock::get().realDuration(fromTimespec(*duration)));
+    timespec realLeft{};
+    const int result = SIM_REAL(nanosleep)(&real, &realLeft);
+    if (result != 0 && left)
+        *left = toTimespec(Clock::get().simulatedDuration(fromTimespec(realLeft)));
+    return result;
+}
+
+int clock_nanosleep(clockid_t clock, int flags, const timespec* time, timespec* left) {
+    if (simulatedBy(clock) == Simulated::None || !isValid(*time))
+        return SIM_REAL(clock_nanosleep)(clock, flags, time, left);
+    if (flags & TIMER_ABSTIME) {
+        const timespec deadline = hostDeadline(clock, *time);
+        return SIM_REAL(clock_nanosleep)(clock, flags, &deadline, left);
+    }
+    return nanosleep(time, left) == 0 ? 0 : errno;
+}
+
+int usleep(useconds_t microseconds) {
+    const timespec duration = toTimespec(std::chrono::microseconds(microseconds));
+    return nanosleep(&duration, nullptr);
+}
+
+unsigned sleep(unsigned seconds) {
+    timespec duration{};
+    duration.tv_sec = static_cast<time_t>(seconds);
+    timespec left{};
+    return nanosleep(&duration, &left) == 0 ? 0 : static_cast<unsigned>(left.tv_sec);
+}
+
+int pthread_cond_timedwait(pthread_cond_t* condition, pthread_mutex_t* mutex,
+                           const timespec* until) {
+    const timespec deadline = hostDeadline(CLOCK_REALTIME, *until);
+    return SIM_REAL(pthread_cond_timedwait)(condition, mutex, &deadline);
+}
+
+int pthread_cond_clockwait(pthread_cond_t* condition, pthread_mutex_t* mutex, clockid_t clock,
+                           const timespec* until) {
+    const timespec deadline = hostDeadline(clock, *until);
+    return SIM_REAL(pthread_cond_clockwait)(condition, mutex, clock, &deadline);
+}
+
+int pthread_mutex_timedlock(pthread_mutex_t* mutex, const timespec* until) noexcept {
+    const timespec deadline = hostDeadline(CLOCK_REALTIME, *until);
+    return SIM_REAL(pthread_mutex_timedlock)(mutex, &deadline);
+}
+
+int pthread_mutex_clocklock(pthread_mutex_t* mutex, clockid_t clock,
+                            const timespec* until) noexcept {
+    const timespec deadline = hostDeadline(clock, *until);
+    return SIM_REAL(pthread_mutex_clocklock)(mutex, clock, &deadline);
+}
+
+int sem_timedwait(sem_t* semaphore, const timespec* until) {
+    const timespec deadline = hostDeadline(CLOCK_REALTIME, *until);
+    return SIM_REAL(sem_timedwait)(semaphore, &deadline);
+}
+
+}  // extern "C"

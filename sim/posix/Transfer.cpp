@@ -1,0 +1,150 @@
+// What is done with an open descriptor.
+
+#include <sys/ioctl.h>
+#include <sys/uio.h>
+#include <termios.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdarg>
+#include <cstdlib>
+#include <cstring>
+#include <string>
+
+#include "sim/Cancellation.h"
+#include "sim/posix/Descriptors.h"
+#include "sim/posix/Real.h"
+#include "sim/posix/Router.h"
+
+using sim::Descriptors;
+using sim::failsByFault;
+
+namespace {
+
+/// Requests to network interfaces that change them or the routes: the host's are not the terminal's.
+bool changesNetwork(unsigned long request) {
+    constexpr unsigned long SocketRequests = 0x8900;
+    if ((request & ~0xFFUL) != SocketRequests)
+        return false;
+    switch (request) {
+    case 0x8910:  // SIOCGIFNAME
+    case 0x8912:  // SIOCGIFCONF
+    case 0x8913:  // SIOCGIFFLAGS
+    case 0x8915:  // SIOCGIFADDR
+    case 0x8917:  // SIOCGIFDSTADDR
+    case 0x8919:  // SIOCGIFBRDADDR
+    case 0x891B:  // SIOCGIFNETMASK
+    case 0x8921:  // SIOCGIFMTU
+    case 0x8927:  // SIOCGIFHWADDR
+    case 0x8933:  // SIOCGIFINDEX
+        return false;
+    default:
+        return request >= 0x890B;  // below are a socket's own
+    }
+}
+
+/// The operation of an open of the terminal behind a call, or the real call.
+template <class Operation, class Real>
+auto onDescriptor(const char* call, int fd, Operation operation, Real realCall)
+    -> decltype(realCall()) {
+    const auto file = Descriptors::get().find(fd);
+    if (!file)
+        return realCall();
+    return failsByFault(call, file->path()) ? -1 : operation(*file);
+}
+
+}  // namespace
+
+extern "C" {
+
+int close(int fd) {
+    const auto file = Descriptors::get().take(fd);
+    const int result = SIM_REAL(close)(fd);
+    return file && failsByFault("close", file->path()) ? -1 : result;
+}
+
+ssize_t read(int fd, void* buffer, size_t size) {
+    return onDescriptor(
+        "read", fd, [=](sim::OpenFile& file) { return file.read(buffer, size); },
+        [=] { return SIM_REAL(read)(fd, buffer, size); });
+}
+
+ssize_t __read_chk(int fd, void* buffer, size_t size, size_t bufferSize) {
+    if (size > bufferSize)
+        abort();
+    return ::read(fd, buffer, size);
+}
+
+ssize_t write(int fd, const void* data, size_t size) {
+    return onDescriptor(
+        "write", fd, [=](sim::OpenFile& file) { return file.write(data, size); },
+        [=] { return SIM_REAL(write)(fd, data, size); });
+}
+
+ssize_t readv(int fd, const iovec* parts, int count) {
+    return onDescriptor(
+        "read", fd,
+        [=](sim::OpenFile& file) {
+            return count > 0 ? file.read(parts[0].iov_base, parts[0].iov_len) : 0;
+        },
+        [=] { return SIM_REAL(readv)(fd, parts, count); });
+}
+
+ssize_t writev(int fd, const iovec* parts, int count) {
+    return onDescriptor(
+        "write", fd,
+        [=](sim::OpenFile& file) {
+            std::string all;
+            for (int i = 0; i < count; ++i)
+                all.append(static_cast<const char*>(parts[i].iov_base), parts[i].iov_len);
+            return file.write(all.data(), all.size());
+        },
+        [=] { return SIM_REAL(writev)(fd, parts, count); });
+}
+
+int ioctl(int fd, unsigned long request, ...) noexcept {
+    va_list arguments;
+    va_start(arguments, request);
+    void* const argument = va_arg(arguments, void*);
+    va_end(arguments);
+    const sim::CancellationOff uncancelled;
+    if (!Descriptors::get().has(fd) && changesNetwork(request))
+        return sim::failWith(EPERM);
+    return onDescriptor(
+        "ioctl", fd, [=](sim::OpenFile& file) { return file.ioctl(request, argument); },
+        [=] { return SIM_REAL(ioctl)(fd, request, argument); });
+}
+
+int tcgetattr(int fd, termios* settings) noexcept {
+    return onDescriptor(
+        "tcgetattr", fd, [=](sim::OpenFile& file) { return file.getAttributes(*settings); },
+        [=] { return SIM_REAL(tcgetattr)(fd, settings); });
+}
+
+int tcsetattr(int fd, int when, const termios* settings) noexcept {
+    const sim::CancellationOff uncancelled;
+    return onDescriptor(
+        "tcsetattr", fd, [=](sim::OpenFile& file) { return file.setAttributes(when, *settings); },
+        [=] { return SIM_REAL(tcsetattr)(fd, when, settings); });
+}
+
+int tcflush(int fd, int queue) noexcept {
+    return onDescriptor(
+        "tcflush", fd, [=](sim::OpenFile& file) { return file.flush(queue); },
+        [=] { return SIM_REAL(tcflush)(fd, queue); });
+}
+
+int tcsendbreak(int fd, int duration) noexcept {
+    return onDescriptor(
+        "tcsendbreak", fd, [=](sim::OpenFile& file) { return file.sendBreak(duration); },
+        [=] { return SIM_REAL(tcsendbreak)(fd, duration); });
+}
+
+int tcdrain(int fd) {
+    const sim::CancellationOff uncancelled;
+    return onDescriptor(
+        "tcdrain", fd, [=](sim::OpenFile& file) { return file.drain(); },
+        [=] { return SIM_REAL(tcdrain)(fd); });
+}
+
+}  // extern "C"
