@@ -21,20 +21,18 @@ Nanoseconds scaled(Nanoseconds duration, double factor) {
 
 }  // namespace
 
-Clock& Clock::get() {
-    static auto* const clock = new Clock;  // outlives every static object that asks for the time
-    return *clock;
-}
+Clock Clock::instance;
 
 Clock::State Clock::host() {
     const Nanoseconds monotonic = hostClock(CLOCK_MONOTONIC);
-    return {monotonic, monotonic, hostClock(CLOCK_REALTIME), 1.0, false};
+    return {monotonic, monotonic, hostClock(CLOCK_REALTIME), 1.0, false, nullptr};
 }
 
-Clock::Clock() : states{host()}, current(&states.back()) {}
-
 Clock::State Clock::now() const {
-    State state = *current.load();
+    const State* const last = current;
+    if (!last)
+        return host();
+    State state = *last;
     const Nanoseconds real = hostClock(CLOCK_MONOTONIC);
     const Nanoseconds passed = scaled(real - state.real, state.speed);
     state.real = real;
@@ -51,7 +49,14 @@ template <class Change> void Clock::change(Change apply) {
     const std::lock_guard<std::mutex> held(mutex);
     State state = now();
     apply(state);
-    current = &states.emplace_back(state);
+    state.older = newest;
+    newest = new State(state);
+    current = newest;
+}
+
+double Clock::speed() const {
+    const State* const last = current;
+    return last ? last->speed : 1.0;
 }
 
 void Clock::setSpeed(double speed) {
@@ -78,9 +83,7 @@ void Clock::thaw() {
     change([](State& state) { state.frozen = false; });
 }
 
-void Clock::reset() {
-    change([](State& state) { state = host(); });
-}
+void Clock::reset() { current = nullptr; }
 
 Nanoseconds Clock::realDuration(Nanoseconds simulated) const {
     return scaled(simulated, 1.0 / speed());

@@ -3,7 +3,6 @@
 #include <atomic>
 #include <chrono>
 #include <ctime>
-#include <list>
 #include <mutex>
 
 namespace sim {
@@ -17,14 +16,14 @@ using Nanoseconds = std::chrono::nanoseconds;
 /// takes no lock. A wait in progress keeps the real time it was begun with.
 class Clock {
 public:
-    static Clock& get();
+    static Clock& get() { return instance; }
 
     Nanoseconds monotonic() const;  ///< stands still while suspended
     Nanoseconds wall() const;       ///< since the epoch, goes on while suspended
 
     /// How many seconds pass on the terminal in one real second. Above 0.
     void setSpeed(double speed);
-    double speed() const { return current.load()->speed; }
+    double speed() const;
 
     void setWall(Nanoseconds sinceEpoch);
     void setMonotonic(Nanoseconds sinceBoot);
@@ -48,16 +47,20 @@ private:
         Nanoseconds real, monotonic, wall;  // the same moment on three clocks
         double speed;
         bool frozen;
+        const State* older;
     };
 
-    Clock();
+    constexpr Clock() = default;
     static State host();
     State now() const;
     template <class Change> void change(Change apply);
 
-    std::mutex mutex;               // one change at a time
-    std::list<State> states;        // all there have been: a reader may still look at an old one
-    std::atomic<const State*> current;
+    // Ready before any code runs and without allocating: memory allocators ask for the time.
+    static Clock instance;
+
+    std::mutex mutex;                            // one change at a time
+    const State* newest = nullptr;               // a reader may still look at an older one: all stay
+    std::atomic<const State*> current{nullptr};  // null: the host's clocks
 };
 
 constexpr Nanoseconds fromTimespec(const timespec& time) {

@@ -10,7 +10,7 @@ namespace sim {
 
 /// The barcode engine on its serial line: scans while it has been told to, until it has read a code or
 /// is told to stop. Without power it hears and says nothing.
-class BarcodeEngine : public LinePeer {
+class BarcodeEngine final : public LinePeer {
 public:
     BarcodeEngine(Journal& journal, SerialLine& line);
 

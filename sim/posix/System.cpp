@@ -128,11 +128,11 @@ int execlp(const char* file, const char*, ...) noexcept { return refuseProgram("
 int fexecve(int, char* const*, char* const*) noexcept { return failWith(ENOENT); }
 
 int posix_spawn(pid_t*, const char*, const posix_spawn_file_actions_t*, const posix_spawnattr_t*,
-                char* const*, char* const*) noexcept {
+                char* const*, char* const*) {
     return ENOENT;
 }
 int posix_spawnp(pid_t*, const char*, const posix_spawn_file_actions_t*, const posix_spawnattr_t*,
-                 char* const*, char* const*) noexcept {
+                 char* const*, char* const*) {
     return ENOENT;
 }
 
