@@ -4,8 +4,8 @@
 
 namespace sim {
 
-/// Keeps the calling thread from being cancelled for the length of a scope: a model is never left half
-/// way, and most of the interposed calls may not unwind.
+/// Keeps the calling thread from being cancelled for the length of a scope: a model is never left
+/// half way, and most of the interposed calls may not unwind.
 class CancellationOff {
 public:
     CancellationOff() { pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, &before); }

@@ -9,11 +9,11 @@ namespace sim {
 
 using Nanoseconds = std::chrono::nanoseconds;
 
-/// The clocks of the simulated terminal: they start with the host's, can run faster, jump, and are set
-/// without touching the host's.
+/// The clocks of the simulated terminal: they start with the host's, can run faster, jump, and are
+/// set without touching the host's.
 ///
-/// One per process, since the calls it stands behind know no terminal. Any thread may use it; reading
-/// takes no lock. A wait in progress keeps the real time it was begun with.
+/// One per process, since the calls it stands behind know no terminal. Any thread may use it;
+/// reading takes no lock. A wait in progress keeps the real time it was begun with.
 class Clock {
 public:
     static Clock& get() { return instance; }
@@ -58,8 +58,8 @@ private:
     // Ready before any code runs and without allocating: memory allocators ask for the time.
     static Clock instance;
 
-    std::mutex mutex;                            // one change at a time
-    const State* newest = nullptr;               // a reader may still look at an older one: all stay
+    std::mutex mutex;               // one change at a time
+    const State* newest = nullptr;  // a reader may still look at an older one: all stay
     std::atomic<const State*> current{nullptr};  // null: the host's clocks
 };
 

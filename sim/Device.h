@@ -8,9 +8,9 @@
 
 namespace sim {
 
-/// One open of something that belongs to the terminal: what the calls on its descriptor do. As in the
-/// calls themselves, -1 with errno set is a failure. Every operation here passes the call on to the
-/// descriptor itself; a model overrides those that differ.
+/// One open of something that belongs to the terminal: what the calls on its descriptor do. As in
+/// the calls themselves, -1 with errno set is a failure. Every operation here passes the call on to
+/// the descriptor itself; a model overrides those that differ.
 class OpenFile {
 public:
     OpenFile(int descriptor, std::string path);

@@ -6,8 +6,8 @@
 
 namespace sim {
 
-/// Makes system calls of the application fail. It sees every call that concerns the terminal: those on
-/// its paths, on descriptors of its devices, and those that would change the system (mount,
+/// Makes system calls of the application fail. It sees every call that concerns the terminal: those
+/// on its paths, on descriptors of its devices, and those that would change the system (mount,
 /// pthread_create, ...); and counts them, so that a test can fail the first, the second, ... of a
 /// procedure. Any thread may use it.
 class Faults {

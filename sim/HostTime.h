@@ -38,8 +38,8 @@ private:
 
 void pauseBriefly();  ///< about a millisecond of the host's time
 
-/// Looks at `condition` about every millisecond of host time until it is true or `limit` has passed.
-/// Its last answer.
+/// Looks at `condition` about every millisecond of host time until it is true or `limit` has
+/// passed. Its last answer.
 template <class Condition> bool eventually(Condition condition, std::chrono::nanoseconds limit) {
     const HostDeadline deadline(limit);
     while (!condition()) {

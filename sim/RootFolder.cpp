@@ -10,14 +10,16 @@ namespace fs = std::filesystem;
 
 namespace sim {
 
-RootFolder::RootFolder() : top((fs::temp_directory_path() / "terminal-XXXXXX").string()) {
+RootFolder::RootFolder()
+    : top((fs::temp_directory_path() / "terminal-XXXXXX").string()), isOwn(true) {
     if (!mkdtemp(top.data()))
         throw std::runtime_error("cannot make the terminal's root folder " + top);
 }
 
 RootFolder::~RootFolder() {
     std::error_code ignored;
-    fs::remove_all(top, ignored);
+    if (isOwn)
+        fs::remove_all(top, ignored);
 }
 
 void RootFolder::write(const std::string& path, const std::string& text) const {

@@ -1,14 +1,20 @@
 #pragma once
 
 #include <string>
+#include <utility>
 
 namespace sim {
 
-/// The files of the simulated terminal: a folder in a temporary place, one per terminal, removed with
-/// it. Paths are the terminal's own and absolute.
+/// The files of the simulated terminal, in a folder of the host. Paths are the terminal's own and
+/// absolute.
 class RootFolder {
 public:
+    /// A new folder in a temporary place, removed with this object.
     RootFolder();
+
+    /// An empty folder that somebody else has made and removes.
+    explicit RootFolder(std::string folder) : top(std::move(folder)) {}
+
     RootFolder(const RootFolder&) = delete;
     RootFolder& operator=(const RootFolder&) = delete;
     ~RootFolder();
@@ -26,6 +32,7 @@ public:
 
 private:
     std::string top;
+    bool isOwn = false;
 };
 
 }  // namespace sim

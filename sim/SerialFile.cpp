@@ -10,9 +10,7 @@ namespace sim {
 
 SerialFile::SerialFile(int descriptor, const std::string& path, SerialLine& openedLine,
                        unsigned pairGeneration)
-    : OpenFile(descriptor, path),
-      keepsAlive(openedLine.shared_from_this()),
-      line(&openedLine),
+    : OpenFile(descriptor, path), keepsAlive(openedLine.shared_from_this()), line(&openedLine),
       generation(pairGeneration) {}
 
 void SerialFile::closing() {
@@ -44,10 +42,8 @@ int SerialFile::ioctl(unsigned long request, void* argument) {
     case TIOCMGET:
     case TIOCMSET:
     case TIOCMBIS:
-    case TIOCMBIC:
-        break;
-    default:
-        return OpenFile::ioctl(request, argument);
+    case TIOCMBIC: break;
+    default: return OpenFile::ioctl(request, argument);
     }
     const std::lock_guard<std::mutex> held(line->mutex);
     if (!isCurrent())

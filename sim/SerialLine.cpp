@@ -41,14 +41,10 @@ std::string speedText(const termios& settings) {
 
 char sizeText(const termios& settings) {
     switch (settings.c_cflag & CSIZE) {
-    case CS5:
-        return '5';
-    case CS6:
-        return '6';
-    case CS7:
-        return '7';
-    default:
-        return '8';
+    case CS5: return '5';
+    case CS6: return '6';
+    case CS7: return '7';
+    default: return '8';
     }
 }
 
@@ -63,7 +59,8 @@ void setNonBlocking(int fd) { fcntl(fd, F_SETFL, fcntl(fd, F_GETFL) | O_NONBLOCK
 }  // namespace
 
 SerialLine::SerialLine(std::string lineName, Journal& lineJournal)
-    : name(std::move(lineName)), journal(lineJournal), wakeUp(eventfd(0, EFD_NONBLOCK | EFD_CLOEXEC)) {
+    : name(std::move(lineName)), journal(lineJournal),
+      wakeUp(eventfd(0, EFD_NONBLOCK | EFD_CLOEXEC)) {
     createPair();
     server = std::thread([this] { serve(); });
 }
@@ -156,8 +153,8 @@ void SerialLine::hangUp() {
 
 std::string SerialLine::settings() const {
     const termios now = attributes();
-    std::string text = speedText(now) + " " + sizeText(now) + parityText(now) +
-                       (now.c_cflag & CSTOPB ? '2' : '1');
+    std::string text =
+        speedText(now) + " " + sizeText(now) + parityText(now) + (now.c_cflag & CSTOPB ? '2' : '1');
     if (now.c_cflag & CRTSCTS)
         text += " rtscts";
     if (now.c_iflag & IXON)
@@ -209,7 +206,8 @@ Nanoseconds SerialLine::sendDue() {
     return Never;
 }
 
-/// Reads under the lock, so that a flush of the application cannot come between a read and its count.
+/// Reads under the lock, so that a flush of the application cannot come between a read and its
+/// count.
 void SerialLine::takeReceived(std::unique_lock<std::mutex>& held) {
     char buffer[4096];
     const ssize_t size = SIM_REAL(read)(farEnd, buffer, sizeof buffer);
@@ -220,7 +218,8 @@ void SerialLine::takeReceived(std::unique_lock<std::mutex>& held) {
     if (receiver)
         receiver->received({buffer, static_cast<size_t>(size)});
     held.lock();
-    consumedBytes += static_cast<size_t>(size);  // only now: drained means that the peer has seen it
+    consumedBytes +=
+        static_cast<size_t>(size);  // only now: drained means that the peer has seen it
     consumed.notify_all();
 }
 

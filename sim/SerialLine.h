@@ -27,8 +27,8 @@ protected:
 /// pseudo-terminal lacks is modelled: the full settings, the modem lines, breaks, and a drain that
 /// waits until the far end has taken every byte.
 ///
-/// Any thread may use the far end. The line's thread hands received bytes to the peer and sends what
-/// was asked for later. Bytes sent while nobody has the line open are lost, as on a wire.
+/// Any thread may use the far end. The line's thread hands received bytes to the peer and sends
+/// what was asked for later. Bytes sent while nobody has the line open are lost, as on a wire.
 class SerialLine : public Device {
 public:
     SerialLine(std::string name, Journal& journal);
@@ -44,8 +44,8 @@ public:
     /// The far end goes away: a waiting application sees a hang-up, a new open gets a new line.
     void hangUp();
 
-    /// The settings last applied, in the customary short form: "9600 8N1", with "rtscts" and "xonxoff"
-    /// for the flow controls.
+    /// The settings last applied, in the customary short form: "9600 8N1", with "rtscts" and
+    /// "xonxoff" for the flow controls.
     std::string settings() const;
     termios attributes() const;
 

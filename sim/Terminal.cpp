@@ -25,11 +25,10 @@ bool isDriverFolder(const std::string& path) {
 
 }  // namespace
 
-Terminal::Terminal()
-    : modem(std::make_shared<ModemPower>()),
-      control(std::make_shared<PowerControl>(log, *modem)),
-      oled(std::make_shared<Display>(log)),
-      clockChip(std::make_shared<RealTimeClock>(log)),
+Terminal::Terminal(const std::string& folder)
+    : root(folder.empty() ? RootFolder() : RootFolder(folder)),
+      modem(std::make_shared<ModemPower>()), control(std::make_shared<PowerControl>(log, *modem)),
+      oled(std::make_shared<Display>(log)), clockChip(std::make_shared<RealTimeClock>(log)),
       keys(std::make_shared<InputDevice>("keypad", log, eventType(board::InputKey))),
       touch(std::make_shared<InputDevice>("touch", log, eventType(InputPosition))),
       sound(std::make_shared<InputDevice>("speaker", log, eventType(board::InputSound))),
@@ -38,8 +37,7 @@ Terminal::Terminal()
       engineLine(std::make_shared<SerialLine>("barcode", log)),
       engine(std::make_unique<BarcodeEngine>(log, *engineLine)),
       batteryMillivolts(root, board::BatteryVoltagePath),
-      temperatureInput(root, board::TemperaturePath),
-      lightInput(root, board::AmbientLightPath),
+      temperatureInput(root, board::TemperaturePath), lightInput(root, board::AmbientLightPath),
       usb(root, board::UsbSupplyPath) {
     engineLine->connect(engine.get());
     control->onSupply(board::SupplyScanner, [this](bool on) { engine->setPowered(on); });
@@ -49,10 +47,14 @@ Terminal::Terminal()
     lightInput.set(20);
     usb.set(0);
 
-    nodes = {{board::PowerControlPath, control}, {board::DisplayPath, oled},
-             {board::ClockPath, clockChip},    {board::SuspendPath, suspend},
-             {inputPath(0), keys},             {inputPath(1), touch},
-             {inputPath(2), sound},            {"/dev/ttyAT2", engineLine}};
+    nodes = {{board::PowerControlPath, control},
+             {board::DisplayPath, oled},
+             {board::ClockPath, clockChip},
+             {board::SuspendPath, suspend},
+             {inputPath(0), keys},
+             {inputPath(1), touch},
+             {inputPath(2), sound},
+             {"/dev/ttyAT2", engineLine}};
 
     Terminal* none = nullptr;
     if (!currentTerminal.compare_exchange_strong(none, this))
@@ -67,6 +69,12 @@ Terminal::~Terminal() {
 }
 
 Terminal* Terminal::current() { return currentTerminal; }
+
+void Terminal::pressKey(int code, bool down) {
+    if (down)
+        suspend->keyPressed();
+    keys->key(code, down);
+}
 
 void Terminal::setPresent(const std::string& path, bool present) {
     const std::lock_guard<std::mutex> held(mutex);

@@ -29,15 +29,18 @@ struct Place {
     int error = 0;                   ///< neither: what a call on the path fails with
 };
 
-/// A terminal made of software: its devices, files and clock, and the door to them for tests and for
-/// the console. While one exists, the process runs on it; there is at most one at a time.
+/// A terminal made of software: its devices, files and clock, and the door to them for tests and
+/// for the console. While one exists, the process runs on it; there is at most one at a time.
 ///
-/// The one who makes it destroys it, after the application's threads have ended. In between, any thread
-/// may use it. It begins awake, with full battery, 22 degrees, daylight, no USB supply, the card
-/// inserted but not mounted, and its clocks on the host's time.
+/// The one who makes it destroys it, after the application's threads have ended. In between, any
+/// thread may use it. It begins awake, with full battery, 22 degrees, daylight, no USB supply, the
+/// card inserted but not mounted, and its clocks on the host's time.
 class Terminal {
 public:
-    Terminal();
+    Terminal() : Terminal(std::string()) {}
+
+    /// Keeps its files in an existing, empty folder, which stays; "" makes a temporary one.
+    explicit Terminal(const std::string& folder);
     Terminal(const Terminal&) = delete;
     Terminal& operator=(const Terminal&) = delete;
     ~Terminal();
@@ -65,6 +68,9 @@ public:
     Attribute& temperature() { return temperatureInput; }  ///< hundredths of a degree
     Attribute& light() { return lightInput; }              ///< the sensor's own unit
     Attribute& usbSupply() { return usb; }                 ///< 1 while plugged in
+
+    /// A key of the keypad goes down or up; that also wakes a suspended terminal.
+    void pressKey(int code, bool down);
 
     /// Takes a node or file away, or puts it back.
     void setPresent(const std::string& path, bool present);

@@ -8,15 +8,16 @@
 
 namespace sim {
 
-/// The barcode engine on its serial line: scans while it has been told to, until it has read a code or
-/// is told to stop. Without power it hears and says nothing.
+/// The barcode engine on its serial line: scans while it has been told to, until it has read a code
+/// or is told to stop. Without power it hears and says nothing.
 class BarcodeEngine final : public LinePeer {
 public:
     BarcodeEngine(Journal& journal, SerialLine& line);
 
     void setPowered(bool powered);
 
-    /// Holds a code before the engine until it has been read. Sent with carriage return and line feed.
+    /// Holds a code before the engine until it has been read. Sent with carriage return and line
+    /// feed.
     void present(const std::string& code);
     void takeAway();
 

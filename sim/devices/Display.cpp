@@ -47,8 +47,7 @@ int Display::ioctl(unsigned long request, void* argument) {
         level = static_cast<int>(value);
         text = (request == board::SetBrightness ? "brightness " : "fade ") + std::to_string(value);
         break;
-    default:
-        return failWith(ENOTTY);
+    default: return failWith(ENOTTY);
     }
     journal.note("oled", text);
     return 0;

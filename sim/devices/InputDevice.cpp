@@ -77,9 +77,9 @@ std::shared_ptr<OpenFile> InputDevice::open(const std::string& path, int) {
     auto file = std::make_shared<InputFile>(
         path, std::static_pointer_cast<InputDevice>(shared_from_this()));
     const std::lock_guard<std::mutex> held(mutex);
-    opens.erase(std::remove_if(opens.begin(), opens.end(),
-                               [](const auto& open) { return open.expired(); }),
-                opens.end());
+    opens.erase(
+        std::remove_if(opens.begin(), opens.end(), [](const auto& open) { return open.expired(); }),
+        opens.end());
     opens.push_back(file);
     return file;
 }

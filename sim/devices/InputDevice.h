@@ -11,8 +11,8 @@
 
 namespace sim {
 
-/// An event device: a keypad that sends key records, or a speaker that takes tone records, of the 16
-/// bytes that the terminal's 32-bit kernel uses. Each open has a queue of its own.
+/// An event device: a keypad that sends key records, or a speaker that takes tone records, of the
+/// 16 bytes that the terminal's 32-bit kernel uses. Each open has a queue of its own.
 class InputDevice : public Device {
 public:
     /// `eventTypes` has one bit for each type of event the device knows.

@@ -17,7 +17,8 @@ namespace {
 
 constexpr std::string_view MountPoint = "/mnt/mmc";
 constexpr std::string_view CardDevice = "/dev/mmcblk0p1";
-constexpr const char* Contents = "/.card";  // in the root folder, where no path of the terminal leads
+constexpr const char* Contents =
+    "/.card";  // in the root folder, where no path of the terminal leads
 
 /// The link of one of this process's descriptors.
 std::string openedPath(const char* descriptor) {
@@ -55,8 +56,8 @@ std::string MemoryCard::readFile(const std::string& name) const {
     return files.read(std::string(Contents) + "/" + name);
 }
 
-int MemoryCard::mount(const std::string& source, const std::string& target,
-                      const std::string& type, unsigned long flags) {
+int MemoryCard::mount(const std::string& source, const std::string& target, const std::string& type,
+                      unsigned long flags) {
     const std::lock_guard<std::mutex> held(mutex);
     if (source != CardDevice || target != MountPoint || type != "vfat")
         return failWith(source == CardDevice ? EINVAL : ENODEV);

@@ -11,8 +11,8 @@ namespace sim {
 struct Place;
 
 /// The memory card and the kernel's side of mounting it: what mount and umount do to it, what is
-/// below its mount point, and the line of it in "/proc/mounts". As on any system it cannot be unmounted
-/// while a file on it is open, nor made read-only while one is open for writing.
+/// below its mount point, and the line of it in "/proc/mounts". As on any system it cannot be
+/// unmounted while a file on it is open, nor made read-only while one is open for writing.
 class MemoryCard {
 public:
     enum class State { NotMounted, ReadOnly, ReadWrite };

@@ -35,22 +35,14 @@ void PowerControl::onSupply(unsigned number, std::function<void(bool)> react) {
 int PowerControl::ioctl(unsigned long request, void* argument) {
     const auto value = static_cast<unsigned>(reinterpret_cast<uintptr_t>(argument));
     switch (request) {
-    case board::LineLow:
-        return setLine(value, 0);
-    case board::LineHigh:
-        return setLine(value, 1);
-    case board::ReadLine:
-        return readLine(value);
-    case board::SetKeyboardLight:
-        return setKeyboardLight("keyboard light ", value);
-    case board::FadeKeyboardLight:
-        return setKeyboardLight("keyboard fade ", value);
-    case board::SupplyOn:
-        return setSupply(value, true);
-    case board::SupplyOff:
-        return setSupply(value, false);
-    default:
-        return failWith(ENOTTY);
+    case board::LineLow: return setLine(value, 0);
+    case board::LineHigh: return setLine(value, 1);
+    case board::ReadLine: return readLine(value);
+    case board::SetKeyboardLight: return setKeyboardLight("keyboard light ", value);
+    case board::FadeKeyboardLight: return setKeyboardLight("keyboard fade ", value);
+    case board::SupplyOn: return setSupply(value, true);
+    case board::SupplyOff: return setSupply(value, false);
+    default: return failWith(ENOTTY);
     }
 }
 

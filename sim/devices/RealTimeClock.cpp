@@ -22,8 +22,9 @@ board::ClockTime toClockTime(Nanoseconds time) {
     const time_t seconds = toTimespec(time).tv_sec;
     tm fields{};
     gmtime_r(&seconds, &fields);
-    return {fields.tm_sec,  fields.tm_min,  fields.tm_hour, fields.tm_mday, fields.tm_mon,
-            fields.tm_year, fields.tm_wday, fields.tm_yday, 0};
+    return {fields.tm_sec,  fields.tm_min,  fields.tm_hour,
+            fields.tm_mday, fields.tm_mon,  fields.tm_year,
+            fields.tm_wday, fields.tm_yday, 0};
 }
 
 Nanoseconds fromClockTime(const board::ClockTime& time) {
@@ -95,21 +96,15 @@ ssize_t RealTimeClock::read(void* buffer, size_t size) {
 int RealTimeClock::ioctl(unsigned long request, void* argument) {
     const std::lock_guard<std::mutex> held(mutex);
     switch (request) {
-    case board::ReadTime:
-        return readTime(argument);
-    case board::SetTime:
-        return setTime(argument);
-    case board::SetWakeAlarm:
-        return setAlarm(argument);
-    case board::AlarmInterruptOn:
-        journal.note("rtc", "alarm on");
-        return 0;
+    case board::ReadTime: return readTime(argument);
+    case board::SetTime: return setTime(argument);
+    case board::SetWakeAlarm: return setAlarm(argument);
+    case board::AlarmInterruptOn: journal.note("rtc", "alarm on"); return 0;
     case board::AlarmInterruptOff:
         journal.note("rtc", "alarm off");
         alarm.reset();
         return 0;
-    default:
-        return failWith(ENOTTY);
+    default: return failWith(ENOTTY);
     }
 }
 

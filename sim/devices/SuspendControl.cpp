@@ -9,8 +9,7 @@
 
 namespace sim {
 
-SuspendControl::SuspendControl(Journal& eventJournal, RealTimeClock& clockChip,
-                               InputDevice& keys)
+SuspendControl::SuspendControl(Journal& eventJournal, RealTimeClock& clockChip, InputDevice& keys)
     : journal(eventJournal), rtc(clockChip), keypad(keys) {}
 
 void SuspendControl::wakeByKey(int key, Nanoseconds after) {
@@ -73,8 +72,7 @@ void SuspendControl::sleepUntilWoken(std::unique_lock<std::mutex>& held, Nanosec
     const HostDeadline deadline(Clock::get().realDuration(std::min(alarm, longest)));
     isAsleep = true;
     Clock::get().freeze();
-    while (isAsleep && deadline.wait(woken, held)) {
-    }
+    while (isAsleep && deadline.wait(woken, held)) {}
     isAsleep = false;
     Clock::get().thaw();
 }

@@ -15,9 +15,9 @@ class RealTimeClock;
 
 /// "/sys/power/state": a write of "mem" suspends the terminal and returns after it has woken.
 ///
-/// What wakes it: a key that was planned for this suspend, if it comes before the alarm; the clock's
-/// alarm; without either, the next key pressed. Suspends with a planned end take no time, the clocks
-/// jump; the others last until the key.
+/// What wakes it: a key that was planned for this suspend, if it comes before the alarm; the
+/// clock's alarm; without either, the next key pressed. Suspends with a planned end take no time,
+/// the clocks jump; the others last until the key.
 class SuspendControl : public Device {
 public:
     SuspendControl(Journal& journal, RealTimeClock& rtc, InputDevice& keypad);
@@ -25,7 +25,8 @@ public:
     /// Plans for the next suspend that has no plan yet: `key` is pressed after `after`, and let go.
     void wakeByKey(int key, Nanoseconds after);
 
-    /// Suspends last as long as their alarm says, in (scaled) real time, instead of jumping over it.
+    /// Suspends last as long as their alarm says, in (scaled) real time, instead of jumping over
+    /// it.
     void setLasting(bool lasting);
 
     /// A key press, planned or not, wakes a suspend that lasts.

@@ -1,10 +1,11 @@
 #include "sim/posix/Descriptors.h"
 
+#include <unistd.h>
+
 #include <cerrno>
 #include <vector>
 
 #include "sim/posix/Real.h"
-#include <unistd.h>
 
 namespace sim {
 

@@ -10,8 +10,8 @@
 
 namespace sim {
 
-/// The descriptors of this process that stand for something of the terminal. Asking for one that does
-/// not takes no lock: every read and write of the program asks.
+/// The descriptors of this process that stand for something of the terminal. Asking for one that
+/// does not takes no lock: every read and write of the program asks.
 class Descriptors {
 public:
     static Descriptors& get();

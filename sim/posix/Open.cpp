@@ -34,14 +34,10 @@ int openAt(const char* call, int folder, const char* path, int flags, mode_t mod
         return SIM_REAL(openat)(folder, path, flags, mode);
     const Route found = sim::route(call, path, writes(flags));
     switch (found.kind) {
-    case Route::Host:
-        return SIM_REAL(openat)(folder, path, flags, mode);
-    case Route::File:
-        return SIM_REAL(openat)(AT_FDCWD, found.place.hostPath.c_str(), flags, mode);
-    case Route::Node:
-        return openNode(found, flags);
-    case Route::Nothing:
-        break;
+    case Route::Host: return SIM_REAL(openat)(folder, path, flags, mode);
+    case Route::File: return SIM_REAL(openat)(AT_FDCWD, found.place.hostPath.c_str(), flags, mode);
+    case Route::Node: return openNode(found, flags);
+    case Route::Nothing: break;
     }
     return sim::failWith(found.place.error);
 }
@@ -53,12 +49,9 @@ mode_t creationMode(int flags, va_list arguments) {
 int streamFlags(const char* mode) {
     const bool both = strchr(mode, '+') != nullptr;
     switch (*mode) {
-    case 'r':
-        return both ? O_RDWR : O_RDONLY;
-    case 'w':
-        return (both ? O_RDWR : O_WRONLY) | O_TRUNC;
-    default:
-        return (both ? O_RDWR : O_WRONLY) | O_APPEND;
+    case 'r': return both ? O_RDWR : O_RDONLY;
+    case 'w': return (both ? O_RDWR : O_WRONLY) | O_TRUNC;
+    default: return (both ? O_RDWR : O_WRONLY) | O_APPEND;
     }
 }
 
@@ -90,14 +83,10 @@ FILE* streamOn(int descriptor, const char* mode) {
 template <class RealOpen> FILE* openStream(const char* path, const char* mode, RealOpen realOpen) {
     const Route found = sim::route("fopen", path, *mode != 'r' || strchr(mode, '+'));
     switch (found.kind) {
-    case Route::Host:
-        return realOpen(path, mode);
-    case Route::File:
-        return realOpen(found.place.hostPath.c_str(), mode);
-    case Route::Node:
-        return streamOn(openNode(found, streamFlags(mode)), mode);
-    case Route::Nothing:
-        break;
+    case Route::Host: return realOpen(path, mode);
+    case Route::File: return realOpen(found.place.hostPath.c_str(), mode);
+    case Route::Node: return streamOn(openNode(found, streamFlags(mode)), mode);
+    case Route::Nothing: break;
     }
     errno = found.place.error;
     return nullptr;

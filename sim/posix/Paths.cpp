@@ -1,5 +1,5 @@
-// Calls that look at or change a path without opening it. Device nodes have no host file: they can be
-// asked for and looked at, not changed.
+// Calls that look at or change a path without opening it. Device nodes have no host file: they can
+// be asked for and looked at, not changed.
 
 #include <dirent.h>
 #include <fcntl.h>
@@ -21,19 +21,14 @@ constexpr bool Looks = false;
 constexpr bool Changes = true;
 
 /// Does `call` on the path's place on the host. A node fails with EPERM, or has `onNode()` answer.
-template <class Result, class Call, class OnNode>
-Result onPath(const char* name, const char* path, bool changes, Result failure, Call call,
-              OnNode onNode) {
+template <class Result, class Call, class OnNode> Result
+onPath(const char* name, const char* path, bool changes, Result failure, Call call, OnNode onNode) {
     const Route found = sim::route(name, path, changes);
     switch (found.kind) {
-    case Route::Host:
-        return call(path);
-    case Route::File:
-        return call(found.place.hostPath.c_str());
-    case Route::Node:
-        return onNode();
-    case Route::Nothing:
-        break;
+    case Route::Host: return call(path);
+    case Route::File: return call(found.place.hostPath.c_str());
+    case Route::Node: return onNode();
+    case Route::Nothing: break;
     }
     errno = found.place.error;
     return failure;
@@ -57,9 +52,7 @@ template <class Status, class Call> int statPath(const char* path, Status* statu
 }
 
 /// Below an open folder a path is what that folder was opened as.
-bool countsFrom(int folder, const char* path) {
-    return path && *path != '/' && folder != AT_FDCWD;
-}
+bool countsFrom(int folder, const char* path) { return path && *path != '/' && folder != AT_FDCWD; }
 
 }  // namespace
 
@@ -120,14 +113,12 @@ int rmdir(const char* path) noexcept { return changePath("rmdir", path, SIM_REAL
 int unlinkat(int folder, const char* path, int flags) noexcept {
     if (countsFrom(folder, path))
         return SIM_REAL(unlinkat)(folder, path, flags);
-    return changePath("unlink", path, [=](const char* host) {
-        return SIM_REAL(unlinkat)(folder, host, flags);
-    });
+    return changePath("unlink", path,
+                      [=](const char* host) { return SIM_REAL(unlinkat)(folder, host, flags); });
 }
 
 int mkdir(const char* path, mode_t mode) noexcept {
-    return changePath("mkdir", path,
-                      [=](const char* host) { return SIM_REAL(mkdir)(host, mode); });
+    return changePath("mkdir", path, [=](const char* host) { return SIM_REAL(mkdir)(host, mode); });
 }
 int mknod(const char* path, mode_t mode, dev_t device) noexcept {
     return changePath("mknod", path,
@@ -138,8 +129,7 @@ int mkfifo(const char* path, mode_t mode) noexcept {
                       [=](const char* host) { return SIM_REAL(mkfifo)(host, mode); });
 }
 int chmod(const char* path, mode_t mode) noexcept {
-    return changePath("chmod", path,
-                      [=](const char* host) { return SIM_REAL(chmod)(host, mode); });
+    return changePath("chmod", path, [=](const char* host) { return SIM_REAL(chmod)(host, mode); });
 }
 int chown(const char* path, uid_t user, gid_t group) noexcept {
     return changePath("chown", path,
@@ -156,9 +146,8 @@ int truncate64(const char* path, off64_t size) noexcept {
 
 int rename(const char* from, const char* to) noexcept {
     return changePath("rename", from, [=](const char* hostFrom) {
-        return changePath("rename", to, [=](const char* hostTo) {
-            return SIM_REAL(rename)(hostFrom, hostTo);
-        });
+        return changePath("rename", to,
+                          [=](const char* hostTo) { return SIM_REAL(rename)(hostFrom, hostTo); });
     });
 }
 int link(const char* from, const char* to) noexcept {

@@ -8,11 +8,11 @@ void* nextDefinition(const char* name);
 
 }  // namespace sim
 
-/// The real call behind an interposed one. The simulator's own code uses these throughout, so that it
-/// neither meets itself nor waits in simulated time.
-#define SIM_REAL(name)                                                                             \
-    ([] {                                                                                          \
-        static const auto nextCall =                                                               \
-            reinterpret_cast<decltype(&::name)>(::sim::nextDefinition(#name));                     \
-        return nextCall;                                                                           \
+/// The real call behind an interposed one. The simulator's own code uses these throughout, so that
+/// it neither meets itself nor waits in simulated time.
+#define SIM_REAL(name)                                                         \
+    ([] {                                                                      \
+        static const auto nextCall =                                           \
+            reinterpret_cast<decltype(&::name)>(::sim::nextDefinition(#name)); \
+        return nextCall;                                                       \
     }())

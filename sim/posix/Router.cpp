@@ -1,9 +1,10 @@
 #include "sim/posix/Router.h"
 
+#include <unistd.h>
+
 #include <cerrno>
 #include <climits>
 #include <string_view>
-#include <unistd.h>
 
 #include "sim/Cancellation.h"
 
@@ -17,8 +18,9 @@ constexpr std::string_view TerminalFiles[] = {"/proc/mounts", "/proc/self/mounts
 
 /// Parts of /dev that are no devices of the terminal: they work on any system, and harm none.
 constexpr std::string_view CommonNodes[] = {
-    "/dev/null",   "/dev/zero",   "/dev/full", "/dev/random", "/dev/urandom", "/dev/tty", "/dev/fd",
-    "/dev/stdin",  "/dev/stdout", "/dev/stderr", "/dev/ptmx", "/dev/pts",     "/dev/shm"};
+    "/dev/null", "/dev/zero", "/dev/full",  "/dev/random", "/dev/urandom",
+    "/dev/tty",  "/dev/fd",   "/dev/stdin", "/dev/stdout", "/dev/stderr",
+    "/dev/ptmx", "/dev/pts",  "/dev/shm"};
 
 bool liesIn(std::string_view path, std::string_view folder) {
     return path.substr(0, folder.size()) == folder &&

@@ -9,10 +9,10 @@ namespace sim {
 /// Whose a path is, for the interposed calls.
 struct Route {
     enum Kind {
-        Host,   ///< does not concern the terminal: pass the call on as it is
-        File,   ///< a file of the terminal, at `place.hostPath`
-        Node,   ///< a device node, `place.device`
-        Nothing ///< the call fails with `place.error`
+        Host,    ///< does not concern the terminal: pass the call on as it is
+        File,    ///< a file of the terminal, at `place.hostPath`
+        Node,    ///< a device node, `place.device`
+        Nothing  ///< the call fails with `place.error`
     };
     Kind kind = Host;
     std::string path;  ///< absolute, as the terminal sees it; for kinds other than Host

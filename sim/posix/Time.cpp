@@ -30,14 +30,11 @@ Simulated simulatedBy(clockid_t clock) {
         return Simulated::None;
     switch (clock) {
     case CLOCK_REALTIME:
-    case CLOCK_REALTIME_COARSE:
-        return Simulated::Wall;
+    case CLOCK_REALTIME_COARSE: return Simulated::Wall;
     case CLOCK_MONOTONIC:
     case CLOCK_MONOTONIC_COARSE:
-    case CLOCK_MONOTONIC_RAW:
-        return Simulated::Monotonic;
-    default:
-        return Simulated::None;
+    case CLOCK_MONOTONIC_RAW: return Simulated::Monotonic;
+    default: return Simulated::None;
     }
 }
 
@@ -52,8 +49,8 @@ timespec hostDeadline(clockid_t clock, const timespec& deadline) {
         return deadline;
     timespec hostNow{};
     SIM_REAL(clock_gettime)(clock, &hostNow);
-    const Nanoseconds left = std::max(fromTimespec(deadline) - simulatedNow(simulated),
-                                      Nanoseconds(0));
+    const Nanoseconds left =
+        std::max(fromTimespec(deadline) - simulatedNow(simulated), Nanoseconds(0));
     return toTimespec(fromTimespec(hostNow) + Clock::get().realDuration(left));
 }
 

@@ -21,7 +21,8 @@ using sim::failsByFault;
 
 namespace {
 
-/// Requests to network interfaces that change them or the routes: the host's are not the terminal's.
+/// Requests to network interfaces that change them or the routes: the host's are not the
+/// terminal's.
 bool changesNetwork(unsigned long request) {
     constexpr unsigned long SocketRequests = 0x8900;
     if ((request & ~0xFFUL) != SocketRequests)
@@ -38,8 +39,7 @@ bool changesNetwork(unsigned long request) {
     case 0x8927:  // SIOCGIFHWADDR
     case 0x8933:  // SIOCGIFINDEX
         return false;
-    default:
-        return request >= 0x890B;  // below are a socket's own
+    default: return request >= 0x890B;  // below are a socket's own
     }
 }
 

@@ -1,0 +1,231 @@
+#include "sim/console/Console.h"
+
+#include <cmath>
+#include <cstdlib>
+#include <istream>
+#include <ostream>
+#include <sstream>
+
+#include "sim/HostTime.h"
+
+namespace sim {
+namespace {
+
+constexpr int TriggerKey = 59;  // F1, which the trigger of the terminal sends
+constexpr int EnterKey = 28;
+constexpr auto TriggerHold = std::chrono::milliseconds(300);
+constexpr auto LongestAwait = std::chrono::minutes(5);  // of the host's time
+
+/// A failed command. Thrown within the console only.
+struct Wrong {
+    std::string reason;
+};
+
+double number(const std::string& text) {
+    char* end = nullptr;
+    const double value = strtod(text.c_str(), &end);
+    if (text.empty() || *end || !std::isfinite(value) || std::fabs(value) > 1e9)
+        throw Wrong{"not a number: " + text};
+    return value;
+}
+
+Nanoseconds seconds(const std::string& text) {
+    const double value = number(text);
+    if (value < 0)
+        throw Wrong{"not a duration: " + text};
+    return Nanoseconds(std::llround(value * 1e9));
+}
+
+/// Everything from the word numbered `from` on.
+std::string rest(const std::vector<std::string>& words, size_t from) {
+    std::string text;
+    for (size_t i = from; i < words.size(); ++i)
+        text += (i == from ? "" : " ") + words[i];
+    return text;
+}
+
+bool choice(const std::string& word, const std::string& yes, const std::string& no) {
+    if (word != yes && word != no)
+        throw Wrong{"'" + yes + "' or '" + no + "', not: " + word};
+    return word == yes;
+}
+
+void pass(Nanoseconds simulated) {
+    const timespec time = toTimespec(Clock::get().realDuration(simulated));
+    const HostTime hostTime;
+    nanosleep(&time, nullptr);
+}
+
+}  // namespace
+
+struct Console::Command {
+    const char* name;
+    size_t least;  // words after the name
+    const char* usage;
+    const char* what;
+    std::string (Console::*execute)(const Words&);
+};
+
+const Console::Command Console::Commands[] = {
+    {"help", 0, "", "lists these commands", &Console::help},
+    {"trigger", 0, "", "pulls the trigger and lets it go", &Console::trigger},
+    {"code", 1, "TEXT", "holds a code before the barcode engine", &Console::code},
+    {"engine", 1, "silent|normal|hangup", "the barcode engine goes mute, or its line hangs up",
+     &Console::engine},
+    {"key", 1, "CODE [down|up]", "presses a key, or only one half of it", &Console::key},
+    {"battery", 1, "MILLIVOLTS", "the battery's voltage", &Console::setAttribute},
+    {"temperature", 1, "HUNDREDTHS", "in hundredths of a degree", &Console::setAttribute},
+    {"light", 1, "LEVEL", "what the light sensor reads", &Console::setAttribute},
+    {"usb", 1, "on|off", "plugs the USB supply in or out", &Console::usb},
+    {"card", 1, "in|out", "puts the memory card in, or takes it out", &Console::card},
+    {"missing", 1, "PATH", "takes a device node or file away", &Console::node},
+    {"present", 1, "PATH", "puts it back", &Console::node},
+    {"wake-key", 1, "SECONDS", "the Enter key ends the next suspend after that time",
+     &Console::wakeKey},
+    {"wait", 1, "SECONDS", "lets the terminal's time pass", &Console::wait},
+    {"await", 1, "TEXT", "waits until the terminal's journal says so", &Console::await},
+    {"speed", 1, "FACTOR", "how fast the terminal's time passes", &Console::speed},
+    {"quit", 0, "", "ends the terminal", &Console::quit},
+};
+
+Console::Console(Terminal& openedTerminal) : terminal(openedTerminal) {}
+
+std::string Console::execute(const std::string& line) {
+    std::istringstream text(line);
+    Words words;
+    for (std::string word; text >> word;)
+        words.push_back(word);
+    failed = false;
+    if (words.empty() || words[0][0] == '#')
+        return "";
+    try {
+        for (const Command& command : Commands) {
+            if (words[0] != command.name)
+                continue;
+            if (words.size() - 1 < command.least)
+                throw Wrong{std::string(command.name) + " " + command.usage};
+            return (this->*command.execute)(words);
+        }
+        throw Wrong{"unknown command '" + words[0] + "', try help"};
+    } catch (const Wrong& wrong) {
+        failed = true;
+        return wrong.reason;
+    }
+}
+
+std::string Console::run(std::istream& script) {
+    std::string line;
+    for (int number = 1; !quitting && std::getline(script, line); ++number) {
+        const std::string answer = execute(line);
+        if (failed)
+            return "line " + std::to_string(number) + ": " + answer;
+    }
+    return "";
+}
+
+void Console::converse(std::istream& input, std::ostream& output) {
+    std::string line;
+    while (!quitting && output << "> " << std::flush && std::getline(input, line)) {
+        const std::string answer = execute(line);
+        if (!answer.empty())
+            output << answer << std::endl;
+    }
+    quitting = true;
+}
+
+std::string Console::help(const Words&) {
+    std::string text;
+    for (const Command& command : Commands) {
+        std::string usage = std::string(command.name) + " " + command.usage;
+        usage.resize(30, ' ');
+        text += (text.empty() ? "" : "\n") + usage + command.what;
+    }
+    return text;
+}
+
+std::string Console::key(const Words& words) {
+    const int code = static_cast<int>(number(words[1]));
+    const bool both = words.size() == 2;
+    if (both || choice(words[2], "down", "up"))
+        terminal.pressKey(code, true);
+    if (both || words[2] == "up")
+        terminal.pressKey(code, false);
+    return "";
+}
+
+std::string Console::trigger(const Words&) {
+    terminal.pressKey(TriggerKey, true);
+    pass(TriggerHold);
+    terminal.pressKey(TriggerKey, false);
+    return "";
+}
+
+std::string Console::code(const Words& words) {
+    terminal.barcode().present(rest(words, 1));
+    return "";
+}
+
+std::string Console::engine(const Words& words) {
+    if (words[1] == "hangup")
+        terminal.barcodeLine().hangUp();
+    else
+        terminal.barcode().setSilent(choice(words[1], "silent", "normal"));
+    return "";
+}
+
+std::string Console::setAttribute(const Words& words) {
+    const Attribute& attribute = words[0] == "battery"       ? terminal.battery()
+                                 : words[0] == "temperature" ? terminal.temperature()
+                                                             : terminal.light();
+    attribute.set(std::lround(number(words[1])));
+    return "";
+}
+
+std::string Console::usb(const Words& words) {
+    terminal.usbSupply().set(choice(words[1], "on", "off") ? 1 : 0);
+    return "";
+}
+
+std::string Console::card(const Words& words) {
+    terminal.card().setInserted(choice(words[1], "in", "out"));
+    return "";
+}
+
+std::string Console::node(const Words& words) {
+    terminal.setPresent(words[1], words[0] == "present");
+    return "";
+}
+
+std::string Console::wakeKey(const Words& words) {
+    terminal.power().wakeByKey(EnterKey, seconds(words[1]));
+    return "";
+}
+
+std::string Console::wait(const Words& words) {
+    pass(seconds(words[1]));
+    return "";
+}
+
+std::string Console::await(const Words& words) {
+    const std::string text = rest(words, 1);
+    const size_t found = terminal.journal().await(text, seen, LongestAwait);
+    if (found == 0)
+        throw Wrong{"has not happened: " + text};
+    seen = found;
+    return "";
+}
+
+std::string Console::speed(const Words& words) {
+    const double factor = number(words[1]);
+    if (factor <= 0)
+        throw Wrong{"not a speed: " + words[1]};
+    terminal.clock().setSpeed(factor);
+    return "";
+}
+
+std::string Console::quit(const Words&) {
+    quitting = true;
+    return "";
+}
+
+}  // namespace sim

@@ -1,0 +1,57 @@
+#pragma once
+
+#include <iosfwd>
+#include <string>
+#include <vector>
+
+#include "sim/Terminal.h"
+
+namespace sim {
+
+/// The door to a terminal as text commands, one a line: what a person, a script or a test does to
+/// the world around the terminal. "help" lists them. Used by one thread.
+class Console {
+public:
+    explicit Console(Terminal& terminal);
+
+    /// Carries out one line; empty lines and those that begin with '#' do nothing. The answer, or
+    /// what is wrong with the line, in one or more lines without a final newline; "" when there is
+    /// nothing to say. "wait" and "await" return when what they wait for has happened.
+    std::string execute(const std::string& line);
+
+    /// Carries out all of a script. The first line that fails ends it: its number and what is
+    /// wrong.
+    std::string run(std::istream& script);
+
+    /// Reads commands from `input` and answers to `output`, with a prompt, until its end or "quit".
+    void converse(std::istream& input, std::ostream& output);
+
+    bool hasQuit() const { return quitting; }
+
+private:
+    using Words = std::vector<std::string>;
+    struct Command;
+    static const Command Commands[];
+
+    std::string help(const Words& words);
+    std::string key(const Words& words);
+    std::string trigger(const Words& words);
+    std::string code(const Words& words);
+    std::string engine(const Words& words);
+    std::string setAttribute(const Words& words);
+    std::string usb(const Words& words);
+    std::string card(const Words& words);
+    std::string node(const Words& words);
+    std::string wakeKey(const Words& words);
+    std::string wait(const Words& words);
+    std::string await(const Words& words);
+    std::string speed(const Words& words);
+    std::string quit(const Words& words);
+
+    Terminal& terminal;
+    size_t seen = 0;  // journal entries that an earlier "await" has passed
+    bool failed = false;
+    bool quitting = false;
+};
+
+}  // namespace sim

@@ -1,0 +1,64 @@
+// What happens when a program is started with the terminal preloaded: before main() the terminal
+// comes up, and its console begins to work on a thread of its own. The launcher says how, in the
+// environment.
+
+#include <unistd.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <fstream>
+#include <iostream>
+#include <string>
+#include <thread>
+
+#include "sim/HostTime.h"
+#include "sim/Terminal.h"
+#include "sim/console/Console.h"
+#include "sim/console/Trace.h"
+#include "sim/launcher/Environment.h"
+
+namespace {
+
+std::string takeVariable(const char* name) {
+    const char* const value = getenv(name);
+    const std::string text = value ? value : "";
+    unsetenv(name);
+    return text;
+}
+
+void work(sim::Terminal& terminal, const std::string& script, bool isInteractive) {
+    const sim::HostTime hostTime;
+    sim::Console console(terminal);
+    if (!script.empty()) {
+        std::ifstream file(script);
+        const std::string wrong = file ? console.run(file) : "cannot be read";
+        if (!wrong.empty()) {
+            fprintf(stderr, "%s: %s\n", script.c_str(), wrong.c_str());
+            _exit(launcher::ScriptFailed);
+        }
+    }
+    if (isInteractive && !console.hasQuit())
+        console.converse(std::cin, std::cout);
+    if (console.hasQuit())
+        _exit(EXIT_SUCCESS);
+}
+
+/// The terminal lives as long as the process: the launcher removes its files.
+__attribute__((constructor)) void startTerminal() {
+    if (!getenv(launcher::RootVariable))
+        return;
+    const std::string root = takeVariable(launcher::RootVariable);
+    const std::string speed = takeVariable(launcher::SpeedVariable);
+    const std::string script = takeVariable(launcher::ScriptVariable);
+    const bool isInteractive = !takeVariable(launcher::InteractiveVariable).empty();
+    unsetenv("LD_PRELOAD");  // what this program starts is not on a terminal of its own
+
+    auto* const terminal = new sim::Terminal(root);
+    terminal->clock().setSpeed(strtod(speed.c_str(), nullptr));
+    terminal->power().setLasting(isInteractive);
+    auto* const trace = new sim::Trace;
+    terminal->journal().watch([trace](const sim::Journal::Entry& entry) { trace->print(entry); });
+    std::thread([=] { work(*terminal, script, isInteractive); }).detach();
+}
+
+}  // namespace

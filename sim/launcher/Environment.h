@@ -1,0 +1,13 @@
+#pragma once
+
+/// How the launcher tells the preloaded terminal what to do.
+namespace launcher {
+
+constexpr char RootVariable[] = "TERMINAL_SIM_ROOT";  // an empty folder, which the launcher removes
+constexpr char SpeedVariable[] = "TERMINAL_SIM_SPEED";
+constexpr char ScriptVariable[] = "TERMINAL_SIM_SCRIPT";            // empty: none
+constexpr char InteractiveVariable[] = "TERMINAL_SIM_INTERACTIVE";  // empty: no
+
+constexpr int ScriptFailed = 3;  // exit status
+
+}  // namespace launcher
