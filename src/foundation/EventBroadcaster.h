@@ -38,8 +38,9 @@ protected:
     /// True when all have agreed; a null entry ends the walk as if they had.
     template <class Tell> bool notifyOldestFirst(Tell tell) {
         MutexGuard held(lock);
-        for (forward = listeners.begin(); forward != listeners.end() && *forward; ++forward) {
-            if (!tell(**forward))
+        for (auto at = listeners.begin(); at != listeners.end() && *at; ++at) {
+            forward = at;
+            if (!tell(**at))
                 return false;
         }
         return true;
@@ -48,8 +49,11 @@ protected:
     /// The same from the newest listener to the oldest.
     template <class Tell> bool notifyNewestFirst(Tell tell) {
         MutexGuard held(lock);
-        for (reverse = listeners.rbegin(); reverse != listeners.rend() && *reverse; ++reverse) {
-            if (!tell(**reverse))
+        for (auto at = listeners.end(); at != listeners.begin();) {
+            reverse = --at;
+            if (!*at)
+                break;
+            if (!tell(**at))
                 return false;
         }
         return true;
@@ -58,6 +62,6 @@ protected:
 private:
     std::list<Listener*> listeners;  // oldest first
     Mutex lock;                      // guards the list and both cursors
-    typename std::list<Listener*>::iterator forward = listeners.end();
-    typename std::list<Listener*>::reverse_iterator reverse = listeners.rend();
+    typename std::list<Listener*>::iterator forward = listeners.end();  // of the walk under way
+    typename std::list<Listener*>::iterator reverse = listeners.begin();
 };

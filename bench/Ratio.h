@@ -1,0 +1,69 @@
+#pragma once
+
+#include <benchmark/benchmark.h>
+
+#include <algorithm>
+#include <cstdio>
+#include <map>
+#include <string>
+#include <vector>
+
+namespace bench {
+
+/// Runs the registered benchmarks in random order, several times, and then prints how long
+/// `measured` takes in relation to `limit`: the ratio of the medians of their times, and the limit
+/// it should keep.
+class RatioReporter : public benchmark::ConsoleReporter {
+public:
+    RatioReporter() : ConsoleReporter(OO_None) {}
+
+    void ReportRuns(const std::vector<Run>& runs) override {
+        for (const Run& run : runs) {
+            if (run.run_type == Run::RT_Iteration)
+                times[run.benchmark_name()].push_back(run.GetAdjustedRealTime());
+        }
+    }
+
+    double median(const std::string& name) {
+        std::vector<double>& all = times[name];
+        if (all.empty())
+            return 0;
+        std::sort(all.begin(), all.end());
+        return all[all.size() / 2];
+    }
+
+    /// `measured` against `base`; at most `limit` times its time.
+    void printTimes(const std::string& measured, const std::string& base, double limit) {
+        const double ratio = median(measured) / median(base);
+        printf("%s takes %.3f times as long as %s (%.1f and %.1f ns); limit %.2f: %s\n",
+               measured.c_str(), ratio, base.c_str(), median(measured), median(base), limit,
+               ratio <= limit ? "kept" : "MISSED");
+    }
+
+    /// The same as throughput; at least `limit` times that of `base`.
+    void printThroughput(const std::string& measured, const std::string& base, double limit) {
+        const double ratio = median(base) / median(measured);
+        printf("%s moves %.3f times as much as %s; limit %.2f: %s\n", measured.c_str(), ratio,
+               base.c_str(), limit, ratio >= limit ? "kept" : "MISSED");
+    }
+
+private:
+    std::map<std::string, std::vector<double>> times;
+};
+
+/// Runs everything registered, several times in random order unless the command line says
+/// otherwise.
+inline void runAll(int argc, char** argv, RatioReporter& reporter) {
+    std::vector<std::string> arguments{argv[0], "--benchmark_repetitions=15",
+                                       "--benchmark_min_time=0.05",
+                                       "--benchmark_enable_random_interleaving=true"};
+    arguments.insert(arguments.end(), argv + 1, argv + argc);
+    std::vector<char*> pointers;
+    for (std::string& argument : arguments)
+        pointers.push_back(argument.data());
+    int count = static_cast<int>(pointers.size());
+    benchmark::Initialize(&count, pointers.data());
+    benchmark::RunSpecifiedBenchmarks(&reporter);
+}
+
+}  // namespace bench
