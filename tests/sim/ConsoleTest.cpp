@@ -1,0 +1,67 @@
+#include "sim/console/Console.h"
+
+#include <gtest/gtest.h>
+
+#include <sstream>
+
+namespace {
+
+class ConsoleTest : public testing::Test {
+protected:
+    sim::Terminal terminal;
+    sim::Console console{terminal};
+};
+
+TEST_F(ConsoleTest, ItsCommandsReachTheDevices) {
+    std::istringstream script("# the world\n"
+                              "\n"
+                              "battery 3600\n"
+                              "temperature -150\n"
+                              "usb on\n"
+                              "card out\n"
+                              "key 30 down\n"
+                              "missing /dev/oled\n");
+    EXPECT_EQ(console.run(script), "");
+    EXPECT_EQ(terminal.files().read(terminal.battery().path()), "3600\n");
+    EXPECT_EQ(terminal.files().read(terminal.temperature().path()), "-150\n");
+    EXPECT_EQ(terminal.files().read(terminal.usbSupply().path()), "1\n");
+    EXPECT_EQ(terminal.journal().history("card"), "taken out");
+    EXPECT_EQ(terminal.journal().history("keypad"), "key 30 down");
+    EXPECT_EQ(terminal.locate("/dev/oled", false).error, ENOENT);
+}
+
+TEST_F(ConsoleTest, AnAwaitFindsWhatHappenedSinceTheLastOne) {
+    terminal.journal().note("engine", "one");
+    terminal.journal().note("engine", "two");
+    terminal.journal().note("engine", "one");
+    std::istringstream script("await engine: one\nawait engine: one\n");
+    EXPECT_EQ(console.run(script), "");
+}
+
+TEST_F(ConsoleTest, ABadLineSaysWhatIsWrongAndChangesNothing) {
+    const std::string battery = terminal.files().read(terminal.battery().path());
+    for (const char* line :
+         {"battery", "battery full", "battery nan", "battery 1e30", "usb maybe", "wait -1",
+          "speed 0", "key 30 sideways", "engine", "no-such-command", "\x01\xFF", "code"})
+        EXPECT_NE(console.execute(line), "") << line;
+    EXPECT_EQ(terminal.files().read(terminal.battery().path()), battery);
+    EXPECT_TRUE(terminal.journal().lines().empty());
+    EXPECT_EQ(terminal.clock().speed(), 1.0);
+}
+
+TEST_F(ConsoleTest, AScriptEndsAtItsFirstBadLine) {
+    std::istringstream script("battery 3700\nbattery x\nbattery 3600\n");
+    EXPECT_EQ(console.run(script), "line 2: not a number: x");
+    EXPECT_EQ(terminal.files().read(terminal.battery().path()), "3700\n");
+}
+
+TEST_F(ConsoleTest, AConversationEndsWithQuitOrItsInput) {
+    std::istringstream input("usb on\nhelp\nquit\nusb off\n");
+    std::ostringstream output;
+    console.converse(input, output);
+    EXPECT_NE(output.str().find("barcode engine"), std::string::npos);
+    EXPECT_EQ(terminal.files().read(terminal.usbSupply().path()), "1\n");
+    EXPECT_TRUE(console.hasQuit());
+}
+
+}  // namespace
