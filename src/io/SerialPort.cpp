@@ -91,13 +91,25 @@ void SerialPort::initConfig() {
 
 bool SerialPort::apply() {
     tcsetattr(descriptor, TCSANOW, &settings);
+    unapplied = false;
     return true;  // a line that refuses a setting keeps working with what it had
+}
+
+/// Every setter changes what the line stands at, and what a refused value has left behind.
+void SerialPort::loadSettings() {
+    if (!unapplied)
+        tcgetattr(descriptor, &settings);
+}
+
+bool SerialPort::refuse() {
+    unapplied = true;
+    return false;
 }
 
 bool SerialPort::setSpeed(unsigned long baud) {
     for (const auto& speed : Speeds) {
         if (speed.baud == baud) {
-            tcgetattr(descriptor, &settings);
+            loadSettings();
             cfsetispeed(&settings, speed.code);
             cfsetospeed(&settings, speed.code);
             return apply();
@@ -107,42 +119,42 @@ bool SerialPort::setSpeed(unsigned long baud) {
 }
 
 bool SerialPort::setParity(S_PARITY_CONTROL parity) {
-    tcgetattr(descriptor, &settings);
+    loadSettings();
     settings.c_cflag &= ~static_cast<tcflag_t>(PARENB | PARODD);
     switch (parity) {
     case S_PARITY_NONE: return apply();
     case S_PARITY_ODD: settings.c_cflag |= PARENB | PARODD; return apply();
     case S_PARITY_EVEN: settings.c_cflag |= PARENB; return apply();
     }
-    return false;
+    return refuse();
 }
 
 bool SerialPort::setCharBits(int bits) {
     constexpr tcflag_t Sizes[] = {CS5, CS6, CS7, CS8};
-    tcgetattr(descriptor, &settings);
+    loadSettings();
     settings.c_cflag &= ~static_cast<tcflag_t>(CSIZE);
     if (bits < 5 || bits > 8)
-        return false;
+        return refuse();
     settings.c_cflag |= Sizes[bits - 5];
     return apply();
 }
 
 bool SerialPort::setStopBits(int bits) {
-    tcgetattr(descriptor, &settings);
+    loadSettings();
     settings.c_cflag &= ~static_cast<tcflag_t>(CSTOPB);
     if (bits < 1 || bits > 2)
-        return false;
+        return refuse();
     if (bits == 2)
         settings.c_cflag |= CSTOPB;
     return apply();
 }
 
 bool SerialPort::setFlowControl(S_FLOW_CONTROL flow) {
-    tcgetattr(descriptor, &settings);
+    loadSettings();
     settings.c_cflag &= ~static_cast<tcflag_t>(CRTSCTS);
     settings.c_iflag &= ~SoftwareFlow;
     if (flow < S_FLOW_NONE || flow > S_FLOW_BOTH)
-        return false;
+        return refuse();
     if (flow & S_FLOW_SOFTWARE)
         settings.c_iflag |= SoftwareFlow;
     if (flow & S_FLOW_HARDWARE)

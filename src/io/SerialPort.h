@@ -98,6 +98,8 @@ private:
     short pollFor(short events, int timeoutMs);
     void setModemLine(int line, bool on);
     bool apply();
+    void loadSettings();
+    bool refuse();
 
     // Written by the owner, read by reader and writer threads as well.
     std::atomic<int> descriptor{-1};
@@ -105,5 +107,6 @@ private:
     std::string path;  // as last given to open()
     std::atomic<bool> hungUp{false};
     bool configured = false;
-    termios settings{};  // as last applied
+    termios settings{};      // as last applied, but for a field cleared since
+    bool unapplied = false;  // there is such a field
 };
