@@ -1,0 +1,170 @@
+#include "gsm/Gsm0710Buffer.h"
+
+#include <algorithm>
+#include <cstring>
+#include <memory>
+#include <new>
+
+#include "gsm/Gsm0710Frame.h"
+#include "gsm/Gsm0710Protocol.h"
+
+namespace {
+
+// What follows the flags of the shortest frame: address, control, length, FCS and the closing flag.
+constexpr unsigned int HeaderSize = 3;
+constexpr unsigned int TrailerSize = 2;
+
+constexpr std::array<unsigned char, 256> makeFcsTable() {
+    std::array<unsigned char, 256> table{};
+    for (unsigned int octet = 0; octet < table.size(); ++octet) {
+        unsigned int fcs = octet;
+        for (int bit = 0; bit < 8; ++bit)
+            fcs = (fcs & 1U) ? (fcs >> 1U) ^ gsm0710::FcsPolynomial : fcs >> 1U;
+        table[octet] = static_cast<unsigned char>(fcs);
+    }
+    return table;
+}
+
+constexpr std::array<unsigned char, 256> FcsTable = makeFcsTable();
+
+constexpr unsigned char step(unsigned char fcs, unsigned char octet) {
+    return FcsTable[static_cast<unsigned char>(fcs ^ octet)];
+}
+
+unsigned char checkSum(unsigned char fcs, const unsigned char* octets, unsigned int count) {
+    for (unsigned int i = 0; i < count; ++i)
+        fcs = step(fcs, octets[i]);
+    return fcs;
+}
+
+}  // namespace
+
+unsigned char Gsm0710Buffer::makeCheckSum(const unsigned char* octets, unsigned int count) {
+    return static_cast<unsigned char>(0xFF - checkSum(gsm0710::FcsStart, octets, count));
+}
+
+unsigned int Gsm0710Buffer::getFree() const {
+    return readPos > writePos ? readPos - writePos - 1 : readPos - writePos + (Size - 1);
+}
+
+unsigned int Gsm0710Buffer::getAllocated() const {
+    return readPos <= writePos ? writePos - readPos : writePos - readPos + Size;
+}
+
+unsigned int Gsm0710Buffer::advanceBufPtr(unsigned int position) { return advance(position, 1); }
+
+unsigned int Gsm0710Buffer::advance(unsigned int position, unsigned int count) {
+    return (position + count) % Size;
+}
+
+unsigned int Gsm0710Buffer::write(const unsigned char* octets, unsigned int count) {
+    const unsigned int stored = std::min(count, getFree());
+    if (stored == 0)
+        return 0;
+    const unsigned int first = std::min(stored, Size - writePos);
+    std::memcpy(&storage[writePos], octets, first);
+    std::memcpy(storage.data(), octets + first, stored - first);
+    writePos = advance(writePos, stored);
+    return stored;
+}
+
+/// Throws away what stands before the next flag. False when there is none.
+bool Gsm0710Buffer::findFlag() {
+    while (readPos != writePos) {
+        const unsigned int end = readPos < writePos ? writePos : Size;
+        const void* const flag = std::memchr(&storage[readPos], gsm0710::Flag, end - readPos);
+        if (flag) {
+            readPos =
+                static_cast<unsigned int>(static_cast<const unsigned char*>(flag) - storage.data());
+            return true;
+        }
+        readPos = end % Size;
+    }
+    return false;
+}
+
+Gsm0710Buffer::Header Gsm0710Buffer::headerAt(unsigned int position) const {
+    return {storage[position], storage[advance(position, 1)], storage[advance(position, 2)]};
+}
+
+/// Moves the information field into the frame. False when there is no memory for it: nothing is
+/// consumed then.
+bool Gsm0710Buffer::takeInformation(Gsm0710Frame& frame, unsigned int length) {
+    frame.data.reset(new (std::nothrow) unsigned char[length]);
+    if (!frame.data)
+        return false;
+    frame.length = length;
+    const unsigned int first = std::min(length, Size - readPos);
+    std::memcpy(frame.data.get(), &storage[readPos], first);
+    if (first < length)
+        std::memcpy(frame.data.get() + first, storage.data(), length - first);
+    readPos = advance(readPos, length);
+    return true;
+}
+
+Gsm0710Frame* Gsm0710Buffer::read() {
+    while (findFlag()) {
+        const unsigned int start = readPos;
+        while (readPos != writePos && storage[readPos] == gsm0710::Flag)
+            readPos = advanceBufPtr(readPos);
+        const unsigned int stored = getAllocated();
+        if (stored < HeaderSize + TrailerSize) {
+            readPos = start;
+            return nullptr;
+        }
+
+        const Header header = headerAt(readPos);
+        if (!(header.length & gsm0710::ExtensionBit)) {
+            readPos = advance(readPos, HeaderSize - 1);  // the next flag may be this very octet
+            continue;
+        }
+        const unsigned int length = header.length >> gsm0710::LengthShift;
+        if (stored < HeaderSize + length + TrailerSize) {
+            readPos = start;
+            return nullptr;
+        }
+
+        std::unique_ptr<Gsm0710Frame> frame(new (std::nothrow) Gsm0710Frame);
+        if (!frame) {
+            readPos = start;
+            return nullptr;
+        }
+        frame->channel = static_cast<unsigned char>(header.address >> gsm0710::AddressShift);
+        frame->control = header.control;
+        readPos = advance(readPos, HeaderSize);
+        unsigned char fcs =
+            step(step(step(gsm0710::FcsStart, header.address), header.control), header.length);
+        if (length > 0 && takeInformation(*frame, length) && frame->matchControl(gsm0710::Ui))
+            fcs = checkSum(fcs, frame->data.get(), length);
+
+        if (step(fcs, storage[readPos]) != gsm0710::FcsGood)
+            continue;
+        readPos = advanceBufPtr(readPos);
+        if (storage[readPos] == gsm0710::Flag) {
+            readPos = advanceBufPtr(readPos);
+            return frame.release();
+        }
+        readPos = start;
+        return nullptr;
+    }
+    return nullptr;
+}
+
+bool Gsm0710Buffer::resynchronize() {
+    if (!findFlag())
+        return false;
+    unsigned int header = advanceBufPtr(readPos);
+    while (header != writePos && storage[header] == gsm0710::Flag) {
+        readPos = header;
+        header = advanceBufPtr(header);
+    }
+    const unsigned int stored = getAllocated() - 1;
+    if (stored < HeaderSize + TrailerSize)
+        return false;
+    const unsigned int length = headerAt(header).length >> gsm0710::LengthShift;
+    if (stored < HeaderSize + length + TrailerSize)
+        return false;
+    // Complete, and read() did not skip it as damaged: what it lacks is the closing flag.
+    readPos = advance(header, HeaderSize + length + 1);
+    return true;
+}
