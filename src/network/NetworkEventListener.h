@@ -1,0 +1,21 @@
+#pragma once
+
+/// What a connection tells about its link.
+enum NetworkEvent : int { NETWORK_DOWN = 0, NETWORK_CONNECTING = 1, NETWORK_UP = 2 };
+
+/// Told by a NetworkConnection what happens to its link. Implemented by the application; not
+/// destroyed through this interface.
+///
+/// The calls come from the connection's worker, or from whichever thread calls the connection, with
+/// the lock of the listener list held: a listener must not add or remove listeners of the same
+/// connection. The texts are the connection's own and stay valid.
+class NetworkEventListener {
+public:
+    virtual void networkEvent(NetworkEvent event) = 0;
+    virtual void signalQuality(int percent) = 0;
+    virtual void errorMessage(const char* text) = 0;
+    virtual void statusMessage(const char* text) = 0;
+
+protected:
+    ~NetworkEventListener() = default;
+};
