@@ -14,6 +14,12 @@ namespace at {
 /// carry the status alone, are passed over.
 std::optional<int> registrationStatus(std::string_view answer);
 
+inline bool isRegistered(int status) {
+    constexpr int AtHome = 1;
+    constexpr int Roaming = 5;
+    return status == AtHome || status == Roaming;
+}
+
 /// A cell as "#MONI:" describes it. A field that is missing, or holds no number that it could be,
 /// is empty.
 struct Cell {

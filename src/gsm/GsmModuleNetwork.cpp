@@ -48,12 +48,6 @@ constexpr struct {
     {"", SimStep::AskAgain, 500},
 };
 
-bool isRegistered(int status) {
-    constexpr int AtHome = 1;
-    constexpr int Roaming = 5;
-    return status == AtHome || status == Roaming;
-}
-
 /// Whether a text can stand between double quotes in a command.
 bool isQuotable(std::string_view text) {
     return std::all_of(text.begin(), text.end(),
@@ -108,7 +102,7 @@ bool GsmModule::awaitRegistration(int tries) {
         std::string answer;
         const int result = exchange(AskRegistration, RegistrationMs, &answer);
         if (answerStartsWith(answer, "+CREG:") &&
-            isRegistered(at::registrationStatus(answer).value_or(0)))
+            at::isRegistered(at::registrationStatus(answer).value_or(0)))
             return true;
         silent = result == ModemPort::None && answer.empty() ? silent + 1 : 0;
         if (silent == SilentPolls)
@@ -151,7 +145,7 @@ bool GsmModule::readNetworkInfo(GSM_NETWORK_INFO& info) {
         return false;
     const std::optional<int> status = at::registrationStatus(registrationAnswer);
     const at::Cell cell = hasCell ? at::servingCell(cellAnswer).value_or(at::Cell()) : at::Cell();
-    if (!status || (isRegistered(*status) && !cell.power))
+    if (!status || (at::isRegistered(*status) && !cell.power))
         return false;
     info.registrationStatus = *status;
     info.operatorName = cell.networkName;
