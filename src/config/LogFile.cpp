@@ -1,0 +1,58 @@
+#include "config/LogFile.h"
+
+#include <ctime>
+
+#include "config/LogMessage.h"
+#include "io/StdioFile.h"
+
+namespace {
+
+/// The present local time, "n/a" when it cannot be told.
+std::string timeStamp() {
+    char text[32];
+    const time_t now = std::time(nullptr);
+    tm local{};
+    if (!localtime_r(&now, &local) ||
+        std::strftime(text, sizeof text, "%Y-%m-%dT%H:%M:%S%z", &local) == 0)
+        return "n/a";
+    return text;
+}
+
+const char* letterOf(LogFile::LogLevel level) {
+    switch (level) {
+    case LogFile::LEVEL_DEBUG: return "D";
+    case LogFile::LEVEL_INFO: return "I";
+    case LogFile::LEVEL_WARNING: return "W";
+    case LogFile::LEVEL_ERROR: return "E";
+    case LogFile::LEVEL_CRITICAL: return "C";
+    }
+    return "";
+}
+
+}  // namespace
+
+LogFile::LogFile(char const* filePath) : path(filePath ? filePath : "") {}
+
+bool LogFile::logvPrintf(LogLevel level, char const* tag, char const* format, va_list args) {
+    std::string line = timeStamp() + "|" + letterOf(level) + "|" + (tag ? tag : "") + "|";
+    const config::LogMessage message = config::formatLogMessage(format, args);
+    if (!message)
+        return false;
+    line.append(message.get()).append("\r\n");
+    config::echoLogMessage(message);
+
+    StdioFile file;
+    if (!file.open(path.c_str(), StdioFile::Append))
+        return false;
+    file.writeString(line.c_str());
+    file.close();
+    return true;
+}
+
+bool LogFile::logPrintf(LogLevel level, char const* tag, char const* format, ...) {
+    va_list args;
+    va_start(args, format);
+    const bool logged = logvPrintf(level, tag, format, args);
+    va_end(args);
+    return logged;
+}

@@ -1,0 +1,29 @@
+#include "config/RawLogFile.h"
+
+#include "config/LogMessage.h"
+#include "io/StdioFile.h"
+
+RawLogFile::RawLogFile(char const* filePath) : path(filePath ? filePath : "") {}
+
+bool RawLogFile::logvPrintf(char const* format, va_list args) {
+    const config::LogMessage message = config::formatLogMessage(format, args);
+    if (!message)
+        return false;
+    config::echoLogMessage(message);
+
+    StdioFile file;
+    if (!file.open(path.c_str(), StdioFile::Append))
+        return false;
+    file.writeString(message.get());
+    file.writeString("\r\n");
+    file.close();
+    return true;
+}
+
+bool RawLogFile::logPrintf(char const* format, ...) {
+    va_list args;
+    va_start(args, format);
+    const bool logged = logvPrintf(format, args);
+    va_end(args);
+    return logged;
+}
