@@ -13,6 +13,7 @@
 #include "sim/devices/Attribute.h"
 #include "sim/devices/BarcodeEngine.h"
 #include "sim/devices/Display.h"
+#include "sim/devices/Identity.h"
 #include "sim/devices/InputDevice.h"
 #include "sim/devices/MemoryCard.h"
 #include "sim/devices/ModemPower.h"
@@ -61,6 +62,7 @@ public:
     InputDevice& speaker() { return *sound; }
     SuspendControl& power() { return *suspend; }
     MemoryCard& card() { return *memoryCard; }
+    Identity& identity() { return identityFiles; }
     BarcodeEngine& barcode() { return *engine; }
     SerialLine& barcodeLine() { return *engineLine; }
 
@@ -93,6 +95,7 @@ private:
     std::shared_ptr<SerialLine> engineLine;
     std::unique_ptr<BarcodeEngine> engine;
     Attribute batteryMillivolts, temperatureInput, lightInput, usb;
+    Identity identityFiles{root};
 
     std::mutex mutex;  // guards what follows
     std::unordered_map<std::string, std::shared_ptr<Device>> nodes;
