@@ -8,6 +8,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <string>
 #include <string_view>
 
 #include "io/FileDescriptor.h"
@@ -16,7 +17,7 @@
 namespace {
 
 constexpr size_t LongestEntry = 255;
-constexpr int ScannerCharactersInModel = 8;
+constexpr size_t CharactersInModel = 8;  // of the scanners' description
 
 }  // namespace
 
@@ -132,11 +133,12 @@ const char* SysInfo::getModelType() {
         return modelType;
     Text model{};
     findEntry(identity::Model, model);
-    const int type = commModule();
+    const std::string type = std::to_string(commModule());
     const char* const scanner = scannerInformation();
     const bool isDescribed = scanner && *scanner;
-    std::snprintf(modelType, sizeof modelType, "%s-%d%.*s", model, type, ScannerCharactersInModel,
-                  isDescribed ? scanner : "000");
+    const std::string composed = std::string(model) + "-" + type +
+                                 std::string(isDescribed ? scanner : "000", 0, CharactersInModel);
+    composed.copy(modelType, TextSize - 1);
     return modelType;
 }
 
