@@ -1,0 +1,95 @@
+// The driver and the static address: what is done by programs of the system.
+
+#include <arpa/inet.h>
+#include <netinet/in.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <memory>
+#include <string>
+
+#include "io/FileStream.h"
+#include "network/ModuleList.h"
+#include "network/WlanConnection.h"
+#include "network/WlanProtocol.h"
+
+namespace {
+
+/// A variable of the environment, "NAME=value", for the length of a scope.
+class EnvironmentEntry {
+public:
+    EnvironmentEntry(const char* name, const std::string& value)
+        : nameLength(std::strlen(name)), entry(copyOf(std::string(name) + "=" + value)),
+          replaced(entryOf(name)), added(::putenv(entry.get()) == 0) {}
+    EnvironmentEntry(const EnvironmentEntry&) = delete;
+    EnvironmentEntry& operator=(const EnvironmentEntry&) = delete;
+
+    /// The environment holds the entry itself, so it is freed only when it has gone from there.
+    ~EnvironmentEntry() {
+        if (!added)
+            return;
+        const std::string name(entry.get(), nameLength);
+        const int result = replaced ? ::putenv(replaced) : ::unsetenv(name.c_str());
+        if (result != 0)
+            static_cast<void>(entry.release());
+    }
+
+    bool isSet() const { return added; }
+
+private:
+    static std::unique_ptr<char[]> copyOf(const std::string& text) {
+        auto copy = std::make_unique<char[]>(text.size() + 1);
+        std::memcpy(copy.get(), text.c_str(), text.size() + 1);
+        return copy;
+    }
+
+    /// What stands in the environment: the value with its name before it.
+    static char* entryOf(const char* name) {
+        char* const value = std::getenv(name);
+        return value ? value - std::strlen(name) - 1 : nullptr;
+    }
+
+    const size_t nameLength;
+    std::unique_ptr<char[]> entry;
+    char* const replaced;  // whoever has set it owns it
+    const bool added;
+};
+
+std::string dotted(uint32_t address) {
+    char text[32] = {};
+    in_addr bytes{};
+    bytes.s_addr = address;
+    ::inet_ntop(AF_INET, &bytes, text, sizeof text);
+    return text;
+}
+
+}  // namespace
+
+bool WlanConnection::isModuleLoaded() {
+    const io::FileStream modules(std::fopen("/proc/modules", "r"));
+    return modules && wlan::isModuleListed(modules.get(), wlan::ModuleName);
+}
+
+bool WlanConnection::loadWlanModule() {
+    return isModuleLoaded() || (std::system("modprobe ohci-hcd") == 0 &&
+                                std::system("insmod /lib/modules/wireless/rt3070sta.ko") == 0);
+}
+
+bool WlanConnection::unloadWlanModule() {
+    return !isModuleLoaded() ||
+           (std::system("rmmod rt3070sta") == 0 && std::system("rmmod ohci-hcd") == 0);
+}
+
+bool WlanConnection::setStaticIp() {
+    const EnvironmentEntry entries[] = {{"interface", wlan::InterfaceName},
+                                        {"ip", dotted(settings.ipAddress)},
+                                        {"subnet", dotted(settings.subnetMask)},
+                                        {"router", dotted(settings.router)},
+                                        {"dns", dotted(settings.dns)}};
+    for (const EnvironmentEntry& entry : entries) {
+        if (!entry.isSet())
+            return false;
+    }
+    return std::system("/usr/share/udhcpc/default.script bound") == 0;
+}
