@@ -47,8 +47,10 @@ unsigned int Gsm0710Buffer::getFree() const {
     return readPos > writePos ? readPos - writePos - 1 : readPos - writePos + (Size - 1);
 }
 
-unsigned int Gsm0710Buffer::getAllocated() const {
-    return readPos <= writePos ? writePos - readPos : writePos - readPos + Size;
+unsigned int Gsm0710Buffer::getAllocated() const { return countFrom(readPos); }
+
+unsigned int Gsm0710Buffer::countFrom(unsigned int position) const {
+    return position <= writePos ? writePos - position : writePos - position + Size;
 }
 
 unsigned int Gsm0710Buffer::advanceBufPtr(unsigned int position) { return advance(position, 1); }
@@ -62,8 +64,9 @@ unsigned int Gsm0710Buffer::write(const unsigned char* octets, unsigned int coun
     if (stored == 0)
         return 0;
     const unsigned int first = std::min(stored, Size - writePos);
-    std::memcpy(&storage[writePos], octets, first);
-    std::memcpy(storage.data(), octets + first, stored - first);
+    std::copy_n(octets, first, &storage[writePos]);
+    if (first < stored)
+        std::copy_n(octets + first, stored - first, storage.data());
     writePos = advance(writePos, stored);
     return stored;
 }
@@ -71,6 +74,8 @@ unsigned int Gsm0710Buffer::write(const unsigned char* octets, unsigned int coun
 /// Throws away what stands before the next flag. False when there is none.
 bool Gsm0710Buffer::findFlag() {
     while (readPos != writePos) {
+        if (storage[readPos] == gsm0710::Flag)
+            return true;
         const unsigned int end = readPos < writePos ? writePos : Size;
         const void* const flag = std::memchr(&storage[readPos], gsm0710::Flag, end - readPos);
         if (flag) {
@@ -87,65 +92,64 @@ Gsm0710Buffer::Header Gsm0710Buffer::headerAt(unsigned int position) const {
     return {storage[position], storage[advance(position, 1)], storage[advance(position, 2)]};
 }
 
-/// Moves the information field into the frame. False when there is no memory for it: nothing is
-/// consumed then.
-bool Gsm0710Buffer::takeInformation(Gsm0710Frame& frame, unsigned int length) {
+/// False when there is no memory for the information field: its octets then fail the checks.
+bool Gsm0710Buffer::copyInformation(Gsm0710Frame& frame, unsigned int position,
+                                    unsigned int length) const {
     frame.data.reset(new (std::nothrow) unsigned char[length]);
     if (!frame.data)
         return false;
     frame.length = length;
-    const unsigned int first = std::min(length, Size - readPos);
-    std::memcpy(frame.data.get(), &storage[readPos], first);
+    const unsigned int first = std::min(length, Size - position);
+    // Not memcpy(): gcc knows the greatest length and puts a slow string instruction in its place.
+    unsigned char* const rest = std::copy_n(&storage[position], first, frame.data.get());
     if (first < length)
-        std::memcpy(frame.data.get() + first, storage.data(), length - first);
-    readPos = advance(readPos, length);
+        std::copy_n(storage.data(), length - first, rest);
     return true;
 }
 
 Gsm0710Frame* Gsm0710Buffer::read() {
+    // readPos stays at the first flag until the frame is taken or given up.
     while (findFlag()) {
-        const unsigned int start = readPos;
-        while (readPos != writePos && storage[readPos] == gsm0710::Flag)
-            readPos = advanceBufPtr(readPos);
-        const unsigned int stored = getAllocated();
-        if (stored < HeaderSize + TrailerSize) {
-            readPos = start;
+        unsigned int position = readPos;
+        do
+            position = advanceBufPtr(position);
+        while (position != writePos && storage[position] == gsm0710::Flag);
+        const unsigned int stored = countFrom(position);
+        if (stored < HeaderSize + TrailerSize)
             return nullptr;
-        }
 
-        const Header header = headerAt(readPos);
+        const Header header = headerAt(position);
         if (!(header.length & gsm0710::ExtensionBit)) {
-            readPos = advance(readPos, HeaderSize - 1);  // the next flag may be this very octet
+            readPos = advance(position, HeaderSize - 1);  // the next flag may be this very octet
             continue;
         }
         const unsigned int length = header.length >> gsm0710::LengthShift;
-        if (stored < HeaderSize + length + TrailerSize) {
-            readPos = start;
+        if (stored < HeaderSize + length + TrailerSize)
             return nullptr;
-        }
 
         std::unique_ptr<Gsm0710Frame> frame(new (std::nothrow) Gsm0710Frame);
-        if (!frame) {
-            readPos = start;
+        if (!frame)
             return nullptr;
-        }
         frame->channel = static_cast<unsigned char>(header.address >> gsm0710::AddressShift);
         frame->control = header.control;
-        readPos = advance(readPos, HeaderSize);
+        position = advance(position, HeaderSize);
         unsigned char fcs =
             step(step(step(gsm0710::FcsStart, header.address), header.control), header.length);
-        if (length > 0 && takeInformation(*frame, length) && frame->matchControl(gsm0710::Ui))
-            fcs = checkSum(fcs, frame->data.get(), length);
-
-        if (step(fcs, storage[readPos]) != gsm0710::FcsGood)
-            continue;
-        readPos = advanceBufPtr(readPos);
-        if (storage[readPos] == gsm0710::Flag) {
-            readPos = advanceBufPtr(readPos);
-            return frame.release();
+        if (length > 0 && copyInformation(*frame, position, length)) {
+            position = advance(position, length);
+            if (frame->matchControl(gsm0710::Ui))
+                fcs = checkSum(fcs, frame->data.get(), length);
         }
-        readPos = start;
-        return nullptr;
+
+        if (step(fcs, storage[position]) != gsm0710::FcsGood) {
+            readPos = position;
+            continue;
+        }
+        position = advanceBufPtr(position);
+        if (storage[position] != gsm0710::Flag)
+            return nullptr;
+        readPos = advanceBufPtr(position);
+        return frame.release();
     }
     return nullptr;
 }
@@ -158,7 +162,7 @@ bool Gsm0710Buffer::resynchronize() {
         readPos = header;
         header = advanceBufPtr(header);
     }
-    const unsigned int stored = getAllocated() - 1;
+    const unsigned int stored = countFrom(header);
     if (stored < HeaderSize + TrailerSize)
         return false;
     const unsigned int length = headerAt(header).length >> gsm0710::LengthShift;

@@ -43,9 +43,10 @@ private:
     };
 
     static unsigned int advance(unsigned int position, unsigned int count);
+    unsigned int countFrom(unsigned int position) const;
     bool findFlag();
     Header headerAt(unsigned int position) const;
-    bool takeInformation(Gsm0710Frame& frame, unsigned int length);
+    bool copyInformation(Gsm0710Frame& frame, unsigned int position, unsigned int length) const;
 
     unsigned int readPos = 0;  // equal to writePos: empty, so one slot always stays free
     unsigned int writePos = 0;

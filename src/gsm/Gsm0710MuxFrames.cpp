@@ -1,0 +1,201 @@
+// What the engine does with frames and with the programs' data.
+
+#include <poll.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <memory>
+
+#include "gsm/Gsm0710Buffer.h"
+#include "gsm/Gsm0710Frame.h"
+#include "gsm/Gsm0710Mux.h"
+#include "gsm/Gsm0710Protocol.h"
+
+namespace {
+
+constexpr unsigned int MaxRead = 512;
+constexpr int ProgramMs = 1000;
+constexpr int DrainMs = 1000;
+
+constexpr unsigned char withFinal(gsm0710::FrameType type) { return type | gsm0710::PollFinal; }
+
+bool isHungUp(int fd) {
+    pollfd asked{fd, 0, 0};
+    return ::poll(&asked, 1, 0) > 0 && (asked.revents & POLLHUP);
+}
+
+/// One write. The number of octets taken, 0 when it failed.
+unsigned int writeOnce(int fd, const unsigned char* data, unsigned int length) {
+    ssize_t count = 0;
+    do
+        count = ::write(fd, data, length);
+    while (count < 0 && errno == EINTR);
+    return static_cast<unsigned int>(std::max<ssize_t>(count, 0));
+}
+
+}  // namespace
+
+bool Gsm0710Mux::isCongested() {
+    MutexGuard held(writeMutex);
+    return !output.isEmpty();
+}
+
+/// False when the line refuses to take anything, ever.
+bool Gsm0710Mux::flushOutput() {
+    MutexGuard held(writeMutex);
+    return output.flush(physicalFd.get());
+}
+
+/// Before the end: gives the module a last second to take what it has not taken.
+void Gsm0710Mux::drainOutput() {
+    const foundation::TimeLimit limit(DrainMs);
+    while (isCongested() && limit.leftMs() > 0 && isOutputReady(physicalFd.get(), limit.leftMs())) {
+        if (!flushOutput())
+            return;
+    }
+}
+
+/// Sends data as frames of at most 31 octets; without data, one frame. What the line does not take
+/// at once follows by itself. The number of octets accepted: all or, when too much is still on its
+/// way, none.
+unsigned int Gsm0710Mux::writeToPhysical(int channel, const unsigned char* data,
+                                         unsigned int length, unsigned char control) {
+    MutexGuard held(writeMutex);
+    if (!output.add(static_cast<unsigned char>(channel), control, data, length))
+        return 0;
+    output.flush(physicalFd.get());
+    return length;
+}
+
+/// Whether a program has the port open, as far as is known: one that was found closed is asked
+/// again. What is written to a closed port would be read by the next program.
+bool Gsm0710Mux::isListening(int channel) {
+    const io::FileDescriptor& master = virtualFds[channel - 1];
+    if (!master.isOpen())
+        return false;
+    const auto bit = static_cast<size_t>(channel);
+    if (resting[bit] && !isHungUp(master.get()))
+        resting.reset(bit);
+    return !resting[bit];
+}
+
+/// Hands data to a program. The number of octets taken; what is not taken within a second is
+/// dropped, and from then on at once what does not fit, until a whole frame fits again.
+unsigned int Gsm0710Mux::writeToVirtual(const unsigned char* data, unsigned int length,
+                                        int channel) {
+    if (length == 0 || channel < 1 || channel > channelCount || !isListening(channel))
+        return 0;
+    const int master = virtualFds[channel - 1].get();
+    const auto bit = static_cast<size_t>(channel);
+    unsigned int written = writeOnce(master, data, length);
+    if (written < length && !unread[bit]) {
+        const foundation::TimeLimit limit(ProgramMs);
+        while (written < length && !stopRequested() && isOutputReady(master, limit.leftMs())) {
+            const unsigned int more = writeOnce(master, data + written, length - written);
+            if (more == 0)
+                break;
+            written += more;
+        }
+    }
+    unread[bit] = written < length;
+    return written;
+}
+
+void Gsm0710Mux::handlePhysicalInput(Gsm0710Buffer& buffer, StopType& stopType) {
+    unsigned char octets[MaxRead];
+    const ssize_t count = ::read(physicalFd.get(), octets, std::min(MaxRead, buffer.getFree()));
+    if (count <= 0) {
+        rest(0);
+        return;
+    }
+    buffer.write(octets, static_cast<unsigned int>(count));
+    handleSerialFrames(buffer, stopType);
+}
+
+void Gsm0710Mux::handleSerialFrames(Gsm0710Buffer& buffer, StopType& stopType) {
+    do {
+        while (const auto frame = std::unique_ptr<Gsm0710Frame>(buffer.read()))
+            handleFrame(*frame, stopType);
+    } while (buffer.resynchronize());
+}
+
+void Gsm0710Mux::handleFrame(Gsm0710Frame& frame, StopType& stopType) {
+    const bool isControl = frame.channel == gsm0710::ControlChannel;
+    // A channel we have no place for is never open.
+    bool nowhere = false;
+    const bool isKnown = frame.channel <= MaxVirtualPorts;
+    bool& open = isKnown ? channelOpen[frame.channel] : nowhere;
+    const auto answer = [&](gsm0710::FrameType type) {
+        writeToPhysical(frame.channel, nullptr, 0, withFinal(type));
+    };
+
+    switch (static_cast<gsm0710::FrameType>(frame.control & ~gsm0710::PollFinal)) {
+    case gsm0710::Ui:
+    case gsm0710::Uih:
+        if (isControl)
+            handleCommand(frame, stopType);
+        else
+            writeToVirtual(frame.data.get(), frame.length, frame.channel);
+        break;
+    case gsm0710::Sabm:
+        open = true;
+        answer(isKnown ? gsm0710::Ua : gsm0710::Dm);
+        break;
+    case gsm0710::Ua: open = !open; break;  // agrees to our SABM or to our DISC
+    case gsm0710::Dm:
+        if (!open && isControl)
+            stopType = Refused;
+        open = false;
+        break;
+    case gsm0710::Disc:
+        answer(open ? gsm0710::Ua : gsm0710::Dm);
+        if (open && isControl)
+            stopType = ClosedByModule;
+        open = false;
+        break;
+    }
+}
+
+/// A message on the control channel. Modem status and responses need nothing: a program's data is
+/// held back by the line's own flow control.
+void Gsm0710Mux::handleCommand(Gsm0710Frame& frame, StopType& stopType) {
+    if (!frame.data || frame.matchCmdType(gsm0710::ModemStatus) ||
+        !(frame.data[0] & gsm0710::CommandResponseBit))
+        return;
+
+    const bool closesDown = frame.matchCmdType(gsm0710::CloseDown);
+    if (closesDown || frame.matchCmdType(gsm0710::Test)) {
+        if (closesDown)
+            stopType = ClosedByModule;
+        frame.data[0] &= static_cast<unsigned char>(~gsm0710::CommandResponseBit);
+        writeToPhysical(gsm0710::ControlChannel, frame.data.get(), frame.length, gsm0710::Uih);
+        return;
+    }
+
+    // The second octet of this answer is no length: zero is what modules expect of us.
+    std::array<unsigned char, 2 + gsm0710::MaxLength> answer{gsm0710::NonSupported, 0};
+    unsigned int length = 2;
+    for (unsigned int i = 0; i < frame.length; ++i) {
+        answer[length++] = frame.data[i];
+        if (frame.data[i] & gsm0710::ExtensionBit)
+            break;
+    }
+    writeToPhysical(gsm0710::ControlChannel, answer.data(), length, gsm0710::Uih);
+}
+
+/// Takes what a program has written, if the line has room for all it could be.
+void Gsm0710Mux::handleVirtualInput(int fd) {
+    if (isCongested())
+        return;
+    int channel = 1;
+    while (channel <= channelCount && virtualFds[channel - 1].get() != fd)
+        ++channel;
+    unsigned char octets[MaxRead];
+    const ssize_t count = ::read(fd, octets, sizeof octets);
+    if (count > 0)
+        writeToPhysical(channel, octets, static_cast<unsigned int>(count), gsm0710::Uih);
+    else
+        rest(channel);
+}
