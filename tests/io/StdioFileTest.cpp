@@ -1,0 +1,238 @@
+#include "io/StdioFile.h"
+
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <cerrno>
+#include <cstdio>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "foundation/Thread.h"
+#include "io/Media.h"
+#include "support/Resources.h"
+#include "support/TerminalTest.h"
+
+namespace {
+
+using namespace std::string_literals;
+using std::string;
+
+constexpr char Path[] = "/mnt/mmc/notes";
+
+class StdioFileTest : public test::TerminalTest {
+protected:
+    StdioFileTest() : descriptors(test::openDescriptors()) {}
+    ~StdioFileTest() override {
+        Media::mountEnable();
+        Media::unmountAll();
+    }
+
+    void expectNothingHeld() const {
+        EXPECT_EQ(Media::mountTable[0].readers, 0);
+        EXPECT_EQ(Media::mountTable[0].writers, 0);
+        EXPECT_EQ(test::openDescriptors(), descriptors);
+    }
+
+    long descriptors;
+    StdioFile file;
+};
+
+TEST_F(StdioFileTest, EachModeMountsTheCardAsItNeedsAndDoesWhatItsStdioModeDoes) {
+    constexpr struct {
+        int mode;
+        bool opensMissing;
+        const char* reads;  // of "old\n", right after the open
+        bool writes;
+        const char* contents;  // after writing "X"
+        const char* mounts;
+    } Modes[] = {
+        {StdioFile::Read, false, "old\n", false, "old\n", "remount ro"},
+        {StdioFile::Write, true, "", true, "X", "remount rw, remount ro"},
+        {StdioFile::WriteAndRead, true, "", true, "X", "remount rw, remount ro"},
+        {StdioFile::Append, true, "", true, "old\nX", "remount rw, remount ro"},
+        {StdioFile::Update, false, "old\n", true, "old\nX", "remount rw, remount ro"},
+    };
+    terminal.card().writeFile("notes", "old\n");
+    for (const int mode : {5, -1, 99}) {
+        EXPECT_FALSE(file.open(Path, mode));
+        expectNothingHeld();
+    }
+    EXPECT_EQ(take("card"), "mount rw, remount ro, remount rw, remount ro, remount rw, remount ro");
+    for (const auto& mode : Modes) {
+        SCOPED_TRACE(mode.mode);
+        terminal.card().writeFile("notes", "old\n");
+        const string missing = "/mnt/mmc/missing" + std::to_string(mode.mode);
+        EXPECT_EQ(file.open(missing.c_str(), mode.mode), mode.opensMissing);
+        EXPECT_EQ(file.close(), mode.opensMissing);
+        expectNothingHeld();
+        takeLines();
+        ASSERT_TRUE(file.open(Path, mode.mode));
+        EXPECT_EQ(Media::mountTable[0].readers, mode.mode == StdioFile::Read ? 1 : 0);
+        EXPECT_EQ(Media::mountTable[0].writers, mode.mode == StdioFile::Read ? 0 : 1);
+        EXPECT_EQ(file.readString(), mode.reads);
+        file.getSize();  // a change from reading to writing needs a seek
+        EXPECT_EQ(file.writeString("X"), mode.writes);
+        EXPECT_TRUE(file.close());
+        EXPECT_EQ(terminal.card().readFile("notes"), mode.contents);
+        EXPECT_EQ(take("card"), mode.mounts);
+        expectNothingHeld();
+    }
+}
+
+TEST_F(StdioFileTest, TheCardStaysWritableUntilItsLastWriterCloses) {
+    StdioFile other;
+    {
+        StdioFile third;
+        EXPECT_TRUE(file.open(Path, StdioFile::Append));
+        EXPECT_TRUE(other.open("/mnt/mmc/other", StdioFile::Write));
+        EXPECT_TRUE(third.open("/mnt/mmc/third", StdioFile::Write));
+        EXPECT_TRUE(file.open("/mnt/mmc/again", StdioFile::Write)) << "closes what it has open";
+        EXPECT_EQ(Media::mountTable[0].writers, 3);
+    }
+    EXPECT_TRUE(file.close());
+    EXPECT_FALSE(file.close());
+    EXPECT_EQ(terminal.card().state(), sim::MemoryCard::State::ReadWrite);
+    EXPECT_TRUE(other.close());
+    EXPECT_EQ(take("card"), "mount rw, remount ro");
+    expectNothingHeld();
+}
+
+TEST_F(StdioFileTest, WhatCannotBeOpenedLeavesNoUseBehind) {
+    const auto refused = [&](const char* path, int mode) {
+        EXPECT_FALSE(file.open(path, mode)) << path;
+        EXPECT_FALSE(file.close());
+        expectNothingHeld();
+    };
+    refused("/mnt/mmc/missing", StdioFile::Read);
+    refused("/mnt/mmc/missing/deeper", StdioFile::Write);
+    refused("", StdioFile::Read);
+    refused(nullptr, StdioFile::Write);
+    terminal.faults().fail("fopen", Path, ENOSPC);
+    refused(Path, StdioFile::Write);
+    terminal.faults().fail("mount", "/mnt/mmc", EROFS);
+    refused(Path, StdioFile::Write);
+    Media::mountDisable();
+    refused("/proc/self/status", StdioFile::Read);
+    Media::mountEnable();
+    EXPECT_TRUE(file.open("/proc/self/status", StdioFile::Read)) << "on no medium";
+    EXPECT_TRUE(file.close());
+    Media::unmountAll();
+    terminal.card().setInserted(false);
+    refused(Path, StdioFile::Read);
+}
+
+TEST_F(StdioFileTest, LinesComeWholeUpTo255CharactersWithEveryByteKept) {
+    const string a255(255, 'a');
+    const struct {
+        string text;
+        std::vector<string> pieces;
+    } cases[] = {
+        {"", {}},
+        {"\n", {"\n"}},
+        {"one\r\ntwo", {"one\r\n", "two"}},
+        {"a\0b\n\0\n\0"s, {"a\0b\n"s, "\0\n"s, "\0"s}},
+        {"\r\r\n\xFF\x80\n", {"\r\r\n", "\xFF\x80\n"}},
+        {string(300, 'x') + "\n", {string(255, 'x'), string(45, 'x') + "\n"}},
+        {a255, {a255}},
+        {a255 + "\n", {a255, "\n"}},
+        {string(254, 'a') + "\n", {string(254, 'a') + "\n"}},
+        {string(254, 'a') + "\r\n", {string(254, 'a') + "\r", "\n"}},
+        {a255 + a255, {a255, a255}},
+    };
+    for (const auto& one : cases) {
+        terminal.card().writeFile("notes", one.text);
+        ASSERT_TRUE(file.open(Path, StdioFile::Read));
+        EXPECT_FALSE(file.isEOF());
+        std::vector<string> pieces;
+        for (string piece; !(piece = file.readString()).empty();)
+            pieces.push_back(piece);
+        EXPECT_TRUE(file.isEOF());
+        EXPECT_EQ(pieces, one.pieces);
+        EXPECT_EQ(file.getSize(), static_cast<int>(one.text.size()));
+    }
+}
+
+TEST_F(StdioFileTest, DataMovesInBlocksAndTheSizeCountsWhatIsNotWrittenYet) {
+    char buffer[8] = {};
+    ASSERT_TRUE(file.open(Path, StdioFile::WriteAndRead));
+    EXPECT_TRUE(file.writeData("ab\0cd", 5));
+    EXPECT_TRUE(file.writeData("", 0));
+    EXPECT_EQ(file.getSize(), 5);
+    EXPECT_EQ(file.readData(buffer, 1), 0) << "the position stays at the end";
+    EXPECT_TRUE(file.open(Path, StdioFile::Read));
+    EXPECT_EQ(file.readData(buffer, 3), 3);
+    EXPECT_EQ(file.getSize(), 5);
+    EXPECT_FALSE(file.isEOF());
+    EXPECT_EQ(file.readData(buffer + 3, 5), 2);
+    EXPECT_TRUE(file.isEOF());
+    EXPECT_EQ(string(buffer, 5), "ab\0cd"s);
+    EXPECT_FALSE(file.writeData("x", 1)) << "opened to read";
+}
+
+TEST_F(StdioFileTest, AnErrorIsNoEndOfTheFile) {
+    ASSERT_TRUE(file.open("/proc/self", StdioFile::Read)) << "a folder opens";
+    EXPECT_EQ(file.readString(), "");
+    EXPECT_FALSE(file.isEOF());
+    EXPECT_TRUE(file.close());
+
+    ASSERT_TRUE(file.open("/dev/full", StdioFile::Append));
+    EXPECT_TRUE(file.writeString("lost"));
+    EXPECT_FALSE(file.close());
+    EXPECT_EQ(test::openDescriptors(), descriptors + 1) << "still open";
+    EXPECT_TRUE(file.open(Path, StdioFile::Write)) << "given up for another";
+    EXPECT_TRUE(file.close());
+    {
+        StdioFile abandoned;
+        EXPECT_TRUE(abandoned.open("/dev/full", StdioFile::Write));
+        EXPECT_TRUE(abandoned.writeString("lost"));
+    }
+    expectNothingHeld();
+}
+
+TEST_F(StdioFileTest, AClosedFileAnswersEveryCall) {
+    char byte = 0;
+    EXPECT_FALSE(file.close());
+    EXPECT_EQ(file.getSize(), -1);
+    EXPECT_EQ(file.readString(), "");
+    EXPECT_EQ(file.readData(&byte, 1), 0);
+    EXPECT_FALSE(file.writeString("x"));
+    EXPECT_FALSE(file.writeData(&byte, 1));
+    EXPECT_TRUE(file.isEOF());
+    ASSERT_TRUE(file.open(Path, StdioFile::Write));
+    EXPECT_FALSE(file.writeString(nullptr));
+    EXPECT_FALSE(file.writeData(nullptr, 1));
+    EXPECT_EQ(file.readData(nullptr, 1), 0);
+}
+
+class BlockedReader : public Thread {
+public:
+    explicit BlockedReader(string pipePath) : path(std::move(pipePath)) {}
+
+    void run() override {
+        StdioFile onCard, onPipe;
+        isOpen = onCard.open(Path, StdioFile::Write) && onPipe.open(path.c_str(), StdioFile::Read);
+        EXPECT_EQ(onPipe.getSize(), -1);
+        onPipe.readString();
+    }
+
+    const string path;
+    std::atomic<bool> isOpen{false};
+};
+
+TEST_F(StdioFileTest, ACancelledWorkerGivesBackWhatItHasOpen) {
+    int ends[2] = {};
+    ASSERT_EQ(::pipe(ends), 0);
+    BlockedReader reader("/proc/self/fd/" + std::to_string(ends[0]));
+    ASSERT_TRUE(reader.start());
+    ASSERT_TRUE(test::soon([&] { return reader.isOpen.load(); }));
+    EXPECT_TRUE(reader.terminate());
+    EXPECT_EQ(take("card"), "mount rw, remount ro");
+    ::close(ends[0]);
+    ::close(ends[1]);
+    expectNothingHeld();
+}
+
+}  // namespace

@@ -1,0 +1,186 @@
+#include "io/TcpSocket.h"
+
+#include <arpa/inet.h>
+#include <gtest/gtest.h>
+#include <netinet/in.h>
+#include <netinet/tcp.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <string>
+#include <vector>
+
+#include "io/FileDescriptor.h"
+#include "support/Eventually.h"
+#include "support/Resources.h"
+
+namespace {
+
+using std::string;
+
+constexpr char Host[] = "127.0.0.1";
+
+/// The far end: a port of this machine that accepts.
+class Server {
+public:
+    Server() : listener(::socket(AF_INET, SOCK_STREAM, 0)) {
+        sockaddr_in address{};
+        address.sin_family = AF_INET;
+        address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+        socklen_t size = sizeof address;
+        auto* const any = reinterpret_cast<sockaddr*>(&address);
+        EXPECT_EQ(::bind(listener.get(), any, size), 0);
+        EXPECT_EQ(::getsockname(listener.get(), any, &size), 0);
+        port = ntohs(address.sin_port);
+    }
+
+    void listen() { EXPECT_EQ(::listen(listener.get(), 4), 0); }
+    void accept() { peer.reset(::accept(listener.get(), nullptr, nullptr)); }
+
+    string receive(size_t count) {
+        string text(count, '\0');
+        EXPECT_EQ(::recv(peer.get(), text.data(), count, MSG_WAITALL), ssize_t(count));
+        return text;
+    }
+
+    int port = 0;
+    io::FileDescriptor peer;
+
+private:
+    io::FileDescriptor listener;
+};
+
+/// The number of the next descriptor that is opened.
+int nextDescriptor() {
+    const int next = ::dup(0);
+    ::close(next);
+    return next;
+}
+
+bool send(Socket& socket, string text) {
+    return socket.writeData(reinterpret_cast<unsigned char*>(text.data()),
+                            static_cast<unsigned>(text.size()));
+}
+
+class TcpSocketTest : public testing::Test {
+protected:
+    void connect() {
+        server.listen();
+        number = nextDescriptor();
+        ASSERT_TRUE(tcp.connect(Host, server.port));
+        server.accept();
+    }
+    ~TcpSocketTest() override { tcp.close(); }
+
+    template <class Value> Value option(int level, int which) const {
+        Value value{};
+        socklen_t size = sizeof value;
+        EXPECT_EQ(::getsockopt(number, level, which, &value, &size), 0);
+        return value;
+    }
+
+    Server server;
+    TcpSocket tcp;
+    int number = -1;  // of its descriptor
+    unsigned char buffer[16] = {};
+};
+
+TEST_F(TcpSocketTest, BytesGoBothWaysUntilThePeerEnds) {
+    connect();
+    EXPECT_TRUE(tcp.isConnected());
+    EXPECT_TRUE(send(tcp, "hello"));
+    EXPECT_EQ(server.receive(5), "hello");
+    EXPECT_TRUE(test::eventually([&] { return tcp.getPendingOutput() == 0; }));
+    EXPECT_EQ(tcp.getPendingInput(), 0);
+    EXPECT_EQ(::send(server.peer.get(), "world", 5, 0), 5);
+    EXPECT_TRUE(test::eventually([&] { return tcp.getPendingInput() == 5; }));
+    EXPECT_EQ(tcp.readData(buffer, 3), 3);
+    EXPECT_EQ(tcp.readData(buffer + 3, sizeof buffer - 3), 2);
+    EXPECT_STREQ(reinterpret_cast<char*>(buffer), "world");
+
+    server.peer.reset();
+    EXPECT_EQ(tcp.readData(buffer, 1), 0);
+    EXPECT_TRUE(test::eventually([&] { return !send(tcp, "x"); })) << "and no signal ends us";
+    EXPECT_TRUE(tcp.close());
+    EXPECT_FALSE(tcp.close());
+    EXPECT_FALSE(tcp.isConnected());
+}
+
+TEST_F(TcpSocketTest, TimeOutsSetBeforeConnectingHoldAfterIt) {
+    EXPECT_TRUE(tcp.setTimeouts(1750, 40));
+    connect();
+    EXPECT_EQ(option<timeval>(SOL_SOCKET, SO_SNDTIMEO).tv_sec, 1);
+    EXPECT_EQ(option<timeval>(SOL_SOCKET, SO_SNDTIMEO).tv_usec / 10'000, 75);
+    EXPECT_GE(test::elapsedMs([&] { EXPECT_EQ(tcp.readData(buffer, 1), 0); }), 40);
+    EXPECT_TRUE(tcp.setTimeouts(40, 0));
+    EXPECT_EQ(option<timeval>(SOL_SOCKET, SO_RCVTIMEO).tv_usec, 0);
+    EXPECT_FALSE(send(tcp, string(64 << 20, 'x'))) << "a peer that does not read takes a part";
+    EXPECT_GT(tcp.getPendingOutput(), 0);
+    EXPECT_FALSE(tcp.setTimeouts(40, -1));
+    EXPECT_FALSE(tcp.connect(Host, server.port)) << "kept, and refused again";
+    EXPECT_FALSE(tcp.isConnected());
+    EXPECT_TRUE(tcp.setTimeouts(30000, 30000));
+    EXPECT_TRUE(tcp.connect(Host, server.port));
+}
+
+TEST_F(TcpSocketTest, EachKeepaliveValueHasItsPlace) {
+    EXPECT_FALSE(tcp.setKeepalive(1, 1, 1)) << "no socket";
+    connect();
+    EXPECT_EQ(option<timeval>(SOL_SOCKET, SO_RCVTIMEO).tv_sec, 30);
+    EXPECT_EQ(option<timeval>(SOL_SOCKET, SO_SNDTIMEO).tv_sec, 30);
+    EXPECT_TRUE(tcp.setKeepalive(70, 8, 9));
+    EXPECT_EQ(option<int>(IPPROTO_TCP, TCP_KEEPIDLE), 70);
+    EXPECT_EQ(option<int>(IPPROTO_TCP, TCP_KEEPINTVL), 8);
+    EXPECT_EQ(option<int>(IPPROTO_TCP, TCP_KEEPCNT), 9);
+    EXPECT_EQ(option<int>(SOL_SOCKET, SO_KEEPALIVE), 1);
+    EXPECT_FALSE(tcp.setKeepalive(0, 5, 6));
+    EXPECT_EQ(option<int>(IPPROTO_TCP, TCP_KEEPCNT), 6) << "set before the refusal";
+    EXPECT_EQ(option<int>(IPPROTO_TCP, TCP_KEEPINTVL), 8);
+}
+
+TEST_F(TcpSocketTest, WhatCannotBeReachedLeavesTheSocketClosed) {
+    const long before = test::openDescriptors();
+    EXPECT_FALSE(tcp.connect(Host, server.port)) << "nobody listens";
+    EXPECT_FALSE(tcp.connect("::1", server.port)) << "IPv4 only";
+    EXPECT_FALSE(tcp.connect(Host, -1));
+    EXPECT_EQ(test::openDescriptors(), before);
+    EXPECT_FALSE(tcp.isConnected());
+    EXPECT_FALSE(send(tcp, "x"));
+    EXPECT_EQ(tcp.readData(buffer, 1), 0);
+    EXPECT_EQ(tcp.getPendingInput(), 0);
+    EXPECT_EQ(tcp.getPendingOutput(), 0);
+    EXPECT_FALSE(tcp.close());
+}
+
+TEST_F(TcpSocketTest, OnlyCloseAndANewConnectionCloseIt) {
+    const long before = test::openDescriptors();
+    connect();
+    EXPECT_TRUE(tcp.connect(Host, server.port));
+    EXPECT_EQ(test::openDescriptors(), before + 2) << "one at each end";
+    EXPECT_EQ(::recv(server.peer.get(), buffer, 1, 0), 0) << "the first has ended";
+    EXPECT_TRUE(tcp.close());
+    const int left = nextDescriptor();
+    {
+        TcpSocket abandoned;
+        EXPECT_TRUE(abandoned.connect(Host, server.port));
+    }
+    EXPECT_EQ(::close(left), 0) << "still open";
+}
+
+class PickySocket : public TcpSocket {
+public:
+    bool setTimeouts(int sendTimeoutMs, int receiveTimeoutMs) override {
+        EXPECT_EQ(sendTimeoutMs, 30000);
+        EXPECT_EQ(receiveTimeoutMs, 30000);
+        return false;
+    }
+};
+
+TEST_F(TcpSocketTest, ConnectingAsksTheVirtualSetTimeouts) {
+    server.listen();
+    PickySocket picky;
+    EXPECT_FALSE(picky.connect(Host, server.port));
+    EXPECT_FALSE(picky.close());
+}
+
+}  // namespace
