@@ -39,6 +39,7 @@ BarcodeReader::BarcodeReader() : initState(NotInitialized) { period = ScanMs; }
 BarcodeReader::~BarcodeReader() {
     if (initState != NotInitialized)
         BarcodeReader::shutdown();
+    stop(StopMs, false);  // a worker that has shut the reader down itself is still to be joined
 }
 
 bool BarcodeReader::initialize() {
@@ -54,6 +55,7 @@ bool BarcodeReader::initialize() {
     setFlowControl(S_FLOW_NONE);
     Thread::sleep(EngineStartMs);
     send(barcode::SetUp);
+    stop(StopMs, false);  // as in the destructor
     return start();
 }
 

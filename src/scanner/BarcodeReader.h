@@ -28,7 +28,8 @@ public:
 
     /// Stops timer and worker, closes the port and powers the engine down. Takes up to a second
     /// while the worker waits to deliver a code; up to ten if it hangs. True when the engine has
-    /// been powered down. May be called while holding the windowing library's lock.
+    /// been powered down. May be called while holding the windowing library's lock, also from the
+    /// delivery of a code, on the worker: that returns at once, and the worker ends after it.
     bool shutdown() override;
 
     /// Lights the aiming light. True when it is lit.
