@@ -1,0 +1,306 @@
+#include "power/SystemMonitor.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <array>
+#include <climits>
+#include <string>
+#include <vector>
+
+#include "foundation/PowerEventListener.h"
+#include "io/Media.h"
+#include "power/PowerManager.h"
+#include "support/TerminalTest.h"
+
+namespace {
+
+using namespace std::chrono_literals;
+using std::string;
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::StartsWith;
+
+class SystemMonitorTest : public test::PoweredTest {
+protected:
+    SystemMonitorTest() {
+        holdTime();
+        restart();
+        EXPECT_TRUE(SystemMonitor::initialize());
+    }
+    ~SystemMonitorTest() override {
+        SystemMonitor::shutdown();
+        Media::mountEnable();
+    }
+
+    static SystemMonitor& monitor() { return *SystemMonitor::getMonitor(); }
+
+    /// Ticks by hand, once a second; a suspend in between takes its own time.
+    void tick(int seconds) {
+        for (int second = 0; second < seconds; ++second) {
+            pass(1s);
+            monitor().onTimer();
+        }
+    }
+
+    /// A terminal in `state`, not used for `idle` seconds.
+    void beIdle(PowerState state, int idle) {
+        power().setPowerMode(POWER_ON);
+        power().kickIdle();
+        power().setPowerMode(state);
+        pass(std::chrono::seconds(idle));
+        takeLines();
+    }
+
+    /// The journal without the sensors' reports and the keyboard light.
+    std::vector<string> takeModes() {
+        std::vector<string> lines = takeLines();
+        const auto isReport = [](const string& line) {
+            return line.find("event 16") != string::npos || line.find("event 32") != string::npos ||
+                   line.find("keyboard") != string::npos || line.find("line ") != string::npos;
+        };
+        lines.erase(std::remove_if(lines.begin(), lines.end(), isReport), lines.end());
+        return lines;
+    }
+
+    std::array<int, SystemMonitor::CounterCount> counters() {
+        std::array<int, SystemMonitor::CounterCount> result{};
+        monitor().getPowerCounters(result.data());
+        return result;
+    }
+};
+
+TEST_F(SystemMonitorTest, ThereIsOneUntilItIsShutDown) {
+    SystemMonitor* const first = SystemMonitor::getMonitor();
+    EXPECT_TRUE(SystemMonitor::initialize());
+    EXPECT_EQ(SystemMonitor::getMonitor(), first);
+    SystemMonitor::shutdown();
+    EXPECT_EQ(SystemMonitor::getMonitor(), nullptr);
+    SystemMonitor::shutdown();
+    EXPECT_TRUE(SystemMonitor::initialize());
+    PowerManager::deinitPowerManager();
+    monitor().onTimer();  // harmless without a power manager
+    start();
+}
+
+TEST_F(SystemMonitorTest, LeftAloneTheTerminalStepsDownToSuspendAndAtLastAsksToBeSwitchedOff) {
+    terminal.clock().setSpeed(100);
+    restart();
+    test::EventThread events;
+    ASSERT_NE(terminal.journal().await("app: event 31 0", 0, test::HostLimit), 0U);
+    SystemMonitor::shutdown();
+    EXPECT_EQ(terminal.journal().history("oled"), "fade 127, fade 0, fade 0, off, brightness 0");
+    const string suspends = terminal.journal().history("rtc");
+    EXPECT_THAT(suspends, StartsWith("alarm in 900 s, alarm in 900 s, alarm in 900 s, alarm in "));
+    EXPECT_GE(terminal.power().suspends(), 4);
+    const string all = terminal.journal().history("app");
+    EXPECT_THAT(all, HasSubstr("event 16 100"));
+    EXPECT_THAT(all, HasSubstr("event 32 22"));
+}
+
+TEST_F(SystemMonitorTest, EachTickGoesOneStepDownAtTheDefaultDelays) {
+    const struct {
+        int second;
+        PowerState state;
+    } steps[] = {{4, POWER_ON},           {5, POWER_DIMMED},     {19, POWER_DIMMED},
+                 {20, POWER_DARK},        {29, POWER_DARK},      {30, POWER_DISPLAY_OFF},
+                 {59, POWER_DISPLAY_OFF}, {60, POWER_ALARM_WAKE}};
+    int now = 0;
+    power().kickIdle();
+    for (const auto& step : steps) {
+        tick(step.second - now);
+        now = step.second;
+        EXPECT_EQ(power().getCurrentState(), step.state) << now;
+    }
+    EXPECT_THAT(takeModes(),
+                ElementsAre("oled: fade 127", "oled: fade 0", "oled: fade 0", "oled: off",
+                            "rtc: alarm in 900 s", "power: suspend", "power: woken by alarm"));
+    tick(3);
+    EXPECT_THAT(counters(), ElementsAre(5, 15, 10, 30, 0, 3 * 901, 0));
+    EXPECT_THAT(takeModes(),
+                ElementsAre("rtc: alarm in 900 s", "power: suspend", "power: woken by alarm",
+                            "rtc: alarm in 900 s", "power: suspend", "power: woken by alarm",
+                            "rtc: alarm in 837 s", "power: suspend", "power: woken by alarm",
+                            "pwrctrl: supply 1 off", "oled: brightness 0", "app: event 31 0"));
+    tick(5);
+    EXPECT_THAT(takeModes(), ElementsAre()) << "it stays shut down";
+
+    beIdle(POWER_ON, 3000);
+    tick(3);
+    EXPECT_EQ(power().getCurrentState(), POWER_DISPLAY_OFF) << "one step per tick, however late";
+}
+
+TEST_F(SystemMonitorTest, AWakeUpByKeyEndsTheSuspendAndStartsOver) {
+    beIdle(POWER_DISPLAY_OFF, 59);
+    terminal.power().wakeByKey(28, 100s);
+    tick(1);
+    EXPECT_EQ(power().getCurrentState(), POWER_ON);
+    tick(5);
+    EXPECT_EQ(power().getCurrentState(), POWER_DIMMED);
+    EXPECT_EQ(counters()[5], 101);
+}
+
+TEST_F(SystemMonitorTest, TheWakeUpIntervalIsWhatIsLeftUntilPowerOffWithinLimits) {
+    const struct {
+        int powerOff, idle;
+        const char* alarm;  // "": no suspend
+        PowerState after;
+    } cases[] = {
+        {3600, 0, "alarm in 900 s", POWER_ALARM_WAKE},
+        {3600, 2699, "alarm in 900 s", POWER_ALARM_WAKE},
+        {3600, 2700, "alarm in 900 s", POWER_SHUTDOWN},
+        {3600, 2701, "alarm in 899 s", POWER_SHUTDOWN},
+        {3600, 3000, "alarm in 600 s", POWER_SHUTDOWN},
+        {3600, 3570, "alarm in 30 s", POWER_SHUTDOWN},
+        {3600, 3590, "alarm in 30 s", POWER_SHUTDOWN},
+        {3600, 3600, "", POWER_SHUTDOWN},
+        {10, 0, "alarm in 30 s", POWER_SHUTDOWN},
+        {0, 100000, "alarm in 900 s", POWER_ALARM_WAKE},
+        {-5, 0, "alarm in 900 s", POWER_ALARM_WAKE},
+        {INT_MAX, 5, "alarm in 900 s", POWER_ALARM_WAKE},
+    };
+    for (const auto& tried : cases) {
+        monitor().setPowerDelays(0, 0, 0, 0, tried.powerOff);
+        beIdle(POWER_ALARM_WAKE, tried.idle);
+        monitor().handlePower();
+        EXPECT_EQ(take("rtc"), tried.alarm) << tried.powerOff << " " << tried.idle;
+        EXPECT_EQ(power().getCurrentState(), tried.after) << tried.idle;
+        Media::mountEnable();
+    }
+}
+
+TEST_F(SystemMonitorTest, ADelayOfZeroOrLessSwitchesItsStepOff) {
+    const PowerState states[] = {POWER_ON, POWER_DIMMED, POWER_DARK, POWER_DISPLAY_OFF};
+    for (const int off : {0, -1, INT_MIN}) {
+        monitor().setPowerDelays(off, off, off, off, off);
+        for (const PowerState state : states) {
+            beIdle(state, 100000);
+            tick(2);
+            EXPECT_EQ(power().getCurrentState(), state);
+        }
+    }
+}
+
+TEST_F(SystemMonitorTest, WithUsbConnectedTheTerminalNeitherSuspendsNorShutsDown) {
+    terminal.usbSupply().set(1);
+    beIdle(POWER_DISPLAY_OFF, 1000);
+    tick(1);
+    EXPECT_EQ(power().getCurrentState(), POWER_ON) << "plugging in is activity";
+    beIdle(POWER_DISPLAY_OFF, 5000);
+    tick(100);
+    EXPECT_EQ(power().getCurrentState(), POWER_DISPLAY_OFF);
+    EXPECT_EQ(terminal.power().suspends(), 0);
+
+    beIdle(POWER_ALARM_WAKE, 100);
+    tick(1);
+    EXPECT_EQ(terminal.power().suspends(), 1) << "but a sleeping one is not woken by the cable";
+    beIdle(POWER_ALARM_WAKE, 5000);
+    tick(1);
+    EXPECT_EQ(power().getCurrentState(), POWER_ALARM_WAKE);
+
+    terminal.usbSupply().remove();
+    tick(1);
+    EXPECT_EQ(power().getCurrentState(), POWER_ON) << "and so is unplugging";
+    EXPECT_EQ(power().getIdleDuration(), 0);
+}
+
+TEST_F(SystemMonitorTest, AVetoedSuspendIsTriedAgainOnTheNextTick) {
+    class Busy : public PowerEventListener {
+    public:
+        bool powerStateChange(PowerState, PowerState to) override {
+            return to != POWER_SUSPEND || ++asked > 2;
+        }
+        int asked = 0;
+    };
+    Busy listener;
+    power().addListener(&listener);
+    beIdle(POWER_DISPLAY_OFF, 60);
+    tick(2);
+    EXPECT_EQ(power().getCurrentState(), POWER_DISPLAY_OFF);
+    EXPECT_EQ(terminal.power().suspends(), 0);
+    tick(1);
+    EXPECT_EQ(terminal.power().suspends(), 1);
+    power().removeListener(&listener);
+}
+
+TEST_F(SystemMonitorTest, BatteryAndTemperatureAreReportedAtTheirIntervalsAcrossEveryWrap) {
+    constexpr auto Wrap = std::chrono::milliseconds(1LL << 32);
+    for (const auto uptime : {Wrap / 4, Wrap / 2, Wrap}) {  // 25 and 50 days
+        terminal.clock().setMonotonic(uptime - 6s);
+        restart();
+        SystemMonitor::shutdown();
+        ASSERT_TRUE(SystemMonitor::initialize());
+        terminal.battery().set(3850);
+        terminal.temperature().set(-150);
+        for (int second = 1; second <= 20; ++second) {
+            power().kickIdle();
+            takeLines();
+            tick(1);
+            string expected = second % 4 == 0 ? "event 16 50" : "";
+            if (second % 10 == 0)
+                expected += string(expected.empty() ? "" : ", ") + "event 32 -1";
+            EXPECT_EQ(take("app"), expected) << "second " << second;
+        }
+    }
+}
+
+TEST_F(SystemMonitorTest, AnEmptyBatteryIsSaidTwiceAndAnUnreadableOneNotAtAll) {
+    const auto reportOf = [&](auto& attribute, const char* text) {
+        if (text)
+            attribute.setText(text);
+        else
+            attribute.remove();
+        power().kickIdle();
+        pass(10s);
+        takeLines();
+        monitor().handleBattery();
+        monitor().handleTemperature();
+        return take("app");
+    };
+    EXPECT_EQ(reportOf(terminal.battery(), "100\n"), "event 16 0, event 17 0, event 32 22");
+    EXPECT_EQ(reportOf(terminal.battery(), "0\n"), "event 32 22");
+    EXPECT_EQ(reportOf(terminal.battery(), nullptr), "event 32 22");
+    EXPECT_EQ(reportOf(terminal.temperature(), nullptr), "event 32 " + std::to_string(INT_MIN));
+}
+
+TEST_F(SystemMonitorTest, TheKeyboardLightFollowsTheAmbientLightOnEveryTick) {
+    const struct {
+        const char* light;  // null: no sensor
+        int brightness;
+        const char* request;
+    } cases[] = {
+        {"31\n", 255, "keyboard fade 0"},    {"30\n", 255, "keyboard fade 127"},
+        {"20\n", 255, "keyboard fade 127"},  {"11\n", 255, "keyboard fade 127"},
+        {"10\n", 255, "keyboard fade 255"},  {"-5\n", 255, "keyboard fade 255"},
+        {nullptr, 100, "keyboard fade 100"}, {"0\n", 300, "keyboard fade 255"},
+        {"0\n", -5, "keyboard fade 0"},      {"0\n", INT_MAX, "keyboard fade 255"},
+        {"20\n", 101, "keyboard fade 50"},
+    };
+    for (const auto& tried : cases) {
+        if (tried.light)
+            terminal.light().setText(tried.light);
+        else
+            terminal.light().remove();
+        monitor().setKeyboardBrightness(tried.brightness);
+        for (const PowerState state : {POWER_ON, POWER_DIMMED}) {
+            beIdle(state, 0);
+            monitor().handleLighting();
+            EXPECT_EQ(take("pwrctrl"), tried.request);
+        }
+    }
+    for (const PowerState state : {POWER_DARK, POWER_DISPLAY_OFF, POWER_ALARM_WAKE}) {
+        beIdle(state, 0);
+        monitor().handleLighting();
+        EXPECT_EQ(take("pwrctrl"), "") << state;
+    }
+    terminal.light().set(0);
+    beIdle(POWER_ON, 0);
+    terminal.clock().setWall(2999s);  // no real date: the clock was never set
+    monitor().handleLighting();
+    EXPECT_EQ(take("pwrctrl"), "");
+    terminal.clock().setWall(3000s);
+    monitor().handleLighting();
+    EXPECT_EQ(take("pwrctrl"), "keyboard fade 101");
+}
+
+}  // namespace

@@ -1,0 +1,177 @@
+#pragma once
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <cstdint>
+#include <functional>
+#include <future>
+#include <string>
+#include <string_view>
+#include <thread>
+#include <utility>
+#include <vector>
+
+#include "gui/GuiLibrary.h"
+#include "gui/GuiWindow.h"
+#include "power/PowerManager.h"
+#include "scanner/ScanRecord.h"
+#include "sim/HostTime.h"
+#include "sim/Terminal.h"
+
+namespace test {
+
+using namespace std::chrono_literals;
+
+/// Far longer on the host's clock than anything takes that works, on a busy machine too.
+constexpr std::chrono::seconds HostLimit{60};
+
+template <class Condition> bool soon(Condition condition) {
+    return sim::eventually(std::move(condition), HostLimit);
+}
+
+/// A function on a thread of its own; the destructor of what it returns waits for its end.
+template <class Function> auto inBackground(Function function) {
+    const sim::HostTime hostTime;  // no call of the application
+    return std::async(std::launch::async, std::move(function));
+}
+
+template <class Result> bool isDone(const std::future<Result>& result) {
+    const sim::HostTime hostTime;
+    return result.wait_for(0s) == std::future_status::ready;
+}
+
+/// The windowing library's event thread for the length of a scope.
+class EventThread {
+public:
+    EventThread() : thread([] { GuiLibrary::run(); }) {}
+    EventThread(const EventThread&) = delete;
+    EventThread& operator=(const EventThread&) = delete;
+    ~EventThread() {
+        GuiLibrary::quit();
+        thread.join();
+    }
+
+private:
+    std::thread thread;
+};
+
+/// A window that notes what reaches it in the terminal's journal: "app: event 16 87",
+/// "app: scan 4006381333931" and "app: key 28".
+class NotingWindow : public GuiWindow {
+public:
+    explicit NotingWindow(sim::Journal& terminalJournal) : GuiWindow(0), journal(terminalJournal) {}
+
+    bool onKeyDown(int key) override {
+        journal.note("app", "key " + std::to_string(key));
+        if (onKey)
+            onKey();
+        return true;
+    }
+
+    void onSystemEvent(int code, void* data) override {
+        if (code == 256) {
+            const ScanRecord& record = *static_cast<ScanRecord*>(data);
+            const bool isBarcode = record.source == 0 && !record.id && record.reserved == 0;
+            journal.note("app", (isBarcode ? "scan " : "odd scan ") + std::string(record.data));
+            if (onScan)
+                onScan();
+            return;
+        }
+        const auto number = static_cast<int>(reinterpret_cast<intptr_t>(data));
+        journal.note("app", "event " + std::to_string(code) + " " + std::to_string(number));
+    }
+
+    std::function<void()> onKey, onScan;
+
+private:
+    sim::Journal& journal;
+};
+
+/// The far end of a serial line: notes the bytes that it receives as "line: ...".
+class NotingPeer final : public sim::LinePeer {
+public:
+    NotingPeer(sim::SerialLine& serialLine, sim::Journal& terminalJournal)
+        : line(serialLine), journal(terminalJournal) {
+        line.connect(this);
+    }
+    NotingPeer(const NotingPeer&) = delete;
+    NotingPeer& operator=(const NotingPeer&) = delete;
+    ~NotingPeer() { line.connect(nullptr); }
+
+    void received(std::string_view bytes) override { journal.note("line", std::string(bytes)); }
+
+private:
+    sim::SerialLine& line;
+    sim::Journal& journal;
+};
+
+/// A test on a terminal of its own.
+class TerminalTest : public testing::Test {
+protected:
+    /// What the journal has noted since the last call.
+    std::vector<std::string> takeLines() {
+        auto lines = terminal.journal().lines();
+        terminal.journal().clear();
+        return lines;
+    }
+
+    /// The same of one device, joined with ", ".
+    std::string take(const std::string& device) {
+        auto history = terminal.journal().history(device);
+        terminal.journal().clear();
+        return history;
+    }
+
+    /// The simulated time from the first note of one line to the next note of the other.
+    std::chrono::nanoseconds between(const std::string& from, const std::string& to) {
+        std::chrono::nanoseconds begin{0};
+        for (const auto& entry : terminal.journal().entries()) {
+            const std::string line = entry.device + ": " + entry.text;
+            if (begin == 0ns && line == from)
+                begin = entry.wall;
+            else if (begin != 0ns && line == to)
+                return entry.wall - begin;
+        }
+        return 0ns;
+    }
+
+    /// From now on time passes only with pass(): no busy machine adds to it.
+    void holdTime() {
+        terminal.clock().setMonotonic(1000s);
+        terminal.clock().setWall(1700000000s);
+        terminal.clock().setSpeed(1e-6);
+    }
+
+    /// Time passes, at once.
+    void pass(std::chrono::milliseconds duration) {
+        sim::Clock& clock = terminal.clock();
+        clock.setMonotonic(clock.monotonic() + duration);
+        clock.setWall(clock.wall() + duration);
+    }
+
+    sim::Terminal terminal;
+    NotingWindow window{terminal.journal()};
+};
+
+/// ... with a power manager, whose start has left no trace in the journal.
+class PoweredTest : public TerminalTest {
+protected:
+    PoweredTest() { start(); }
+    ~PoweredTest() override { PowerManager::deinitPowerManager(); }
+
+    void start() {
+        EXPECT_TRUE(PowerManager::initPowerManager());
+        terminal.journal().clear();
+    }
+
+    void restart() {
+        EXPECT_TRUE(PowerManager::deinitPowerManager());
+        start();
+    }
+
+    static PowerManager& power() { return *PowerManager::getPowerManager(); }
+};
+
+}  // namespace test
