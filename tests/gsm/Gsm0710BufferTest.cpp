@@ -1,0 +1,302 @@
+#include "gsm/Gsm0710Buffer.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <memory>
+#include <optional>
+#include <random>
+#include <string>
+#include <vector>
+
+#include "gsm/Gsm0710Frame.h"
+#include "gsm/Octets.h"
+
+namespace {
+
+using std::string;
+using test::fcsOf;
+using test::frameOf;
+using test::octets;
+using test::Ui;
+using test::Uih;
+using test::unsignedOf;
+using testing::ElementsAre;
+
+constexpr unsigned Size = 4096;
+
+struct Received {
+    int channel;
+    int control;
+    string data;
+
+    bool operator==(const Received& other) const {
+        return channel == other.channel && control == other.control && data == other.data;
+    }
+};
+
+std::ostream& operator<<(std::ostream& out, const Received& frame) {
+    return out << frame.channel << "/" << frame.control << "/"
+               << testing::PrintToString(frame.data);
+}
+
+unsigned write(Gsm0710Buffer& buffer, const string& bytes) {
+    return buffer.write(unsignedOf(bytes), static_cast<unsigned>(bytes.size()));
+}
+
+std::optional<Received> readOne(Gsm0710Buffer& buffer) {
+    const std::unique_ptr<Gsm0710Frame> frame(buffer.read());
+    if (!frame)
+        return std::nullopt;
+    EXPECT_EQ(frame->data != nullptr, frame->length != 0);
+    const auto* const data = reinterpret_cast<const char*>(frame->data.get());
+    return Received{frame->channel, frame->control, string(data ? data : "", frame->length)};
+}
+
+/// Everything that is to be had, in the way of the engine.
+std::vector<Received> readAll(Gsm0710Buffer& buffer) {
+    std::vector<Received> frames;
+    do {
+        while (auto frame = readOne(buffer))
+            frames.push_back(*frame);
+    } while (buffer.resynchronize());
+    return frames;
+}
+
+std::vector<Received> decode(const string& stream) {
+    Gsm0710Buffer buffer;
+    std::vector<Received> frames;
+    for (size_t at = 0; at < stream.size(); at += 512) {
+        write(buffer, stream.substr(at, 512));
+        const std::vector<Received> more = readAll(buffer);
+        frames.insert(frames.end(), more.begin(), more.end());
+    }
+    return frames;
+}
+
+/// A buffer whose next octet is stored at `position`.
+Gsm0710Buffer bufferAt(unsigned position) {
+    Gsm0710Buffer buffer;
+    write(buffer, string(position, 'x'));
+    EXPECT_EQ(buffer.read(), nullptr);
+    return buffer;
+}
+
+TEST(Gsm0710BufferTest, TheCheckSumIsThatOfTheStandard) {
+    EXPECT_EQ(Gsm0710Buffer::makeCheckSum(unsignedOf(octets("03 3F 01")), 3), 0x1C);
+    EXPECT_EQ(Gsm0710Buffer::makeCheckSum(nullptr, 0), 0);
+    // One octet at a time shows every entry of the table, the first four being the standard's.
+    const string table = octets("00 91 E3 72");
+    for (int octet = 0; octet < 256; ++octet) {
+        const string one(1, static_cast<char>(octet));
+        const unsigned char fcs = Gsm0710Buffer::makeCheckSum(unsignedOf(one), 1);
+        EXPECT_EQ(fcs, static_cast<unsigned char>(fcsOf(one)));
+        if (const int entry = 0xFF - octet; entry < 4) {
+            EXPECT_EQ(0xFF - fcs, static_cast<unsigned char>(table[static_cast<size_t>(entry)]));
+        }
+    }
+}
+
+TEST(Gsm0710BufferTest, HoldsOneOctetLessThanItsSizeWhereverItStands) {
+    for (const unsigned start : {0U, 1U, 2000U, Size - 1}) {
+        Gsm0710Buffer buffer = bufferAt(start);
+        EXPECT_EQ(buffer.getFree(), Size - 1);
+        EXPECT_EQ(write(buffer, string(3000, 'a') + string(2000, '\xF9')), Size - 1);
+        EXPECT_EQ(buffer.getFree(), 0U);
+        EXPECT_EQ(buffer.getAllocated(), Size - 1);
+        EXPECT_EQ(write(buffer, "b"), 0U);
+        EXPECT_EQ(buffer.read(), nullptr);
+        EXPECT_EQ(buffer.getAllocated(), 1095U) << "the flags stay";
+        EXPECT_FALSE(buffer.resynchronize());
+        EXPECT_EQ(buffer.getAllocated(), 1U) << "one of them is as good as all";
+        write(buffer, frameOf(2, Uih, "on").substr(1));
+        EXPECT_THAT(readAll(buffer), ElementsAre(Received{2, Uih, "on"}));
+        EXPECT_EQ(buffer.getAllocated(), 0U);
+    }
+    EXPECT_EQ(Gsm0710Buffer::advanceBufPtr(0), 1U);
+    EXPECT_EQ(Gsm0710Buffer::advanceBufPtr(Size - 1), 0U);
+}
+
+TEST(Gsm0710BufferTest, AFrameMayComeInTwoPiecesAndLieAcrossTheEnd) {
+    for (const string& data : {string(), string("data"), string(31, '\xF9'), string(127, '\x7E')}) {
+        const string frame = "\xF9\xF9" + frameOf(63, Uih, data);
+        for (size_t cut = 0; cut < frame.size(); ++cut) {
+            // So that the end of the storage lies at the cut as well.
+            Gsm0710Buffer buffer = bufferAt(Size - static_cast<unsigned>(cut));
+            write(buffer, frame.substr(0, cut));
+            EXPECT_EQ(buffer.read(), nullptr) << "cut at " << cut;
+            EXPECT_EQ(buffer.getAllocated(), cut) << "nothing is consumed before all is there";
+            EXPECT_FALSE(buffer.resynchronize());
+            write(buffer, frame.substr(cut));
+            EXPECT_EQ(readOne(buffer), (Received{63, Uih, data})) << "cut at " << cut;
+            EXPECT_EQ(buffer.getAllocated(), 0U);
+        }
+    }
+}
+
+TEST(Gsm0710BufferTest, OnlyWhatIsCheckedComesOut) {
+    const string header = octets("07 EF 07"), uiHeader = octets("07 13 07");
+    const struct {
+        string stream;
+        std::vector<Received> frames;
+        const char* what;
+    } cases[] = {
+        {octets("F9 03 3F 01 1C F9"), {{0, 0x3F, ""}}, "SABM"},
+        {"noise" + frameOf(1, 0x73, "") + "noise" + frameOf(2, 0x1F, ""),
+         {{1, 0x73, ""}, {2, 0x1F, ""}},
+         "noise between frames"},
+        {frameOf(1, Uih, "abc").substr(0, 9) + frameOf(2, Uih, "def").substr(1),
+         {{1, Uih, "abc"}},
+         "a closing flag does not open as well"},
+        {frameOf(1, Ui | 0x10, "abc"), {{1, Ui | 0x10, "abc"}}, "UI covers its data"},
+        {'\xF9' + uiHeader + "abc" + fcsOf(uiHeader) + '\xF9', {}, "UI with a sum of the header"},
+        {frameOf(1, Ui, ""), {{1, Ui, ""}}, "UI without data"},
+        {'\xF9' + header + "abc" + fcsOf(header + "abc") + '\xF9',
+         {},
+         "UIH with a sum of the data"},
+        {octets("F9 07 EF 06 00 41 41 41 41 F9") + frameOf(1, Uih, "x"),
+         {{1, Uih, "x"}},
+         "a length of two octets"},
+        {octets("F9 07 EF F8 FF") + frameOf(1, Uih, "x"), {{1, Uih, "x"}}, "... of more than fits"},
+        // What has crashed others: data on a frame that carries none.
+        {octets("F9 03 3F 09 E4 06 06 F1 3F 01 2A F9") + frameOf(1, Uih, "x"),
+         {{1, Uih, "x"}},
+         "data on SABM"},
+        {frameOf(0, 0x3F, "junk"), {{0, 0x3F, "junk"}}, "... but well formed"},
+    };
+    for (const auto& each : cases)
+        EXPECT_EQ(decode(each.stream), each.frames) << each.what;
+}
+
+TEST(Gsm0710BufferTest, AFrameWithoutItsClosingFlagStaysUntilItIsGivenUp) {
+    const string unclosed = frameOf(1, Uih, "lost\xF9").substr(0, 10) + "?";
+    Gsm0710Buffer buffer;
+    write(buffer, "\xF9\xF9" + unclosed + frameOf(2, Uih, "next"));
+    const unsigned stored = buffer.getAllocated();
+    for (int again = 0; again < 3; ++again) {
+        EXPECT_EQ(buffer.read(), nullptr);
+        EXPECT_EQ(buffer.getAllocated(), stored);
+    }
+    EXPECT_TRUE(buffer.resynchronize());
+    EXPECT_EQ(readOne(buffer), (Received{2, Uih, "next"})) << "the flag in the data opens nothing";
+    EXPECT_FALSE(buffer.resynchronize());
+}
+
+/// One octet of a stream is lost, added or changed. What came whole before it comes out, and so
+/// does everything from 127 octets behind the damaged frame on.
+TEST(Gsm0710BufferTest, NoMoreIsMissingThanTheDamagedFrameAndWhatAFalseLengthClaims) {
+    string stream;
+    std::vector<Received> sent;
+    std::vector<size_t> ends;
+    for (int i = 0; i < 20; ++i) {
+        const size_t length = std::vector<size_t>{31, 0, 127, 4, 64}[static_cast<size_t>(i % 5)];
+        sent.push_back({i, Uih, string(length, static_cast<char>('0' + i))});
+        stream += frameOf(i, Uih, sent.back().data);
+        ends.push_back(stream.size());
+    }
+    ASSERT_EQ(decode(stream), sent);
+
+    const auto check = [&](size_t at, const string& soiled) {
+        const std::vector<Received> received = decode(soiled);
+        const size_t damaged =
+            static_cast<size_t>(std::upper_bound(ends.begin(), ends.end(), at) - ends.begin());
+        const auto safe = static_cast<size_t>(
+            std::upper_bound(ends.begin(), ends.end(), ends[damaged] + 129) - ends.begin());
+        ASSERT_GE(received.size(), damaged + sent.size() - safe - 1);
+        for (size_t i = 0; i < damaged; ++i)
+            ASSERT_EQ(received[i], sent[i]);
+        for (size_t i = 1; i < sent.size() - safe; ++i)
+            ASSERT_EQ(received[received.size() - i], sent[sent.size() - i]);
+    };
+    for (size_t at = 0; at < ends[9]; ++at) {
+        SCOPED_TRACE("damage at " + std::to_string(at));
+        string soiled = stream;
+        check(at, soiled.erase(at, 1));
+        for (const char added : {'\xF9', '\x00', '\xFF'}) {
+            soiled = stream;
+            check(at, soiled.insert(at, 1, added));
+        }
+        for (int bit = 0; bit < 8; ++bit) {
+            soiled = stream;
+            soiled[at] = static_cast<char>(soiled[at] ^ 1 << bit);
+            check(at, soiled);
+        }
+        if (HasFatalFailure())
+            return;
+    }
+}
+
+/// What read() is to do, step by step, on a string instead of a ring.
+class PlainDecoder {
+public:
+    string stored;
+
+    std::optional<Received> read() {
+        for (;;) {
+            stored.erase(0, std::min(stored.find('\xF9'), stored.size()));
+            const size_t start = std::min(stored.find_first_not_of('\xF9'), stored.size());
+            const size_t left = stored.size() - start;
+            if (left < 5)
+                return std::nullopt;
+            const auto octet = [&](size_t i) { return static_cast<uint8_t>(stored[start + i]); };
+            const size_t length = octet(2) / 2;
+            if (octet(2) % 2 == 0) {
+                stored.erase(0, start + 2);
+                continue;
+            }
+            if (left < length + 5)
+                return std::nullopt;
+            const bool isUi = (octet(1) & 0xEF) == Ui;
+            const char fcs = fcsOf(stored.substr(start, 3 + (isUi ? length : 0)));
+            if (stored[start + 3 + length] != fcs) {
+                stored.erase(0, start + 3 + length);
+                continue;
+            }
+            if (stored[start + 4 + length] != '\xF9')
+                return std::nullopt;
+            Received frame{octet(0) / 4, octet(1), stored.substr(start + 3, length)};
+            stored.erase(0, start + 5 + length);
+            return frame;
+        }
+    }
+};
+
+TEST(Gsm0710BufferTest, WhateverComesIsTreatedStepByStepAsAgreed) {
+    std::mt19937 random(710);  // NOLINT: the same every time
+    const auto below = [&](unsigned limit) { return random() % limit; };
+    Gsm0710Buffer buffer;
+    PlainDecoder plain;
+    size_t frames = 0;
+    for (int round = 0; round < 20000; ++round) {
+        string piece;
+        while (below(3) != 0) {
+            const uint8_t controls[] = {Uih, Ui, Ui | 0x10, 0x3F};
+            string next = frameOf(static_cast<int>(below(64)), controls[below(4)],
+                                  string(below(8) ? below(32) : 127, static_cast<char>(random())));
+            if (below(6) == 0)
+                next[below(static_cast<unsigned>(next.size()))] = static_cast<char>(random());
+            if (below(6) == 0)
+                next.resize(below(static_cast<unsigned>(next.size())));
+            piece += below(4) ? next : next + string(below(4), '\xF9');
+        }
+        piece.resize(std::min<size_t>(piece.size(), buffer.getFree()));
+        ASSERT_EQ(write(buffer, piece), piece.size());
+        plain.stored += piece;
+        for (bool more = true; more;) {
+            const auto frame = readOne(buffer);
+            ASSERT_EQ(frame, plain.read()) << "round " << round;
+            ASSERT_EQ(buffer.getAllocated(), plain.stored.size()) << "round " << round;
+            more = frame.has_value();
+            frames += more;
+        }
+        while (buffer.resynchronize()) {
+            while (readOne(buffer))
+                ++frames;
+        }
+        plain.stored.erase(0, plain.stored.size() - buffer.getAllocated());
+    }
+    EXPECT_GT(frames, 10000U);
+}
+
+}  // namespace
