@@ -14,9 +14,11 @@ Nanoseconds hostClock(clockid_t clock) {
 }
 
 Nanoseconds scaled(Nanoseconds duration, double factor) {
-    return factor == 1.0
-               ? duration
-               : Nanoseconds(std::llround(static_cast<double>(duration.count()) * factor));
+    if (factor == 1.0)
+        return duration;
+    const double product = static_cast<double>(duration.count()) * factor;
+    const auto longest = static_cast<double>(Nanoseconds::max().count());
+    return product < longest ? Nanoseconds(std::llround(product)) : Nanoseconds::max();
 }
 
 }  // namespace
@@ -25,7 +27,8 @@ Clock Clock::instance;
 
 Clock::State Clock::host() {
     const Nanoseconds monotonic = hostClock(CLOCK_MONOTONIC);
-    return {monotonic, monotonic, hostClock(CLOCK_REALTIME), 1.0, false, nullptr};
+    const Nanoseconds suspended = hostClock(CLOCK_BOOTTIME) - monotonic;
+    return {monotonic, monotonic, hostClock(CLOCK_REALTIME), suspended, 1.0, false, nullptr};
 }
 
 Clock::State Clock::now() const {
@@ -37,13 +40,16 @@ Clock::State Clock::now() const {
     const Nanoseconds passed = scaled(real - state.real, state.speed);
     state.real = real;
     state.wall += passed;
-    if (!state.frozen)
-        state.monotonic += passed;
+    (state.frozen ? state.suspended : state.monotonic) += passed;
     return state;
 }
 
 Nanoseconds Clock::monotonic() const { return now().monotonic; }
 Nanoseconds Clock::wall() const { return now().wall; }
+Nanoseconds Clock::boot() const {
+    const State state = now();
+    return state.monotonic + state.suspended;
+}
 
 template <class Change> void Clock::change(Change apply) {
     const std::lock_guard<std::mutex> held(mutex);
@@ -72,7 +78,10 @@ void Clock::setMonotonic(Nanoseconds sinceBoot) {
 }
 
 void Clock::sleepThrough(Nanoseconds duration) {
-    change([duration](State& state) { state.wall += duration; });
+    change([duration](State& state) {
+        state.wall += duration;
+        state.suspended += duration;
+    });
 }
 
 void Clock::freeze() {

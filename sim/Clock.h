@@ -1,8 +1,10 @@
 #pragma once
 
+#include <algorithm>
 #include <atomic>
 #include <chrono>
 #include <ctime>
+#include <limits>
 #include <mutex>
 
 namespace sim {
@@ -20,6 +22,7 @@ public:
 
     Nanoseconds monotonic() const;  ///< stands still while suspended
     Nanoseconds wall() const;       ///< since the epoch, goes on while suspended
+    Nanoseconds boot() const;       ///< the monotonic one and the time spent suspended
 
     /// How many seconds pass on the terminal in one real second. Above 0.
     void setSpeed(double speed);
@@ -38,13 +41,17 @@ public:
     /// Back to the host's clocks at speed 1.
     void reset();
 
-    /// The real time that a simulated duration takes.
+    /// True until the first change, and after reset().
+    bool isHosts() const { return current == nullptr; }
+
+    /// The real time that a simulated duration takes. What is too long to count is the longest.
     Nanoseconds realDuration(Nanoseconds simulated) const;
     Nanoseconds simulatedDuration(Nanoseconds real) const;
 
 private:
     struct State {
         Nanoseconds real, monotonic, wall;  // the same moment on three clocks
+        Nanoseconds suspended;              // so far
         double speed;
         bool frozen;
         const State* older;
@@ -63,14 +70,23 @@ private:
     std::atomic<const State*> current{nullptr};  // null: the host's clocks
 };
 
+/// A time beyond what nanoseconds can count (about 292 years) is the last that they can.
 constexpr Nanoseconds fromTimespec(const timespec& time) {
+    constexpr long long Longest =
+        std::chrono::duration_cast<std::chrono::seconds>(Nanoseconds::max()).count();
+    if (time.tv_sec >= Longest)
+        return Nanoseconds::max();
+    if (time.tv_sec <= -Longest)
+        return Nanoseconds::min();
     return std::chrono::seconds(time.tv_sec) + Nanoseconds(time.tv_nsec);
 }
 
 inline timespec toTimespec(Nanoseconds time) {
     const auto seconds = std::chrono::floor<std::chrono::seconds>(time);
     timespec result{};
-    result.tv_sec = static_cast<time_t>(seconds.count());
+    // Where time_t has 32 bits, its last second stands for all that follow.
+    result.tv_sec = static_cast<time_t>(
+        std::min<long long>(seconds.count(), std::numeric_limits<time_t>::max()));
     result.tv_nsec = static_cast<long>((time - seconds).count());
     return result;
 }

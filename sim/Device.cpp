@@ -1,5 +1,6 @@
 #include "sim/Device.h"
 
+#include <fcntl.h>
 #include <sys/eventfd.h>
 #include <sys/ioctl.h>
 #include <unistd.h>
@@ -28,19 +29,29 @@ int OpenFile::setAttributes(int when, const termios& settings) {
 int OpenFile::flush(int queue) { return SIM_REAL(tcflush)(fd, queue); }
 int OpenFile::sendBreak(int duration) { return SIM_REAL(tcsendbreak)(fd, duration); }
 
-std::shared_ptr<OpenFile> Device::open(const std::string& path, int) {
-    return std::make_shared<ModelFile>(path, shared_from_this());
+std::shared_ptr<OpenFile> Device::open(const std::string& path, int flags) {
+    return std::make_shared<ModelFile>(path, flags, shared_from_this());
 }
 
 ssize_t Device::read(void*, size_t) { return failWith(EINVAL); }
 ssize_t Device::write(const void*, size_t) { return failWith(EINVAL); }
 int Device::ioctl(unsigned long, void*) { return failWith(ENOTTY); }
 
-ModelFile::ModelFile(std::string path, std::shared_ptr<Device> openedDevice)
-    : OpenFile(eventfd(0, EFD_NONBLOCK | EFD_CLOEXEC), std::move(path)),
+static_assert(EFD_NONBLOCK == O_NONBLOCK && EFD_CLOEXEC == O_CLOEXEC);
+
+ModelFile::ModelFile(std::string path, int flags, std::shared_ptr<Device> openedDevice)
+    : OpenFile(eventfd(0, flags & (O_NONBLOCK | O_CLOEXEC)), std::move(path)),
       device(std::move(openedDevice)) {}
 
-void ModelFile::closing() { isClosed = true; }
+void ModelFile::moveTo(int duplicate) {
+    const std::lock_guard<std::mutex> held(mutex);
+    OpenFile::moveTo(duplicate);
+}
+
+void ModelFile::closing() {
+    const std::lock_guard<std::mutex> held(mutex);
+    isClosed = true;
+}
 
 ssize_t ModelFile::read(void* buffer, size_t size) {
     const CancellationOff uncancelled;
@@ -57,6 +68,7 @@ int ModelFile::ioctl(unsigned long request, void* argument) {
 }
 
 void ModelFile::setReadable(bool readable) {
+    const std::lock_guard<std::mutex> held(mutex);
     if (isClosed || readable == isReadable)
         return;
     uint64_t count = 1;

@@ -3,7 +3,10 @@
 #include <sys/types.h>
 #include <termios.h>
 
+#include <atomic>
+#include <cerrno>
 #include <memory>
+#include <mutex>
 #include <string>
 
 namespace sim {
@@ -19,9 +22,13 @@ public:
     virtual ~OpenFile() = default;
 
     int descriptor() const { return fd; }
+
+    /// The descriptor is about to be closed, but has a duplicate that takes its place.
+    virtual void moveTo(int duplicate) { fd = duplicate; }
+
     const std::string& path() const { return name; }
 
-    /// The descriptor is about to be closed. Called once.
+    /// The last descriptor is about to be closed. Called once.
     virtual void closing() {}
 
     /// May block, and may then be cancelled.
@@ -35,8 +42,11 @@ public:
     virtual int flush(int queue);
     virtual int sendBreak(int duration);
 
+    /// Of the master of a pseudo-terminal: the terminal's name of its slave. Otherwise "".
+    virtual std::string slaveName() const { return {}; }
+
 private:
-    const int fd;
+    std::atomic<int> fd;
     const std::string name;
 };
 
@@ -62,19 +72,22 @@ public:
 /// readable while it has been told so.
 class ModelFile : public OpenFile {
 public:
-    ModelFile(std::string path, std::shared_ptr<Device> device);
+    /// Of the flags it is opened with, those for non-blocking and close-on-exec count.
+    ModelFile(std::string path, int flags, std::shared_ptr<Device> device);
 
+    void moveTo(int duplicate) override;
     void closing() override;
     ssize_t read(void* buffer, size_t size) override;
     ssize_t write(const void* data, size_t size) override;
     int ioctl(unsigned long request, void* argument) override;
 
 protected:
-    /// The model's lock is held by the caller, so that it cannot meet closing().
     void setReadable(bool readable);
 
 private:
     const std::shared_ptr<Device> device;
+
+    std::mutex mutex;  // guards what follows, and the descriptor while it is used for it
     bool isReadable = false;
     bool isClosed = false;
 };

@@ -26,6 +26,9 @@ public:
     int calls() const;   ///< since the last clear()
     int failed() const;  ///< how many of them were made to fail
 
+    /// Nothing changes while somebody holds this.
+    std::unique_lock<std::mutex> hold() const { return std::unique_lock<std::mutex>(mutex); }
+
     /// Called for each call: 0, or the error it has to fail with.
     int check(const char* call, const std::string& path);
 

@@ -8,7 +8,9 @@ thread_local bool HostTime::active = false;
 
 HostDeadline::HostDeadline(std::chrono::nanoseconds fromNow) {
     const HostTime hostTime;
-    moment = std::chrono::steady_clock::now() + fromNow;
+    using Moment = std::chrono::steady_clock::time_point;
+    const Moment now = std::chrono::steady_clock::now();
+    moment = fromNow < Moment::max() - now ? now + fromNow : Moment::max();
 }
 
 bool HostDeadline::passed() const {

@@ -1,11 +1,14 @@
 #include "sim/Journal.h"
 
+#include "sim/Cancellation.h"
 #include "sim/Clock.h"
 #include "sim/HostTime.h"
 
 namespace sim {
 
+/// Uncancelled, since a watcher may print, and calls that note something may not unwind.
 void Journal::note(const std::string& device, const std::string& text) {
+    const CancellationOff uncancelled;
     const std::lock_guard<std::mutex> held(mutex);
     all.push_back({Clock::get().wall(), device, text});
     added.notify_all();

@@ -35,7 +35,8 @@ public:
     /// The number after the one found; 0 when `limit` of the host's time has passed without it.
     size_t await(const std::string& text, size_t from, std::chrono::milliseconds limit) const;
 
-    /// Calls `watcher` for every entry from now on, on the thread that makes it.
+    /// Calls `watcher` for every entry from now on, on the thread that makes it, which must not use
+    /// the journal then.
     void watch(Watcher watcher);
 
 private:

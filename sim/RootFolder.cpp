@@ -1,25 +1,40 @@
 #include "sim/RootFolder.h"
 
+#include <ftw.h>
+#include <unistd.h>
+
+#include <cstdio>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <sstream>
 #include <stdexcept>
 
+#include "sim/posix/Real.h"
+
 namespace fs = std::filesystem;
 
 namespace sim {
 
 RootFolder::RootFolder()
-    : top((fs::temp_directory_path() / "terminal-XXXXXX").string()), isOwn(true) {
+    : top((fs::temp_directory_path() / "terminal-XXXXXX").string()), owner(getpid()) {
     if (!mkdtemp(top.data()))
         throw std::runtime_error("cannot make the terminal's root folder " + top);
+    top = fs::canonical(top).string();
 }
 
+RootFolder::RootFolder(const std::string& folder) : top(fs::canonical(folder).string()) {}
+
 RootFolder::~RootFolder() {
-    std::error_code ignored;
-    if (isOwn)
-        fs::remove_all(top, ignored);
+    if (owner == getpid())
+        remove("");
+}
+
+std::string RootFolder::pathOf(const std::string& hostPath) const {
+    const bool isInside = hostPath.compare(0, top.size(), top) == 0 &&
+                          (hostPath.size() == top.size() || hostPath[top.size()] == '/');
+    return isInside ? hostPath.substr(top.size()) + (hostPath.size() == top.size() ? "/" : "")
+                    : hostPath;
 }
 
 void RootFolder::write(const std::string& path, const std::string& text) const {
@@ -45,9 +60,21 @@ void RootFolder::makeFolder(const std::string& path) const {
     fs::create_directories(hostPath(path));
 }
 
-void RootFolder::remove(const std::string& path) const {
+/// Not by way of the interposed calls, for which the card may be read-only.
+void RootFolder::link(const std::string& path, const std::string& hostTarget) const {
+    const fs::path place = hostPath(path);
     std::error_code ignored;
-    fs::remove_all(hostPath(path), ignored);
+    fs::create_directories(place.parent_path(), ignored);
+    fs::remove(place, ignored);
+    fs::create_symlink(hostTarget, place, ignored);
+}
+
+void RootFolder::remove(const std::string& path) const {
+    constexpr int OpenFolders = 16;
+    const auto removeOne = [](const char* name, const struct stat*, int, FTW*) {
+        return SIM_REAL(remove)(name);
+    };
+    nftw(hostPath(path).c_str(), removeOne, OpenFolders, FTW_DEPTH | FTW_PHYS);
 }
 
 }  // namespace sim

@@ -2,6 +2,7 @@
 
 #include <sys/ioctl.h>
 
+#include <algorithm>
 #include <cerrno>
 
 #include "sim/posix/Real.h"
@@ -15,17 +16,42 @@ SerialFile::SerialFile(int descriptor, const std::string& path, SerialLine& open
 
 void SerialFile::closing() {
     const std::lock_guard<std::mutex> held(line->mutex);
-    if (isCurrent() && --line->opens == 0)
+    if (isCurrent() && --line->opens == 0 && (line->lineSettings.c_cflag & HUPCL))
         line->modemBits &= ~(TIOCM_DTR | TIOCM_RTS);
 }
 
-ssize_t SerialFile::write(const void* data, size_t size) {
-    const ssize_t written = OpenFile::write(data, size);
-    if (written > 0) {
-        const std::lock_guard<std::mutex> held(line->mutex);
-        if (isCurrent())
-            line->writtenBytes += static_cast<size_t>(written);
+/// Counts bytes before they are written, so that none is consumed uncounted; takes back those that
+/// were not written after all, also when the writer is cancelled.
+class SerialFile::Passage {
+public:
+    Passage(SerialFile& openedFile, size_t size) : file(openedFile), unsent(size) {
+        const std::lock_guard<std::mutex> held(file.line->mutex);
+        if (file.isCurrent())
+            file.line->writtenBytes += size;
     }
+    Passage(const Passage&) = delete;
+    Passage& operator=(const Passage&) = delete;
+    ~Passage() {
+        SerialLine& line = *file.line;
+        const std::lock_guard<std::mutex> held(line.mutex);
+        if (!file.isCurrent())
+            return;
+        line.writtenBytes -= unsent;
+        line.consumedBytes = std::min(line.consumedBytes, line.writtenBytes);
+        line.consumed.notify_all();
+    }
+
+    void sent(ssize_t size) { unsent -= size > 0 ? static_cast<size_t>(size) : 0; }
+
+private:
+    SerialFile& file;
+    size_t unsent;
+};
+
+ssize_t SerialFile::write(const void* data, size_t size) {
+    Passage passage(*this, size);
+    const ssize_t written = OpenFile::write(data, size);
+    passage.sent(written);
     return written;
 }
 
@@ -77,7 +103,13 @@ int SerialFile::setAttributes(int when, const termios& settings) {
     if (!isCurrent())
         return failWith(EIO);
     line->lineSettings = settings;
-    return OpenFile::setAttributes(when, settings);
+    return OpenFile::setAttributes(when, pseudoTerminalPart(settings));
+}
+
+termios SerialFile::pseudoTerminalPart(termios settings) {
+    settings.c_cflag &= ~static_cast<tcflag_t>(CSIZE | PARENB);
+    settings.c_cflag |= CS8 | CREAD;
+    return settings;
 }
 
 int SerialFile::flush(int queue) {

@@ -19,7 +19,12 @@ public:
     int flush(int queue) override;
     int sendBreak(int duration) override;
 
+    /// The settings that a pseudo-terminal knows; libc reports an error for the others.
+    static termios pseudoTerminalPart(termios settings);
+
 private:
+    class Passage;
+
     bool isCurrent() const { return generation == line->generation; }
 
     const std::shared_ptr<Device> keepsAlive;

@@ -6,13 +6,16 @@
 #include <sys/ioctl.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdint>
 #include <cstdlib>
+#include <stdexcept>
 #include <utility>
 
 #include "sim/HostTime.h"
 #include "sim/SerialFile.h"
+#include "sim/SignalsBlocked.h"
 #include "sim/posix/Real.h"
 
 namespace sim {
@@ -61,12 +64,17 @@ void setNonBlocking(int fd) { fcntl(fd, F_SETFL, fcntl(fd, F_GETFL) | O_NONBLOCK
 SerialLine::SerialLine(std::string lineName, Journal& lineJournal)
     : name(std::move(lineName)), journal(lineJournal),
       wakeUp(eventfd(0, EFD_NONBLOCK | EFD_CLOEXEC)) {
-    createPair();
+    if (!createPair() || wakeUp < 0)
+        throw std::runtime_error("no pseudo-terminal for line " + name);
+    const SignalsBlocked blocked;
     server = std::thread([this] { serve(); });
 }
 
 SerialLine::~SerialLine() {
-    shutDown();
+    if (getpid() == owner)
+        shutDown();
+    else if (server.joinable())
+        server.detach();  // a child has no such thread
     closePair();
     SIM_REAL(close)(wakeUp);
 }
@@ -85,6 +93,7 @@ void SerialLine::shutDown() {
 
 bool SerialLine::createPair() {
     const HostTime hostTime;
+    nearPath.clear();
     farEnd = posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC);
     char path[64];
     if (farEnd < 0 || grantpt(farEnd) != 0 || unlockpt(farEnd) != 0 ||
@@ -95,7 +104,8 @@ bool SerialLine::createPair() {
     SIM_REAL(tcgetattr)(keeper, &lineSettings);
     cfsetispeed(&lineSettings, B9600);
     cfsetospeed(&lineSettings, B9600);
-    lineSettings.c_cflag = (lineSettings.c_cflag & ~static_cast<tcflag_t>(CSIZE)) | CS8;
+    lineSettings.c_cflag =
+        (lineSettings.c_cflag & ~static_cast<tcflag_t>(CSIZE)) | CS8 | CREAD | HUPCL;
     setNonBlocking(farEnd);
     modemBits = TIOCM_CTS | TIOCM_DSR | TIOCM_CAR;
     writtenBytes = consumedBytes = 0;
@@ -116,8 +126,10 @@ void SerialLine::wake() const {
 }
 
 void SerialLine::connect(LinePeer* newPeer) {
-    const std::lock_guard<std::mutex> held(mutex);
+    std::unique_lock<std::mutex> held(mutex);
     peer = newPeer;
+    if (std::this_thread::get_id() != server.get_id())
+        consumed.wait(held, [this] { return !isDelivering; });
 }
 
 void SerialLine::send(std::string_view bytes, Nanoseconds delay) {
@@ -188,7 +200,8 @@ std::shared_ptr<OpenFile> SerialLine::open(const std::string& path, int flags) {
     if (fd < 0)
         return nullptr;
     if (++opens == 1) {
-        SIM_REAL(tcsetattr)(fd, TCSANOW, &lineSettings);
+        const termios settings = SerialFile::pseudoTerminalPart(lineSettings);
+        SIM_REAL(tcsetattr)(fd, TCSANOW, &settings);
         SIM_REAL(tcflush)(fd, TCIFLUSH);
         modemBits |= TIOCM_DTR | TIOCM_RTS;
     }
@@ -214,12 +227,16 @@ void SerialLine::takeReceived(std::unique_lock<std::mutex>& held) {
     if (size <= 0)
         return;
     LinePeer* const receiver = peer;
+    const unsigned from = generation;
+    isDelivering = true;
     held.unlock();
     if (receiver)
         receiver->received({buffer, static_cast<size_t>(size)});
     held.lock();
-    consumedBytes +=
-        static_cast<size_t>(size);  // only now: drained means that the peer has seen it
+    isDelivering = false;
+    // Only now: drained means that the peer has seen it. A flush may have discounted it already.
+    if (generation == from)
+        consumedBytes = std::min(consumedBytes + static_cast<size_t>(size), writtenBytes);
     consumed.notify_all();
 }
 

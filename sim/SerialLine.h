@@ -1,5 +1,7 @@
 #pragma once
 
+#include <unistd.h>
+
 #include <condition_variable>
 #include <deque>
 #include <mutex>
@@ -34,7 +36,8 @@ public:
     SerialLine(std::string name, Journal& journal);
     ~SerialLine() override;
 
-    /// The peer stays until it is replaced or the line is closed down.
+    /// The peer stays until it is replaced or the line is closed down; once this has returned, the
+    /// one before is not called any more.
     void connect(LinePeer* newPeer);
 
     /// Sends bytes to the application, now or after a delay of simulated time. What comes later is
@@ -87,12 +90,14 @@ private:
     std::string nearPath;
     unsigned generation = 0;  // of the pair; opens of an older one are hung up
     int opens = 0;            // of the present pair
-    size_t writtenBytes = 0;
+    bool isDelivering = false;  // to the peer, without the lock
+    size_t writtenBytes = 0;    // or about to be; never less than have been consumed
     size_t consumedBytes = 0;
     termios lineSettings{};
     int modemBits = 0;
     bool isStopping = false;
 
+    const pid_t owner = getpid();
     int wakeUp = -1;
     std::thread server;
 };

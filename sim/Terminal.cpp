@@ -1,5 +1,7 @@
 #include "sim/Terminal.h"
 
+#include <unistd.h>
+
 #include <atomic>
 #include <cstdlib>
 
@@ -26,7 +28,7 @@ bool isDriverFolder(const std::string& path) {
 }  // namespace
 
 Terminal::Terminal(const std::string& folder)
-    : root(folder.empty() ? RootFolder() : RootFolder(folder)),
+    : owner(getpid()), root(folder.empty() ? RootFolder() : RootFolder(folder)),
       modem(std::make_shared<ModemPower>()), control(std::make_shared<PowerControl>(log, *modem)),
       oled(std::make_shared<Display>(log)), clockChip(std::make_shared<RealTimeClock>(log)),
       keys(std::make_shared<InputDevice>("keypad", log, eventType(board::InputKey))),
@@ -42,6 +44,8 @@ Terminal::Terminal(const std::string& folder)
     engineLine->connect(engine.get());
     control->onSupply(board::SupplyScanner, [this](bool on) { engine->setPowered(on); });
 
+    root.makeFolder("/etc/ppp");
+    root.makeFolder("/var/run");
     batteryMillivolts.set(4200);
     temperatureInput.set(2200);
     lightInput.set(20);
@@ -63,6 +67,8 @@ Terminal::Terminal(const std::string& folder)
 
 Terminal::~Terminal() {
     currentTerminal = nullptr;
+    if (isInherited())
+        return;
     Descriptors::get().forgetAll();
     engineLine->shutDown();
     Clock::get().reset();
@@ -71,9 +77,9 @@ Terminal::~Terminal() {
 Terminal* Terminal::current() { return currentTerminal; }
 
 void Terminal::pressKey(int code, bool down) {
+    keys->key(code, down);
     if (down)
         suspend->keyPressed();
-    keys->key(code, down);
 }
 
 void Terminal::setPresent(const std::string& path, bool present) {
@@ -95,9 +101,25 @@ Place Terminal::locate(const std::string& path, bool forWriting) {
         place.device = node->second;
     else if (!memoryCard->locate(path, forWriting, place))
         place.hostPath = root.hostPath(path);
+    if (place.device && isInherited())
+        place.error = ENXIO;
     if (isDriverFolder(path) && !place.hostPath.empty() && !root.exists(path))
         place.error = ENOENT;
     return place;
+}
+
+std::string Terminal::pathOf(const std::string& hostPath) const {
+    return memoryCard->pathOf(root.pathOf(hostPath));
+}
+
+bool Terminal::isInherited() const { return getpid() != owner; }
+
+std::vector<std::unique_lock<std::mutex>> Terminal::holdForFork() {
+    std::vector<std::unique_lock<std::mutex>> held;
+    held.emplace_back(mutex);
+    held.push_back(memoryCard->hold());
+    held.push_back(faultRules.hold());
+    return held;
 }
 
 }  // namespace sim

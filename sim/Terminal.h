@@ -1,10 +1,13 @@
 #pragma once
 
+#include <sys/types.h>
+
 #include <memory>
 #include <mutex>
 #include <set>
 #include <string>
 #include <unordered_map>
+#include <vector>
 
 #include "sim/Clock.h"
 #include "sim/Faults.h"
@@ -80,7 +83,17 @@ public:
     /// Where an absolute path of the terminal leads.
     Place locate(const std::string& path, bool forWriting);
 
+    /// The terminal's own name for a path of the host; the same if it is none of the terminal's.
+    std::string pathOf(const std::string& hostPath) const;
+
+    /// True in a child of the process that made the terminal: it has the files, but no devices.
+    bool isInherited() const;
+
+    /// Every lock that a child needs to find its way.
+    std::vector<std::unique_lock<std::mutex>> holdForFork();
+
 private:
+    const pid_t owner;
     Journal log;
     Faults faultRules;
     RootFolder root;

@@ -1,39 +1,39 @@
 #include "sim/devices/InputDevice.h"
 
+#include <fcntl.h>
+#include <poll.h>
+
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <utility>
 
 #include "power/BoardProtocol.h"
+#include "sim/Clock.h"
+#include "sim/posix/Real.h"
 
 namespace sim {
 
-/// One open of an event device, with the records it has not read yet. The device's lock guards it.
+/// One open of an event device, with the records it has not read yet, which the device's lock
+/// guards.
 class InputFile : public ModelFile {
 public:
-    InputFile(const std::string& path, std::shared_ptr<InputDevice> openedInput)
-        : ModelFile(path, openedInput), input(std::move(openedInput)) {}
+    InputFile(const std::string& path, int flags, std::shared_ptr<InputDevice> openedInput)
+        : ModelFile(path, flags, openedInput), input(std::move(openedInput)) {}
 
-    void closing() override {
-        const std::lock_guard<std::mutex> held(input->mutex);
-        ModelFile::closing();
-    }
-
+    /// Waits for a record, unless the open is a non-blocking one.
     ssize_t read(void* buffer, size_t size) override {
-        const std::lock_guard<std::mutex> held(input->mutex);
         if (size < sizeof(board::InputEvent))
             return failWith(EINVAL);
-        if (queue.empty())
-            return failWith(EAGAIN);
-        size_t used = 0;
-        for (; !queue.empty() && size - used >= sizeof(board::InputEvent);
-             used += sizeof(board::InputEvent)) {
-            memcpy(static_cast<char*>(buffer) + used, &queue.front(), sizeof(board::InputEvent));
-            queue.pop_front();
+        for (;;) {
+            if (const size_t used = takeRecords(static_cast<char*>(buffer), size))
+                return static_cast<ssize_t>(used);
+            pollfd file{descriptor(), POLLIN, 0};
+            if (SIM_REAL(fcntl)(file.fd, F_GETFL) & O_NONBLOCK)
+                return failWith(EAGAIN);
+            if (SIM_REAL(poll)(&file, 1, -1) < 0)
+                return -1;
         }
-        setReadable(!queue.empty());
-        return static_cast<ssize_t>(used);
     }
 
     void add(const board::InputEvent& event) {
@@ -44,6 +44,18 @@ public:
     }
 
 private:
+    size_t takeRecords(char* buffer, size_t size) {
+        const std::lock_guard<std::mutex> held(input->mutex);
+        size_t used = 0;
+        for (; !queue.empty() && size - used >= sizeof(board::InputEvent);
+             used += sizeof(board::InputEvent)) {
+            memcpy(buffer + used, &queue.front(), sizeof(board::InputEvent));
+            queue.pop_front();
+        }
+        setReadable(!queue.empty());
+        return used;
+    }
+
     const std::shared_ptr<InputDevice> input;
     std::deque<board::InputEvent> queue;
 };
@@ -61,6 +73,11 @@ void InputDevice::event(int type, int code, int value) {
     record.type = static_cast<uint16_t>(type);
     record.code = static_cast<uint16_t>(code);
     record.value = value;
+    const timespec now = toTimespec(Clock::get().wall());
+    const uint32_t stamp[] = {static_cast<uint32_t>(now.tv_sec),
+                              static_cast<uint32_t>(now.tv_nsec / 1000)};
+    static_assert(sizeof stamp == sizeof record.time);
+    memcpy(record.time, stamp, sizeof stamp);
     const std::lock_guard<std::mutex> held(mutex);
     for (const auto& open : opens) {
         if (const auto file = open.lock())
@@ -73,9 +90,9 @@ void InputDevice::setEventTypes(uint32_t types) {
     eventTypes = types;
 }
 
-std::shared_ptr<OpenFile> InputDevice::open(const std::string& path, int) {
+std::shared_ptr<OpenFile> InputDevice::open(const std::string& path, int flags) {
     auto file = std::make_shared<InputFile>(
-        path, std::static_pointer_cast<InputDevice>(shared_from_this()));
+        path, flags, std::static_pointer_cast<InputDevice>(shared_from_this()));
     const std::lock_guard<std::mutex> held(mutex);
     opens.erase(
         std::remove_if(opens.begin(), opens.end(), [](const auto& open) { return open.expired(); }),

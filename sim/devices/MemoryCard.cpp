@@ -20,6 +20,11 @@ constexpr std::string_view CardDevice = "/dev/mmcblk0p1";
 constexpr const char* Contents =
     "/.card";  // in the root folder, where no path of the terminal leads
 
+bool liesIn(std::string_view path, std::string_view folder) {
+    return path.substr(0, folder.size()) == folder &&
+           (path.size() == folder.size() || path[folder.size()] == '/');
+}
+
 /// The link of one of this process's descriptors.
 std::string openedPath(const char* descriptor) {
     char target[PATH_MAX];
@@ -59,12 +64,16 @@ std::string MemoryCard::readFile(const std::string& name) const {
 int MemoryCard::mount(const std::string& source, const std::string& target, const std::string& type,
                       unsigned long flags) {
     const std::lock_guard<std::mutex> held(mutex);
-    if (source != CardDevice || target != MountPoint || type != "vfat")
-        return failWith(source == CardDevice ? EINVAL : ENODEV);
-    if (!isInserted)
-        return failWith(ENXIO);
     const bool readOnly = (flags & MS_RDONLY) != 0;
     const bool remount = (flags & MS_REMOUNT) != 0;
+    if (!remount && type != "vfat")
+        return failWith(ENODEV);
+    if (!remount && source != CardDevice)
+        return failWith(ENOENT);
+    if (target != MountPoint)
+        return failWith(EINVAL);
+    if (!isInserted)
+        return failWith(ENXIO);
     if (remount == (mounted == State::NotMounted))
         return failWith(remount ? EINVAL : EBUSY);
     if (readOnly && mounted == State::ReadWrite && isInUse(true))
@@ -88,13 +97,13 @@ int MemoryCard::unmount(const std::string& target) {
 }
 
 bool MemoryCard::isInUse(bool onlyForWriting) const {
-    const std::string contents = files.hostPath(Contents) + "/";
+    const std::string contents = files.hostPath(Contents);
     DIR* const descriptors = ::opendir("/proc/self/fd");
     if (!descriptors)
         return false;
     bool found = false;
     while (const dirent* entry = ::readdir(descriptors)) {
-        if (openedPath(entry->d_name).compare(0, contents.size(), contents) != 0)
+        if (!liesIn(openedPath(entry->d_name), contents))
             continue;
         const int flags = ::fcntl(atoi(entry->d_name), F_GETFL);
         found = found || !onlyForWriting || (flags & O_ACCMODE) != O_RDONLY;
@@ -104,20 +113,26 @@ bool MemoryCard::isInUse(bool onlyForWriting) const {
 }
 
 bool MemoryCard::locate(const std::string& path, bool forWriting, Place& place) const {
-    if (path.compare(0, MountPoint.size(), MountPoint) != 0)
-        return false;
-    const std::string below = path.substr(MountPoint.size());
-    if (!below.empty() && below[0] != '/')
+    if (!liesIn(path, MountPoint))
         return false;
     const std::lock_guard<std::mutex> held(mutex);
     if (mounted == State::NotMounted) {
         place.hostPath = files.hostPath(path);
         return true;
     }
-    place.hostPath = files.hostPath(Contents + below);
-    if (forWriting && mounted == State::ReadOnly)
+    place.hostPath = files.hostPath(Contents + path.substr(MountPoint.size()));
+    if (!isInserted)
+        place.error = EIO;
+    else if (forWriting && mounted == State::ReadOnly)
         place.error = EROFS;
     return true;
+}
+
+std::string MemoryCard::pathOf(const std::string& pathInRoot) {
+    const std::string_view contents = Contents;
+    return liesIn(pathInRoot, contents)
+               ? std::string(MountPoint) + pathInRoot.substr(contents.size())
+               : pathInRoot;
 }
 
 void MemoryCard::writeMounts() const {

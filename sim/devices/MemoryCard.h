@@ -19,7 +19,8 @@ public:
 
     MemoryCard(Journal& journal, const RootFolder& files);
 
-    /// Without a card every mount fails. Taking it out while mounted leaves the mount there.
+    /// Without a card every mount fails. Taking it out while mounted leaves the mount there, with
+    /// nothing below it that can be opened.
     void setInserted(bool inserted);
 
     State state() const;
@@ -34,6 +35,12 @@ public:
 
     /// Whether `path` is at or below the mount point; if so `place` tells where it leads.
     bool locate(const std::string& path, bool forWriting, Place& place) const;
+
+    /// The other way: what is the card's in the root folder is below the mount point.
+    static std::string pathOf(const std::string& pathInRoot);
+
+    /// Nothing changes while somebody holds this.
+    std::unique_lock<std::mutex> hold() const { return std::unique_lock<std::mutex>(mutex); }
 
 private:
     bool isInUse(bool onlyForWriting) const;

@@ -10,12 +10,13 @@
 namespace sim {
 namespace {
 
-/// How far local time is ahead of UTC at the moment.
-Nanoseconds localOffset() {
-    const time_t now = toTimespec(Clock::get().wall()).tv_sec;
+/// Local time, counted as if it were UTC.
+Nanoseconds localTime() {
+    const Nanoseconds wall = Clock::get().wall();
+    const time_t now = toTimespec(wall).tv_sec;
     tm local{};
     localtime_r(&now, &local);
-    return std::chrono::seconds(timegm(&local) - now);
+    return wall + std::chrono::seconds(timegm(&local) - now);
 }
 
 board::ClockTime toClockTime(Nanoseconds time) {
@@ -27,7 +28,8 @@ board::ClockTime toClockTime(Nanoseconds time) {
             fields.tm_wday, fields.tm_yday, 0};
 }
 
-Nanoseconds fromClockTime(const board::ClockTime& time) {
+/// Nothing for fields that are no moment from 1970 on, such as a 13th month.
+std::optional<Nanoseconds> fromClockTime(const board::ClockTime& time) {
     tm fields{};
     fields.tm_sec = time.second;
     fields.tm_min = time.minute;
@@ -35,7 +37,13 @@ Nanoseconds fromClockTime(const board::ClockTime& time) {
     fields.tm_mday = time.dayOfMonth;
     fields.tm_mon = time.month;
     fields.tm_year = time.year;
-    return std::chrono::seconds(timegm(&fields));
+    const time_t seconds = timegm(&fields);
+    const bool isMoment = fields.tm_sec == time.second && fields.tm_min == time.minute &&
+                          fields.tm_hour == time.hour && fields.tm_mday == time.dayOfMonth &&
+                          fields.tm_mon == time.month && fields.tm_year == time.year;
+    if (!isMoment || seconds < 0)
+        return std::nullopt;
+    return std::chrono::seconds(seconds);
 }
 
 std::string textOf(Nanoseconds time) {
@@ -50,7 +58,7 @@ std::string textOf(Nanoseconds time) {
 }  // namespace
 
 RealTimeClock::RealTimeClock(Journal& eventJournal)
-    : journal(eventJournal), offset(localOffset()) {}
+    : journal(eventJournal), offset(localTime() - Clock::get().boot()) {}
 
 void RealTimeClock::loseTime() {
     const std::lock_guard<std::mutex> held(mutex);
@@ -117,22 +125,26 @@ int RealTimeClock::readTime(void* argument) const {
 }
 
 int RealTimeClock::setTime(const void* argument) {
-    board::ClockTime time{};
-    memcpy(&time, argument, sizeof time);
-    offset = fromClockTime(time) - Clock::get().wall();
+    board::ClockTime fields{};
+    memcpy(&fields, argument, sizeof fields);
+    const auto time = fromClockTime(fields);
+    if (!time)
+        return failWith(EINVAL);
+    offset = *time - Clock::get().boot();
     isValid = true;
-    journal.note("rtc", "set " + textOf(fromClockTime(time)));
+    journal.note("rtc", "set " + textOf(*time));
     return 0;
 }
 
 int RealTimeClock::setAlarm(const void* argument) {
     board::WakeAlarm wake{};
     memcpy(&wake, argument, sizeof wake);
-    if (!wake.enabled) {
-        alarm.reset();
+    const auto time = fromClockTime(wake.time);
+    if (wake.enabled && !time)
+        return failWith(EINVAL);
+    alarm = wake.enabled ? time : std::nullopt;
+    if (!alarm)
         return 0;
-    }
-    alarm = fromClockTime(wake.time);
     // A whole second of the chip has begun already: the distance that was asked for rounds up.
     const auto left = std::chrono::ceil<std::chrono::seconds>(*alarm - now());
     journal.note("rtc", "alarm in " + std::to_string(left.count()) + " s");

@@ -9,8 +9,8 @@
 
 namespace sim {
 
-/// The clock chip: keeps the terminal's local time, runs on through a suspend, and has one alarm,
-/// whose interrupt is read as 4 bytes.
+/// The clock chip: keeps the terminal's local time, whatever the system's clock is set to, runs on
+/// through a suspend, and has one alarm, whose interrupt is read as 4 bytes. No read of it waits.
 class RealTimeClock : public Device {
 public:
     explicit RealTimeClock(Journal& journal);
@@ -33,13 +33,13 @@ private:
     int readTime(void* argument) const;
     int setTime(const void* argument);
     int setAlarm(const void* argument);
-    Nanoseconds now() const { return Clock::get().wall() + offset; }
+    Nanoseconds now() const { return Clock::get().boot() + offset; }
     void checkAlarm();
 
     Journal& journal;
 
     mutable std::mutex mutex;  // guards what follows
-    Nanoseconds offset;        // from the wall clock
+    Nanoseconds offset;        // of the chip's time from the time since the start
     bool isValid = true;
     std::optional<Nanoseconds> alarm;
     bool interrupted = false;

@@ -42,8 +42,8 @@ ssize_t SuspendControl::write(const void* data, size_t size) {
     const std::string_view text(static_cast<const char*>(data), size);
     if (text != "mem" && text != "mem\n")
         return failWith(EINVAL);
+    std::unique_lock<std::mutex> held(mutex);  // a key pressed after the note must not be missed
     journal.note("power", "suspend");
-    std::unique_lock<std::mutex> held(mutex);
     ++count;
     const Nanoseconds alarm = rtc.untilAlarm();
     if (!plans.empty() && plans.front().after < alarm) {
@@ -60,21 +60,25 @@ ssize_t SuspendControl::write(const void* data, size_t size) {
         rtc.ringIfDue();
         journal.note("power", "woken by alarm");
     } else {
-        sleepUntilWoken(held, alarm);
+        const bool wokenByKey = sleepUntilKey(held, alarm);
         held.unlock();
-        journal.note("power", rtc.ringIfDue() ? "woken by alarm" : "woken by key");
+        rtc.ringIfDue();
+        journal.note("power", wokenByKey ? "woken by key" : "woken by alarm");
     }
     return static_cast<ssize_t>(size);
 }
 
-void SuspendControl::sleepUntilWoken(std::unique_lock<std::mutex>& held, Nanoseconds alarm) {
+/// False when the alarm came first.
+bool SuspendControl::sleepUntilKey(std::unique_lock<std::mutex>& held, Nanoseconds alarm) {
     const Nanoseconds longest = std::chrono::hours(24 * 365);
     const HostDeadline deadline(Clock::get().realDuration(std::min(alarm, longest)));
     isAsleep = true;
     Clock::get().freeze();
     while (isAsleep && deadline.wait(woken, held)) {}
+    const bool wokenByKey = !isAsleep;
     isAsleep = false;
     Clock::get().thaw();
+    return wokenByKey;
 }
 
 }  // namespace sim

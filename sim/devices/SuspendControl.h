@@ -43,7 +43,7 @@ private:
         Nanoseconds after;
     };
 
-    void sleepUntilWoken(std::unique_lock<std::mutex>& held, Nanoseconds alarm);
+    bool sleepUntilKey(std::unique_lock<std::mutex>& held, Nanoseconds alarm);
 
     Journal& journal;
     RealTimeClock& rtc;

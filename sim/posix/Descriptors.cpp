@@ -49,9 +49,35 @@ std::shared_ptr<OpenFile> Descriptors::take(int descriptor) {
         file = std::move(found->second);
         files.erase(found);
         taken[static_cast<size_t>(descriptor)] = false;
+        for (const auto& other : files) {
+            if (other.second == file) {
+                file->moveTo(other.first);
+                return file;
+            }
+        }
     }
     file->closing();
     return file;
+}
+
+int Descriptors::duplicate(int from, int to) {
+    const auto file = to >= 0 ? find(from) : nullptr;
+    if (!file)
+        return to;
+    if (to >= Most) {
+        SIM_REAL(close)(to);
+        return failWith(EMFILE);
+    }
+    const std::lock_guard<std::mutex> held(mutex);
+    files[to] = file;
+    taken[static_cast<size_t>(to)] = true;
+    return to;
+}
+
+void Descriptors::disown() {
+    files.clear();
+    for (auto& isTaken : taken)
+        isTaken = false;
 }
 
 void Descriptors::forgetAll() {

@@ -23,6 +23,16 @@ public:
     /// Takes a descriptor that is about to be closed out of the table. Null if it is not there.
     std::shared_ptr<OpenFile> take(int descriptor);
 
+    /// The descriptor `to` has become one more for what `from` stands for. `to`, or -1 with errno
+    /// set when there is no room for it.
+    int duplicate(int from, int to);
+
+    /// Whoever changes the table holds this.
+    std::unique_lock<std::mutex> hold() { return std::unique_lock<std::mutex>(mutex); }
+
+    /// In a child, whose descriptors are not the model's any more; with the lock held.
+    void disown();
+
     /// The terminal is going: what is still open is left to the host.
     void forgetAll();
 

@@ -19,7 +19,7 @@ using sim::Route;
 
 namespace {
 
-bool writes(int flags) { return (flags & O_ACCMODE) != O_RDONLY || (flags & O_TRUNC); }
+bool writes(int flags) { return (flags & O_ACCMODE) != O_RDONLY || (flags & (O_TRUNC | O_CREAT)); }
 
 /// Cancellation is off while a device is opened, so that no descriptor is lost half way.
 int openNode(const Route& found, int flags) {
@@ -28,11 +28,8 @@ int openNode(const Route& found, int flags) {
     return file ? sim::Descriptors::get().add(file) : -1;
 }
 
-int openAt(const char* call, int folder, const char* path, int flags, mode_t mode) {
-    // Below an open folder a path is what that folder was opened as.
-    if (path && *path != '/' && folder != AT_FDCWD)
-        return SIM_REAL(openat)(folder, path, flags, mode);
-    const Route found = sim::route(call, path, writes(flags));
+int openAt(int folder, const char* path, int flags, mode_t mode) {
+    const Route found = sim::route("open", folder, path, writes(flags));
     switch (found.kind) {
     case Route::Host: return SIM_REAL(openat)(folder, path, flags, mode);
     case Route::File: return SIM_REAL(openat)(AT_FDCWD, found.place.hostPath.c_str(), flags, mode);
@@ -43,7 +40,8 @@ int openAt(const char* call, int folder, const char* path, int flags, mode_t mod
 }
 
 mode_t creationMode(int flags, va_list arguments) {
-    return flags & (O_CREAT | O_TMPFILE) ? static_cast<mode_t>(va_arg(arguments, unsigned)) : 0;
+    const bool creates = (flags & O_CREAT) != 0 || (flags & O_TMPFILE) == O_TMPFILE;
+    return creates ? static_cast<mode_t>(va_arg(arguments, unsigned)) : 0;
 }
 
 int streamFlags(const char* mode) {
@@ -75,20 +73,45 @@ FILE* streamOn(int descriptor, const char* mode) {
     const cookie_io_functions_t functions{cookieRead, cookieWrite, nullptr, cookieClose};
     void* const cookie = reinterpret_cast<void*>(static_cast<intptr_t>(descriptor));
     FILE* const stream = fopencookie(cookie, mode, functions);
-    if (!stream)
+    if (stream)
+        stream->_fileno = descriptor;  // what fileno() tells: the C++ streams read and write there
+    return stream;
+}
+
+/// The stream for a descriptor just opened, which is closed again when there can be none.
+FILE* streamOnNew(int descriptor, const char* mode) {
+    FILE* const stream = streamOn(descriptor, mode);
+    if (descriptor >= 0 && !stream)
         ::close(descriptor);
     return stream;
 }
 
+bool writes(const char* mode) { return *mode != 'r' || strchr(mode, '+'); }
+
 template <class RealOpen> FILE* openStream(const char* path, const char* mode, RealOpen realOpen) {
-    const Route found = sim::route("fopen", path, *mode != 'r' || strchr(mode, '+'));
+    const Route found = sim::route("fopen", AT_FDCWD, path, writes(mode));
     switch (found.kind) {
     case Route::Host: return realOpen(path, mode);
     case Route::File: return realOpen(found.place.hostPath.c_str(), mode);
-    case Route::Node: return streamOn(openNode(found, streamFlags(mode)), mode);
+    case Route::Node: return streamOnNew(openNode(found, streamFlags(mode)), mode);
     case Route::Nothing: break;
     }
     errno = found.place.error;
+    return nullptr;
+}
+
+/// A stream cannot be turned into one on a device node: to libc its descriptor is a file's.
+template <class RealReopen>
+FILE* reopenStream(const char* path, const char* mode, FILE* stream, RealReopen realReopen) {
+    const Route found = sim::route("fopen", AT_FDCWD, path, writes(mode));
+    switch (found.kind) {
+    case Route::Host: return realReopen(path, mode, stream);
+    case Route::File: return realReopen(found.place.hostPath.c_str(), mode, stream);
+    case Route::Node:
+    case Route::Nothing: break;
+    }
+    fclose(stream);  // as when the real call fails
+    errno = found.kind == Route::Node ? ENXIO : found.place.error;
     return nullptr;
 }
 
@@ -101,7 +124,7 @@ int open(const char* path, int flags, ...) {
     va_start(arguments, flags);
     const mode_t mode = creationMode(flags, arguments);
     va_end(arguments);
-    return openAt("open", AT_FDCWD, path, flags, mode);
+    return openAt(AT_FDCWD, path, flags, mode);
 }
 
 int open64(const char* path, int flags, ...) {
@@ -109,7 +132,7 @@ int open64(const char* path, int flags, ...) {
     va_start(arguments, flags);
     const mode_t mode = creationMode(flags, arguments);
     va_end(arguments);
-    return openAt("open", AT_FDCWD, path, flags | O_LARGEFILE, mode);
+    return openAt(AT_FDCWD, path, flags | O_LARGEFILE, mode);
 }
 
 int openat(int folder, const char* path, int flags, ...) {
@@ -117,7 +140,7 @@ int openat(int folder, const char* path, int flags, ...) {
     va_start(arguments, flags);
     const mode_t mode = creationMode(flags, arguments);
     va_end(arguments);
-    return openAt("open", folder, path, flags, mode);
+    return openAt(folder, path, flags, mode);
 }
 
 int openat64(int folder, const char* path, int flags, ...) {
@@ -125,26 +148,24 @@ int openat64(int folder, const char* path, int flags, ...) {
     va_start(arguments, flags);
     const mode_t mode = creationMode(flags, arguments);
     va_end(arguments);
-    return openAt("open", folder, path, flags | O_LARGEFILE, mode);
+    return openAt(folder, path, flags | O_LARGEFILE, mode);
 }
 
 // What a fortified program calls when it gives no mode.
-int __open_2(const char* path, int flags) { return openAt("open", AT_FDCWD, path, flags, 0); }
+int __open_2(const char* path, int flags) { return openAt(AT_FDCWD, path, flags, 0); }
 int __open64_2(const char* path, int flags) {
-    return openAt("open", AT_FDCWD, path, flags | O_LARGEFILE, 0);
+    return openAt(AT_FDCWD, path, flags | O_LARGEFILE, 0);
 }
-int __openat_2(int folder, const char* path, int flags) {
-    return openAt("open", folder, path, flags, 0);
-}
+int __openat_2(int folder, const char* path, int flags) { return openAt(folder, path, flags, 0); }
 int __openat64_2(int folder, const char* path, int flags) {
-    return openAt("open", folder, path, flags | O_LARGEFILE, 0);
+    return openAt(folder, path, flags | O_LARGEFILE, 0);
 }
 
 int creat(const char* path, mode_t mode) {
-    return openAt("open", AT_FDCWD, path, O_WRONLY | O_CREAT | O_TRUNC, mode);
+    return openAt(AT_FDCWD, path, O_WRONLY | O_CREAT | O_TRUNC, mode);
 }
 int creat64(const char* path, mode_t mode) {
-    return openAt("open", AT_FDCWD, path, O_WRONLY | O_CREAT | O_TRUNC | O_LARGEFILE, mode);
+    return openAt(AT_FDCWD, path, O_WRONLY | O_CREAT | O_TRUNC | O_LARGEFILE, mode);
 }
 
 FILE* fopen(const char* path, const char* mode) { return openStream(path, mode, SIM_REAL(fopen)); }
@@ -153,14 +174,10 @@ FILE* fopen64(const char* path, const char* mode) {
 }
 
 FILE* freopen(const char* path, const char* mode, FILE* stream) {
-    return openStream(path, mode, [stream](const char* hostPath, const char* hostMode) {
-        return SIM_REAL(freopen)(hostPath, hostMode, stream);
-    });
+    return reopenStream(path, mode, stream, SIM_REAL(freopen));
 }
 FILE* freopen64(const char* path, const char* mode, FILE* stream) {
-    return openStream(path, mode, [stream](const char* hostPath, const char* hostMode) {
-        return SIM_REAL(freopen64)(hostPath, hostMode, stream);
-    });
+    return reopenStream(path, mode, stream, SIM_REAL(freopen64));
 }
 
 FILE* fdopen(int descriptor, const char* mode) noexcept {

@@ -1,5 +1,6 @@
 #include "sim/posix/Router.h"
 
+#include <fcntl.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -7,6 +8,7 @@
 #include <string_view>
 
 #include "sim/Cancellation.h"
+#include "sim/posix/Real.h"
 
 namespace sim {
 namespace {
@@ -22,17 +24,37 @@ constexpr std::string_view CommonNodes[] = {
     "/dev/tty",  "/dev/fd",   "/dev/stdin", "/dev/stdout", "/dev/stderr",
     "/dev/ptmx", "/dev/pts",  "/dev/shm"};
 
+/// Looking for the way leaves no trace.
+class KeptErrno {
+public:
+    KeptErrno() = default;
+    KeptErrno(const KeptErrno&) = delete;
+    KeptErrno& operator=(const KeptErrno&) = delete;
+    ~KeptErrno() { errno = value; }
+
+private:
+    const int value = errno;
+};
+
 bool liesIn(std::string_view path, std::string_view folder) {
     return path.substr(0, folder.size()) == folder &&
            (path.size() == folder.size() || path[folder.size()] == '/');
 }
 
-std::string absolutePath(const char* path) {
-    std::string given = path;
-    if (given[0] != '/') {
-        char folder[PATH_MAX];
-        given = std::string(getcwd(folder, sizeof folder) ? folder : "") + "/" + given;
-    }
+/// Where an open folder or the working directory is, as the terminal sees it; "" when it is none.
+std::string folderPath(int folder, const Terminal* terminal) {
+    const std::string link =
+        folder == AT_FDCWD ? "/proc/self/cwd" : "/proc/self/fd/" + std::to_string(folder);
+    char target[PATH_MAX];
+    const ssize_t size = SIM_REAL(readlink)(link.c_str(), target, sizeof target);
+    if (size <= 0 || target[0] != '/')
+        return "";
+    const std::string hostPath(target, static_cast<size_t>(size));
+    return terminal ? terminal->pathOf(hostPath) : hostPath;
+}
+
+/// Without "." and "..", doubled and closing slashes.
+std::string cleanPath(const std::string& given) {
     std::string result;
     for (size_t at = 0; at < given.size();) {
         const size_t end = given.find('/', at);
@@ -64,34 +86,31 @@ bool isTerminals(std::string_view path) {
 
 }  // namespace
 
-Route route(const char* call, const char* path, bool forWriting) {
+Route route(const char* call, int folder, const char* path, bool forWriting) {
     Route found;
     if (!path || !*path)
         return found;
     const CancellationOff uncancelled;
-    const int errnoBefore = errno;
-    found.path = absolutePath(path);
+    const KeptErrno kept;
+    Terminal* const terminal = Terminal::current();
+    const std::string from = *path == '/' ? "/" : folderPath(folder, terminal);
+    if (from.empty())
+        return found;
+    found.path = cleanPath(from + "/" + path);
     if (!isTerminals(found.path)) {
         // The host's kernel is not the terminal's to set.
         if (forWriting && liesIn(found.path, "/proc")) {
             found.kind = Route::Nothing;
             found.place.error = EACCES;
         }
-        errno = errnoBefore;
         return found;
     }
-    Terminal* const terminal = Terminal::current();
     found.kind = Route::Nothing;
-    if (!terminal) {
-        found.place.error = ENOENT;
-        return found;
-    }
-    found.place.error = terminal->faults().check(call, found.path);
+    found.place.error = terminal ? terminal->faults().check(call, found.path) : ENOENT;
     if (found.place.error == 0)
         found.place = terminal->locate(found.path, forWriting);
     if (found.place.error == 0)
         found.kind = found.place.device ? Route::Node : Route::File;
-    errno = errnoBefore;
     return found;
 }
 

@@ -19,9 +19,10 @@ struct Route {
     Place place;
 };
 
-/// Routes a path given to a call. Relative paths count from the working directory; a null or empty
-/// path is the host's to refuse. Faults asked for `call` are answered here.
-Route route(const char* call, const char* path, bool forWriting);
+/// Routes a path given to a call. Relative paths count from the open `folder`, or from the working
+/// directory with AT_FDCWD; a null or empty path is the host's to refuse. Faults asked for `call`
+/// are answered here.
+Route route(const char* call, int folder, const char* path, bool forWriting);
 
 /// The error that a fault rule has for this call, or 0. For calls that are not about a path.
 int faultOf(const char* call, const std::string& path = {});

@@ -45,11 +45,30 @@ bool isOwnProcess(pid_t process) {
     return false;
 }
 
-/// No program of the host is the terminal's.
-int refuseProgram(const char* call, const char* path) {
-    const int error = sim::faultOf(call, path ? path : "");
-    return failWith(error != 0 ? error : ENOENT);
+/// Signals go to the program's own processes only. The terminal's other processes may not be
+/// signalled; what does not exist on the host does not on the terminal either.
+template <class Send> int signalProcess(pid_t process, Send send) {
+    if (sim::failsByFault("kill"))
+        return -1;
+    if (isOwnProcess(process < -1 ? -process : process))  // negative: a group, by its leader
+        return send();
+    const bool exists = SIM_REAL(kill)(process, 0) == 0 || errno == EPERM;
+    return failWith(exists ? EPERM : ESRCH);
 }
+
+/// The terminal whose mounts are changed: the process's own, not one that a child has inherited.
+Terminal* mountTerminal() {
+    Terminal* const terminal = Terminal::current();
+    return terminal && !terminal->isInherited() ? terminal : nullptr;
+}
+
+/// No program of the host is the terminal's. The error that starting it fails with.
+int programError(const char* call, const char* path) {
+    const int error = sim::faultOf(call, path ? path : "");
+    return error != 0 ? error : ENOENT;
+}
+
+int refuseProgram(const char* call, const char* path) { return failWith(programError(call, path)); }
 
 }  // namespace
 
@@ -60,7 +79,7 @@ int mount(const char* source, const char* target, const char* type, unsigned lon
     const sim::CancellationOff uncancelled;
     if (sim::failsByFault("mount", target ? target : ""))
         return -1;
-    Terminal* const terminal = Terminal::current();
+    Terminal* const terminal = mountTerminal();
     if (!terminal || !source || !target || !type)
         return failWith(terminal ? EFAULT : EPERM);
     return terminal->card().mount(source, target, type, flags);
@@ -70,7 +89,7 @@ int umount2(const char* target, int) noexcept {
     const sim::CancellationOff uncancelled;
     if (sim::failsByFault("umount", target ? target : ""))
         return -1;
-    Terminal* const terminal = Terminal::current();
+    Terminal* const terminal = mountTerminal();
     if (!terminal || !target)
         return failWith(terminal ? EFAULT : EPERM);
     return terminal->card().unmount(target);
@@ -82,6 +101,7 @@ int reboot(int) noexcept { return failWith(EPERM); }
 int swapon(const char*, int) noexcept { return failWith(EPERM); }
 int swapoff(const char*) noexcept { return failWith(EPERM); }
 int sethostname(const char*, size_t) noexcept { return failWith(EPERM); }
+int setdomainname(const char*, size_t) noexcept { return failWith(EPERM); }
 int pivot_root(const char*, const char*) { return failWith(EPERM); }
 int chroot(const char*) noexcept { return failWith(EPERM); }
 int init_module(void*, unsigned long, const char*) { return failWith(EPERM); }
@@ -89,13 +109,13 @@ int finit_module(int, const char*, int) { return failWith(EPERM); }
 int delete_module(const char*, unsigned) { return failWith(EPERM); }
 
 int kill(pid_t process, int signal) noexcept {
-    return isOwnProcess(process) ? SIM_REAL(kill)(process, signal) : failWith(EPERM);
+    return signalProcess(process, [=] { return SIM_REAL(kill)(process, signal); });
 }
 int killpg(pid_t group, int signal) noexcept {
-    return isOwnProcess(group) ? SIM_REAL(killpg)(group, signal) : failWith(EPERM);
+    return signalProcess(group, [=] { return SIM_REAL(killpg)(group, signal); });
 }
 int sigqueue(pid_t process, int signal, const union sigval value) noexcept {
-    return isOwnProcess(process) ? SIM_REAL(sigqueue)(process, signal, value) : failWith(EPERM);
+    return signalProcess(process, [=] { return SIM_REAL(sigqueue)(process, signal, value); });
 }
 
 int pthread_create(pthread_t* thread, const pthread_attr_t* attributes, void* (*body)(void*),
@@ -106,6 +126,8 @@ int pthread_create(pthread_t* thread, const pthread_attr_t* attributes, void* (*
 
 int system(const char* command) {
     constexpr int CommandNotFound = 127 << 8;
+    if (sim::failsByFault("system"))
+        return -1;
     return command ? CommandNotFound : 0;  // 0: there is no shell
 }
 
@@ -125,15 +147,18 @@ int execvpe(const char* file, char* const*, char* const*) noexcept {
 int execl(const char* path, const char*, ...) noexcept { return refuseProgram("exec", path); }
 int execle(const char* path, const char*, ...) noexcept { return refuseProgram("exec", path); }
 int execlp(const char* file, const char*, ...) noexcept { return refuseProgram("exec", file); }
-int fexecve(int, char* const*, char* const*) noexcept { return failWith(ENOENT); }
-
-int posix_spawn(pid_t*, const char*, const posix_spawn_file_actions_t*, const posix_spawnattr_t*,
-                char* const*, char* const*) {
-    return ENOENT;
+int execveat(int, const char* path, char* const*, char* const*, int) noexcept {
+    return refuseProgram("exec", path);
 }
-int posix_spawnp(pid_t*, const char*, const posix_spawn_file_actions_t*, const posix_spawnattr_t*,
-                 char* const*, char* const*) {
-    return ENOENT;
+int fexecve(int, char* const*, char* const*) noexcept { return refuseProgram("exec", ""); }
+
+int posix_spawn(pid_t*, const char* path, const posix_spawn_file_actions_t*,
+                const posix_spawnattr_t*, char* const*, char* const*) {
+    return programError("posix_spawn", path);
+}
+int posix_spawnp(pid_t*, const char* file, const posix_spawn_file_actions_t*,
+                 const posix_spawnattr_t*, char* const*, char* const*) {
+    return programError("posix_spawn", file);
 }
 
 }  // extern "C"

@@ -23,7 +23,7 @@ using sim::toTimespec;
 
 namespace {
 
-enum class Simulated { None, Wall, Monotonic };
+enum class Simulated { None, Wall, Monotonic, Boot };
 
 Simulated simulatedBy(clockid_t clock) {
     if (HostTime::isActive())
@@ -34,32 +34,53 @@ Simulated simulatedBy(clockid_t clock) {
     case CLOCK_MONOTONIC:
     case CLOCK_MONOTONIC_COARSE:
     case CLOCK_MONOTONIC_RAW: return Simulated::Monotonic;
+    case CLOCK_BOOTTIME: return Simulated::Boot;
     default: return Simulated::None;
     }
 }
 
 Nanoseconds simulatedNow(Simulated clock) {
-    return clock == Simulated::Wall ? Clock::get().wall() : Clock::get().monotonic();
-}
-
-/// A deadline on a simulated clock as one on the host's clock of the same name.
-timespec hostDeadline(clockid_t clock, const timespec& deadline) {
-    const Simulated simulated = simulatedBy(clock);
-    if (simulated == Simulated::None)
-        return deadline;
-    timespec hostNow{};
-    SIM_REAL(clock_gettime)(clock, &hostNow);
-    const Nanoseconds left =
-        std::max(fromTimespec(deadline) - simulatedNow(simulated), Nanoseconds(0));
-    return toTimespec(fromTimespec(hostNow) + Clock::get().realDuration(left));
+    switch (clock) {
+    case Simulated::Wall: return Clock::get().wall();
+    case Simulated::Boot: return Clock::get().boot();
+    case Simulated::Monotonic:
+    case Simulated::None: break;
+    }
+    return Clock::get().monotonic();
 }
 
 bool isValid(const timespec& time) { return time.tv_nsec >= 0 && time.tv_nsec < 1'000'000'000; }
 
+/// A deadline on a simulated clock as one on the host's clock of the same name. One that the real
+/// call has to refuse stays as it is.
+timespec hostDeadline(clockid_t clock, const timespec& deadline) {
+    const Simulated simulated = simulatedBy(clock);
+    if (simulated == Simulated::None || Clock::get().isHosts() || !isValid(deadline))
+        return deadline;
+    timespec reading{};
+    SIM_REAL(clock_gettime)(clock, &reading);
+    const Nanoseconds hostNow = fromTimespec(reading);
+    const Nanoseconds until = fromTimespec(deadline);
+    const Nanoseconds now = simulatedNow(simulated);
+    if (until <= now)
+        return reading;
+    return toTimespec(
+        hostNow + std::min(Clock::get().realDuration(until - now), Nanoseconds::max() - hostNow));
+}
+
+/// The clock that a condition's deadlines are read on. It was chosen when the condition was made,
+/// and glibc keeps it in this bit.
+clockid_t clockOf(const pthread_cond_t& condition) {
+    constexpr unsigned OnMonotonicClock = 2;
+    const unsigned state = __atomic_load_n(&condition.__data.__wrefs, __ATOMIC_RELAXED);
+    return state & OnMonotonicClock ? CLOCK_MONOTONIC : CLOCK_REALTIME;
+}
+
 int setWall(Nanoseconds sinceEpoch) {
     if (sim::failsByFault("clock_settime"))
         return -1;
-    if (!sim::Terminal::current())
+    const sim::Terminal* const terminal = sim::Terminal::current();
+    if (!terminal || terminal->isInherited())
         return sim::failWith(EPERM);
     Clock::get().setWall(sinceEpoch);
     return 0;
@@ -104,12 +125,15 @@ int clock_settime(clockid_t clock, const timespec* now) noexcept {
 int settimeofday(const timeval* now, const struct timezone*) noexcept {
     if (!now)
         return sim::failWith(EPERM);
+    if (now->tv_usec < 0 || now->tv_usec >= 1'000'000)
+        return sim::failWith(EINVAL);
     return setWall(std::chrono::seconds(now->tv_sec) + std::chrono::microseconds(now->tv_usec));
 }
 
 int adjtimex(timex* adjustment) noexcept {
     return adjustment->modes == 0 ? SIM_REAL(adjtimex)(adjustment) : sim::failWith(EPERM);
 }
+int ntp_adjtime(timex* adjustment) noexcept { return adjtimex(adjustment); }
 int clock_adjtime(clockid_t clock, timex* adjustment) noexcept {
     return adjustment->modes == 0 ? SIM_REAL(clock_adjtime)(clock, adjustment)
                                   : sim::failWith(EPERM);
@@ -153,7 +177,7 @@ unsigned sleep(unsigned seconds) {
 
 int pthread_cond_timedwait(pthread_cond_t* condition, pthread_mutex_t* mutex,
                            const timespec* until) {
-    const timespec deadline = hostDeadline(CLOCK_REALTIME, *until);
+    const timespec deadline = hostDeadline(clockOf(*condition), *until);
     return SIM_REAL(pthread_cond_timedwait)(condition, mutex, &deadline);
 }
 

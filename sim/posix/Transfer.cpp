@@ -1,5 +1,6 @@
 // What is done with an open descriptor.
 
+#include <fcntl.h>
 #include <sys/ioctl.h>
 #include <sys/uio.h>
 #include <termios.h>
@@ -25,6 +26,9 @@ namespace {
 /// terminal's.
 bool changesNetwork(unsigned long request) {
     constexpr unsigned long SocketRequests = 0x8900;
+    constexpr unsigned long WirelessRequests = 0x8B00;
+    if ((request & ~0xFFUL) == WirelessRequests)
+        return request % 2 == 0;  // the odd ones ask
     if ((request & ~0xFFUL) != SocketRequests)
         return false;
     switch (request) {
@@ -53,9 +57,51 @@ auto onDescriptor(const char* call, int fd, Operation operation, Real realCall)
     return failsByFault(call, file->path()) ? -1 : operation(*file);
 }
 
+/// What fcntl() is given after the command may be anything.
+int control(int fd, int command, void* argument) {
+    const int result = SIM_REAL(fcntl)(fd, command, argument);
+    const bool duplicates = command == F_DUPFD || command == F_DUPFD_CLOEXEC;
+    return duplicates ? Descriptors::get().duplicate(fd, result) : result;
+}
+
+/// A descriptor that is replaced is closed first.
+void giveUp(int fd, int replacement) {
+    if (fd != replacement && SIM_REAL(fcntl)(replacement, F_GETFD) >= 0)
+        Descriptors::get().take(fd);
+}
+
 }  // namespace
 
 extern "C" {
+
+int fcntl(int fd, int command, ...) {
+    va_list arguments;
+    va_start(arguments, command);
+    void* const argument = va_arg(arguments, void*);
+    va_end(arguments);
+    return control(fd, command, argument);
+}
+
+int fcntl64(int fd, int command, ...) {
+    va_list arguments;
+    va_start(arguments, command);
+    void* const argument = va_arg(arguments, void*);
+    va_end(arguments);
+    return control(fd, command, argument);
+}
+
+int dup(int fd) noexcept { return Descriptors::get().duplicate(fd, SIM_REAL(dup)(fd)); }
+
+int dup2(int fd, int wanted) noexcept {
+    giveUp(wanted, fd);
+    const int result = SIM_REAL(dup2)(fd, wanted);
+    return fd == wanted ? result : Descriptors::get().duplicate(fd, result);
+}
+
+int dup3(int fd, int wanted, int flags) noexcept {
+    giveUp(wanted, fd);
+    return Descriptors::get().duplicate(fd, SIM_REAL(dup3)(fd, wanted, flags));
+}
 
 int close(int fd) {
     const auto file = Descriptors::get().take(fd);

@@ -8,7 +8,10 @@
 #include <poll.h>
 #include <sys/select.h>
 
+#include <algorithm>
 #include <cstdlib>
+#include <initializer_list>
+#include <memory>
 
 #include "sim/Clock.h"
 #include "sim/HostTime.h"
@@ -24,30 +27,58 @@ using sim::toTimespec;
 
 namespace {
 
-bool failsByFault(const pollfd* files, nfds_t count) {
-    for (nfds_t i = 0; i < count; ++i) {
-        if (const auto file = Descriptors::get().find(files[i].fd))
-            return sim::failsByFault("poll", file->path());
+using File = std::shared_ptr<sim::OpenFile>;
+
+File firstOf(const pollfd* files, nfds_t count) {
+    File file;
+    for (nfds_t i = 0; i < count && !file; ++i)
+        file = Descriptors::get().find(files[i].fd);
+    return file;
+}
+
+File firstOf(int count, std::initializer_list<const fd_set*> sets) {
+    File file;
+    for (int fd = 0; fd < std::min(count, FD_SETSIZE) && !file; ++fd) {
+        for (const fd_set* set : sets) {
+            if (set && FD_ISSET(fd, set))
+                file = Descriptors::get().find(fd);
+        }
     }
-    return false;
+    return file;
+}
+
+/// A fault concerns the first of the terminal's descriptors that is waited for.
+bool failsByFault(const char* call, const File& file) {
+    return file && sim::failsByFault(call, file->path());
 }
 
 bool runsOnHostTime() { return HostTime::isActive() || Clock::get().speed() == 1.0; }
 
+/// What the real call has to refuse stays as it is.
 timespec onHost(const timespec& simulated) {
-    return toTimespec(Clock::get().realDuration(fromTimespec(simulated)));
+    const bool isValid =
+        simulated.tv_sec >= 0 && simulated.tv_nsec >= 0 && simulated.tv_nsec < 1'000'000'000;
+    return isValid ? toTimespec(Clock::get().realDuration(fromTimespec(simulated))) : simulated;
 }
 
+/// Rounds up: a short wait is not to become none.
 timeval toTimeval(std::chrono::nanoseconds time) {
     const timespec exact = toTimespec(time);
     timeval result{};
     result.tv_sec = exact.tv_sec;
-    result.tv_usec = exact.tv_nsec / 1000;
+    result.tv_usec = (exact.tv_nsec + 999) / 1000;
+    if (result.tv_usec == 1'000'000) {
+        ++result.tv_sec;
+        result.tv_usec = 0;
+    }
     return result;
 }
 
 std::chrono::nanoseconds fromTimeval(const timeval& time) {
-    return std::chrono::seconds(time.tv_sec) + std::chrono::microseconds(time.tv_usec);
+    timespec exact{};
+    exact.tv_sec = time.tv_sec;
+    exact.tv_nsec = static_cast<long>(time.tv_usec * 1000);
+    return fromTimespec(exact);
 }
 
 }  // namespace
@@ -55,7 +86,7 @@ std::chrono::nanoseconds fromTimeval(const timeval& time) {
 extern "C" {
 
 int poll(pollfd* files, nfds_t count, int timeoutMs) {
-    if (failsByFault(files, count))
+    if (failsByFault("poll", firstOf(files, count)))
         return -1;
     if (timeoutMs <= 0 || runsOnHostTime())
         return SIM_REAL(poll)(files, count, timeoutMs);
@@ -72,7 +103,7 @@ int __poll_chk(pollfd* files, nfds_t count, int timeoutMs, size_t size) {
 }
 
 int ppoll(pollfd* files, nfds_t count, const timespec* timeout, const sigset_t* mask) {
-    if (failsByFault(files, count))
+    if (failsByFault("poll", firstOf(files, count)))
         return -1;
     if (!timeout || runsOnHostTime())
         return SIM_REAL(ppoll)(files, count, timeout, mask);
@@ -80,8 +111,19 @@ int ppoll(pollfd* files, nfds_t count, const timespec* timeout, const sigset_t* 
     return SIM_REAL(ppoll)(files, count, &real, mask);
 }
 
+int __ppoll_chk(pollfd* files, nfds_t count, const timespec* timeout, const sigset_t* mask,
+                size_t size) {
+    if (size / sizeof *files < count)
+        abort();
+    return ::ppoll(files, count, timeout, mask);
+}
+
 int select(int count, fd_set* readable, fd_set* writable, fd_set* exceptional, timeval* timeout) {
-    if (!timeout || runsOnHostTime())
+    if (failsByFault("select", firstOf(count, {readable, writable, exceptional})))
+        return -1;
+    const bool isScaled = timeout && !runsOnHostTime() && timeout->tv_sec >= 0 &&
+                          timeout->tv_usec >= 0 && timeout->tv_usec < 1'000'000;
+    if (!isScaled)
         return SIM_REAL(select)(count, readable, writable, exceptional, timeout);
     timeval real = toTimeval(Clock::get().realDuration(fromTimeval(*timeout)));
     const int result = SIM_REAL(select)(count, readable, writable, exceptional, &real);
@@ -91,6 +133,8 @@ int select(int count, fd_set* readable, fd_set* writable, fd_set* exceptional, t
 
 int pselect(int count, fd_set* readable, fd_set* writable, fd_set* exceptional,
             const timespec* timeout, const sigset_t* mask) {
+    if (failsByFault("select", firstOf(count, {readable, writable, exceptional})))
+        return -1;
     if (!timeout || runsOnHostTime())
         return SIM_REAL(pselect)(count, readable, writable, exceptional, timeout, mask);
     const timespec real = onHost(*timeout);
