@@ -1,0 +1,83 @@
+#pragma once
+
+#include <algorithm>
+#include <chrono>
+#include <deque>
+#include <map>
+#include <mutex>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "sim/SerialLine.h"
+
+namespace test {
+
+/// A modem at the far end of a line that answers what a test has written down, and knows nothing
+/// else. Every command is echoed and answered "OK" unless told otherwise.
+class ScriptedModem final : public sim::LinePeer {
+public:
+    static constexpr char Silence[] = "";  ///< as an answer: not even the echo comes back
+
+    explicit ScriptedModem(sim::SerialLine& connectedLine) : line(connectedLine) {
+        line.connect(this);
+    }
+    ScriptedModem(const ScriptedModem&) = delete;
+    ScriptedModem& operator=(const ScriptedModem&) = delete;
+    ~ScriptedModem() { line.connect(nullptr); }
+
+    /// The answers to one command, in order; the last one stays. "lines" stands between the echo
+    /// and the end, as it comes.
+    void script(const std::string& command, std::deque<std::string> lines) {
+        const std::lock_guard<std::mutex> held(mutex);
+        answers[command] = std::move(lines);
+    }
+
+    /// What has arrived since the last call: whole command lines, or every byte.
+    std::vector<std::string> takeCommands() {
+        const std::lock_guard<std::mutex> held(mutex);
+        return std::exchange(commands, {});
+    }
+    std::string takeBytes() {
+        const std::lock_guard<std::mutex> held(mutex);
+        return std::exchange(bytes, {});
+    }
+    size_t commandCount() {
+        const std::lock_guard<std::mutex> held(mutex);
+        return commands.size();
+    }
+
+    void received(std::string_view arrived) override {
+        const std::lock_guard<std::mutex> held(mutex);
+        bytes += arrived;
+        for (const char byte : arrived) {
+            if (byte != '\r')
+                pending += byte;
+            else if (!pending.empty())
+                answer(std::exchange(pending, {}));
+        }
+    }
+
+private:
+    void answer(const std::string& command) {
+        commands.push_back(command);
+        const auto found = answers.find(command);
+        std::string reply = "\r\nOK\r\n";
+        if (found != answers.end()) {
+            reply = found->second.front();
+            if (found->second.size() > 1)
+                found->second.pop_front();
+        }
+        if (!reply.empty())
+            line.send(command + "\r" + reply);
+    }
+
+    sim::SerialLine& line;
+    std::mutex mutex;  // guards everything below
+    std::map<std::string, std::deque<std::string>> answers;
+    std::vector<std::string> commands;
+    std::string bytes;
+    std::string pending;
+};
+
+}  // namespace test
