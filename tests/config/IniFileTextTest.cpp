@@ -1,0 +1,187 @@
+// The text of INI files, on the memory card.
+
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <string>
+
+#include "config/IniFile.h"
+#include "io/Media.h"
+#include "support/Resources.h"
+#include "support/TerminalTest.h"
+
+namespace {
+
+using namespace std::string_literals;
+using std::string;
+
+constexpr char Path[] = "/mnt/mmc/settings.ini";
+
+/// The whole model, an item in angle brackets each.
+string contents(const IniFile& ini) {
+    string all;
+    for (unsigned comment = 0; comment < ini.GetNumHeaderComments(); ++comment)
+        all += "<;" + ini.GetHeaderComment(comment) + ">";
+    for (unsigned key = 0; key < ini.GetNumKeys(); ++key) {
+        all += "<[" + ini.GetKeyName(key) + ">";
+        for (unsigned comment = 0; comment < ini.GetNumKeyComments(key); ++comment)
+            all += "<;" + ini.GetKeyComment(key, comment) + ">";
+        for (unsigned value = 0; value < ini.GetNumValues(key); ++value)
+            all += "<" + ini.GetValueName(key, value) + "|" + ini.GetValue(key, value, "") + ">";
+    }
+    return all;
+}
+
+class IniFileTextTest : public test::TerminalTest {
+protected:
+    ~IniFileTextTest() override { Media::unmountAll(); }
+
+    bool read(const string& text) {
+        terminal.card().writeFile("settings.ini", text);
+        return ini.ReadFile();
+    }
+
+    string written() { return terminal.card().readFile("settings.ini"); }
+
+    IniFile ini{Path};
+};
+
+TEST_F(IniFileTextTest, TheFirstSpecialCharacterOfALineDecidesAndNothingIsTrimmed) {
+    const string v254(254, 'v');
+    const struct {
+        string text;
+        string expected;  // in the model
+        bool result;
+    } cases[] = {
+        {"[A]\r\nx=1\r\n", "<[A><x|1>", true},
+        {"# note\n[S]\nk=v;c\n", "<; note><[S><k|v;c>", true},
+        {"a;b=c", "<;b=c>", false},
+        {"a#[b]=c;\n;\n#", "<;[b]=c;><;><;>", false},
+        {"", "", false},
+        {"\n\r\n\r\n\n", "", false},
+        {"nothing special\n", "", false},
+        {"name = value \n", "<[><name | value >", true},
+        {"=\n==\n", "<[><|=>", true},
+        {"x=1\nX=2\nx =3\n", "<[><x|2><x |3>", true},
+        {"[A]\nx=[b];#=\n", "<[A><x|[b];#=>", true},
+        {"before[ A ]after]\t\n", "<[ A ]after>", true},
+        {"[]\n[\n]\n][\n[A\n", "<[>", true},
+        {"[a;b=c#]\nx=1", "<[a;b=c#><x|1>", true},
+        {"[A]\n;one\nx=1\n# two\n[B]\n;three\n", "<[A><;one><; two><x|1><[B><;three>", true},
+        {"[A]\nx=1\n[b]\n[a]\n;c\nx=2\ny=3\n", "<[A><;c><x|2><y|3><[b><[a>", true},
+        {"[A]\n[b]\n[A]\nx=1\n[B]\ny=2\n", "<[A><x|1><[b><y|2><[A><[B>", true},
+        {"x=0\n[A]\nx=1\n[]\nx=2\n", "<[><x|2><[A><x|1><[>", true},
+        // line ends
+        {"x=1\r\r\ny=2\r", "<[><x|1\r><y|2>", true},
+        {"x=1\ry=2\r[A]\r", "<[><x|1\ry=2\r[A]>", true},
+        {"[A]\r\nx=no end", "<[A><x|no end>", true},
+        // refused at the first character that does not print; what comes before stays
+        {"\x01[A]\n", "", false},
+        {"[A]\nx=1\n\ty=2\nz=3\n", "<[A><x|1>", false},
+        {"\xEF\xBB\xBF[A]\n", "", false},
+        {"[A]\n\r\r\n", "<[A>", false},
+        // NUL is a character as any other
+        {"[A\0B]\nx\0=\0y;\n"s, "<[A\0B><x\0|\0y;>"s, true},
+        {"[A]\n\0x=1\n"s, "<[A>", false},
+        {";\0;"s, "<;\0;>"s, false},
+        // longer lines are several
+        {"[A]\nx=" + v254 + "\n", "<[A><x|" + v254.substr(1) + ">", true},
+        {"x=" + v254 + "w=z\r\n", "<[><x|" + v254.substr(1) + "><vw|z>", true},
+        {"x=" + v254.substr(1) + "\r\ny=1", "<[><x|" + v254.substr(1) + "><y|1>", true},
+        {"x=" + v254.substr(2) + "\r\ny=1", "<[><x|" + v254.substr(2) + "><y|1>", true},
+        {";" + v254 + "[B]\n", "<;" + v254 + "><[B>", true},
+        {"[" + v254 + "]\n", "", false},
+        {"x=" + v254.substr(1) + "\x7F\n", "<[><x|" + v254.substr(1) + ">", false},
+    };
+    for (const auto& one : cases) {
+        SCOPED_TRACE(testing::PrintToString(one.text));
+        ini.Reset();
+        EXPECT_EQ(read(one.text), one.result);
+        EXPECT_EQ(contents(ini), one.expected);
+
+        // What is in a model is in its file.
+        const string first = contents(ini);
+        EXPECT_TRUE(ini.WriteFile());
+        ini.Reset();
+        EXPECT_EQ(ini.ReadFile(), first.find("<[") != string::npos);
+        EXPECT_EQ(contents(ini), first);
+    }
+    EXPECT_EQ(Media::mountTable[0].readers + Media::mountTable[0].writers, 0);
+}
+
+TEST_F(IniFileTextTest, AFileIsAddedToWhatIsThere) {
+    EXPECT_TRUE(read("[A]\nx=1\n"));
+    EXPECT_TRUE(read("; for a key that is not there\ny=2\n[a]\nx=3\n;c\n[B]\n"));
+    EXPECT_EQ(contents(ini), "<[A><;c><x|3><[><y|2><[a><[B>");
+    EXPECT_TRUE(read("; for the key without a name\nempty"));
+    EXPECT_EQ(ini.GetKeyComment("", 0), " for the key without a name");
+}
+
+TEST_F(IniFileTextTest, TheTextWrittenIsExact) {
+    ini.AddHeaderComment("h");
+    ini.SetValue("K", "x", "1", true);
+    EXPECT_TRUE(ini.WriteFile());
+    EXPECT_EQ(written(), ";h\r\n\r\n[K]\r\nx=1\r\n\r\n");
+    ini.AddKeyComment("K", " c");
+    ini.SetValue("a=b", " n ", "v=;", true);
+    ini.AddKeyName("");
+    EXPECT_TRUE(ini.WriteFile());
+    EXPECT_EQ(written(), ";h\r\n\r\n[K]\r\n; c\r\nx=1\r\n\r\n[a=b]\r\n n =v=;\r\n\r\n[]\r\n\r\n");
+    ini.Reset();
+    EXPECT_TRUE(ini.WriteFile());
+    EXPECT_EQ(written(), "");
+    ini.SetValue("K", "a=b", "c", true);
+    EXPECT_TRUE(ini.WriteFile());
+    ini.Reset();
+    EXPECT_TRUE(ini.ReadFile());
+    EXPECT_EQ(contents(ini), "<[K><a|b=c>");
+}
+
+TEST_F(IniFileTextTest, ThousandsOfKeysAreRead) {
+    constexpr unsigned Count = 3000;
+    string text;
+    for (unsigned key = 0; key < Count; ++key)
+        text += "[Key " + std::to_string(key) + "]\nNumber=" + std::to_string(key) + "\n";
+    ASSERT_TRUE(read(text));
+    EXPECT_EQ(ini.GetNumKeys(), Count);
+    EXPECT_EQ(ini.GetValueI("KEY 2999", "number", -1), 2999);
+    EXPECT_TRUE(ini.DeleteKey("key 0"));
+    EXPECT_EQ(ini.FindKey("Key 2999"), Count - 2);
+}
+
+TEST_F(IniFileTextTest, ACardThatCannotBeUsedGivesFalseAndKeepsTheModel) {
+    const long descriptors = test::openDescriptors();
+    ini.SetValue("K", "x", "1", true);
+    const auto refuses = [&](const char* why, auto operation) {
+        EXPECT_FALSE(operation()) << why;
+        EXPECT_EQ(contents(ini), "<[K><x|1>") << why;
+        EXPECT_EQ(Media::mountTable[0].readers + Media::mountTable[0].writers, 0) << why;
+        EXPECT_EQ(test::openDescriptors(), descriptors) << why;
+        EXPECT_EQ(written(), "[K]\r\nx=0\r\n\r\n") << why;
+    };
+    const auto writing = [&] { return ini.WriteFile(); };
+    const auto reading = [&] { return ini.ReadFile(); };
+    terminal.card().writeFile("settings.ini", "[K]\r\nx=0\r\n\r\n");
+    terminal.faults().fail("fopen", Path, ENOSPC);
+    refuses("no room for a new file", writing);
+    terminal.faults().fail("mount", "/mnt/mmc", EROFS);
+    refuses("write-protected", writing);
+    Media::mountDisable();
+    refuses("going to sleep", reading);
+    Media::mountEnable();
+    Media::unmountAll();
+    terminal.card().setInserted(false);
+    refuses("pulled", writing);
+    refuses("pulled", reading);
+    ini.SetPath("/proc/self");
+    refuses("opened, then a reading error", reading);
+    ini.SetPath("");
+    refuses("no path", writing);
+
+    ini.SetPath("/dev/full");
+    EXPECT_TRUE(ini.WriteFile()) << "an error after the open goes unnoticed";
+    EXPECT_EQ(test::openDescriptors(), descriptors);
+}
+
+}  // namespace

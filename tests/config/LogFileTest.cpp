@@ -1,0 +1,143 @@
+#include "config/LogFile.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <cerrno>
+#include <cstdlib>
+#include <ctime>
+#include <string>
+
+#include "config/RawLogFile.h"
+#include "foundation/Thread.h"
+#include "io/Media.h"
+#include "support/Resources.h"
+#include "support/TerminalTest.h"
+
+namespace {
+
+using std::string;
+
+constexpr char Path[] = "/mnt/mmc/log";
+
+class LogFileTest : public test::TerminalTest {
+protected:
+    LogFileTest() {
+        setenv("TZ", "CET-1CEST,M3.5.0,M10.5.0/3", 1);
+        tzset();
+        terminal.clock().setWall(std::chrono::seconds(1299211567));
+    }
+    ~LogFileTest() override {
+        Media::unmountAll();
+        unsetenv("TZ");
+        tzset();
+    }
+
+    string logged() { return terminal.card().readFile("log"); }
+
+    /// What an action shows on standard output.
+    template <class Action> static string shown(Action action) {
+        testing::internal::CaptureStdout();
+        action();
+        return testing::internal::GetCapturedStdout();
+    }
+
+    LogFile log{Path};
+    RawLogFile raw{Path};
+};
+
+TEST_F(LogFileTest, ALineHasTimeLevelTagAndMessageAndOnlyTheMessageIsShown) {
+    const string echo = shown([&] {
+        constexpr const char* Letters[] = {"D", "I", "W", "E", "C"};
+        for (int level = 0; level < 5; ++level)
+            EXPECT_TRUE(
+                log.logPrintf(LogFile::LogLevel(level), "T", "M%d %s", level, Letters[level]));
+        for (const int level : {7, -1})
+            EXPECT_TRUE(log.logPrintf(LogFile::LogLevel(level), nullptr, "100%%|"));
+        terminal.clock().setWall(std::chrono::seconds(1309211567));
+        EXPECT_TRUE(log.logPrintf(LogFile::LEVEL_INFO, "", "%s", string(9999, 'x').c_str()));
+        EXPECT_TRUE(raw.logPrintf("%s", "a\n|b"));
+        EXPECT_TRUE(raw.logPrintf("%s", ""));
+    });
+    const string longMessage(9999, 'x');
+    EXPECT_EQ(echo, "LOG: M0 D\nLOG: M1 I\nLOG: M2 W\nLOG: M3 E\nLOG: M4 C\n"
+                    "LOG: 100%|\nLOG: 100%|\nLOG: " +
+                        longMessage + "\nLOG: a\n|b\nLOG: \n");
+    EXPECT_EQ(logged(), "2011-03-04T05:06:07+0100|D|T|M0 D\r\n"
+                        "2011-03-04T05:06:07+0100|I|T|M1 I\r\n"
+                        "2011-03-04T05:06:07+0100|W|T|M2 W\r\n"
+                        "2011-03-04T05:06:07+0100|E|T|M3 E\r\n"
+                        "2011-03-04T05:06:07+0100|C|T|M4 C\r\n"
+                        "2011-03-04T05:06:07+0100|||100%|\r\n"
+                        "2011-03-04T05:06:07+0100|||100%|\r\n"
+                        "2011-06-27T23:52:47+0200|I||" +
+                            longMessage + "\r\na\n|b\r\n\r\n");
+}
+
+TEST_F(LogFileTest, WithoutItsFileAMessageIsShownAllTheSame) {
+    const long descriptors = test::openDescriptors();
+    LogFile nowhere("/mnt/mmc/missing/log"), none(nullptr);
+    const auto bothRefuse = [&](const char* why) {
+        EXPECT_EQ(shown([&] {
+                      EXPECT_FALSE(log.logPrintf(LogFile::LEVEL_ERROR, "T", "one")) << why;
+                      EXPECT_FALSE(raw.logPrintf("two")) << why;
+                  }),
+                  "LOG: one\nLOG: two\n");
+        EXPECT_EQ(Media::mountTable[0].writers, 0);
+        EXPECT_EQ(test::openDescriptors(), descriptors);
+    };
+    shown([&] {
+        EXPECT_FALSE(nowhere.logPrintf(LogFile::LEVEL_ERROR, "T", "one"));
+        EXPECT_FALSE(none.logPrintf(LogFile::LEVEL_ERROR, "T", "one"));
+    });
+    terminal.faults().fail("fopen", Path, ENOSPC, 0, 2);
+    bothRefuse("full");
+    terminal.faults().fail("mount", "/mnt/mmc", EROFS, 0, 2);
+    bothRefuse("write-protected");
+    Media::unmountAll();
+    terminal.card().setInserted(false);
+    bothRefuse("pulled");
+    terminal.card().setInserted(true);
+    shown([&] { EXPECT_TRUE(raw.logPrintf("back")); });
+    EXPECT_EQ(logged(), "back\r\n");
+}
+
+TEST_F(LogFileTest, AMessageThatCannotBeFormattedIsNeitherShownNorWritten) {
+    constexpr wchar_t NoCharacter[] = {wchar_t(0xD800), 0};
+    EXPECT_EQ(shown([&] {
+                  EXPECT_FALSE(log.logPrintf(LogFile::LEVEL_INFO, "T", "%ls", NoCharacter));
+                  EXPECT_FALSE(raw.logPrintf("%ls", NoCharacter));
+              }),
+              "");
+    EXPECT_EQ(logged(), "");
+    EXPECT_EQ(take("card"), "");
+}
+
+class LoggingThread : public Thread {
+public:
+    explicit LoggingThread(RawLogFile& rawLog) : log(rawLog) {}
+    void run() override {
+        for (int line = 0; line < 50; ++line)
+            EXPECT_TRUE(log.logPrintf("%s", string(500, 'y').c_str()));
+    }
+
+private:
+    RawLogFile& log;
+};
+
+TEST_F(LogFileTest, TwoThreadsAppendWholeLines) {
+    RawLogFile file(terminal.files().hostPath("/shared-log").c_str());
+    LoggingThread other(file);
+    shown([&] {
+        ASSERT_TRUE(other.start());
+        for (int line = 0; line < 50; ++line)
+            EXPECT_TRUE(file.logPrintf("%s", string(500, 'x').c_str()));
+        EXPECT_TRUE(other.stop(60000, false));
+    });
+    string text = terminal.files().read("/shared-log");
+    EXPECT_EQ(text.size(), 100U * 502);
+    for (; !text.empty(); text.erase(0, 502))
+        EXPECT_EQ(text.substr(0, 502), string(500, text[0]) + "\r\n");
+}
+
+}  // namespace
