@@ -16,8 +16,11 @@ SerialFile::SerialFile(int descriptor, const std::string& path, SerialLine& open
 
 void SerialFile::closing() {
     const std::lock_guard<std::mutex> held(line->mutex);
-    if (isCurrent() && --line->opens == 0 && (line->lineSettings.c_cflag & HUPCL))
-        line->modemBits &= ~(TIOCM_DTR | TIOCM_RTS);
+    if (isCurrent() && --line->opens == 0) {
+        if (line->lineSettings.c_cflag & HUPCL)
+            line->modemBits &= ~(TIOCM_DTR | TIOCM_RTS);
+        line->dropWaiting();
+    }
 }
 
 /// Counts bytes before they are written, so that none is consumed uncounted; takes back those that

@@ -134,30 +134,81 @@ void SerialLine::connect(LinePeer* newPeer) {
 
 void SerialLine::send(std::string_view bytes, Nanoseconds delay) {
     const std::lock_guard<std::mutex> held(mutex);
-    if (delay <= Nanoseconds(0) && outbox.empty()) {
-        transmit(bytes);
-        return;
+    std::string altered;
+    if (sentChange) {
+        altered = bytes;
+        sentChange(altered);
+        bytes = altered;
     }
-    Nanoseconds due = Clock::get().monotonic() + delay;
-    if (!outbox.empty() && outbox.back().due > due)
-        due = outbox.back().due;
-    outbox.push_back({due, std::string(bytes)});
+    if (delay <= Nanoseconds(0) && outbox.empty() && (pieceSize == 0 || bytes.size() <= pieceSize))
+        bytes.remove_prefix(transmit(bytes));
+    if (bytes.empty())
+        return;
+    Nanoseconds due = Clock::get().monotonic() + std::max(delay, Nanoseconds(0));
+    if (!outbox.empty())
+        due = std::max(due, outbox.back().due);
+    for (; pieceSize > 0 && bytes.size() > pieceSize; due += pieceGap) {
+        enqueue(std::string(bytes.substr(0, pieceSize)), due);
+        bytes.remove_prefix(pieceSize);
+    }
+    enqueue(std::string(bytes), due);
     wake();
 }
 
-void SerialLine::transmit(std::string_view bytes) {
-    while (opens > 0 && !bytes.empty()) {
-        const ssize_t sent = SIM_REAL(write)(farEnd, bytes.data(), bytes.size());
-        if (sent <= 0)
-            return;
-        bytes.remove_prefix(static_cast<size_t>(sent));
+void SerialLine::enqueue(std::string bytes, Nanoseconds due) {
+    outboxBytes += bytes.size();
+    outbox.push_back({due, std::move(bytes)});
+}
+
+void SerialLine::fragment(size_t size, Nanoseconds gap) {
+    const std::lock_guard<std::mutex> held(mutex);
+    pieceSize = size;
+    pieceGap = gap;
+}
+
+void SerialLine::distortSent(Distortion change) {
+    const std::lock_guard<std::mutex> held(mutex);
+    sentChange = std::move(change);
+}
+
+void SerialLine::distortReceived(Distortion change) {
+    const std::lock_guard<std::mutex> held(mutex);
+    receivedChange = std::move(change);
+}
+
+void SerialLine::at(Nanoseconds due, std::function<void()> action) {
+    const std::lock_guard<std::mutex> held(mutex);
+    actions.emplace(due, std::move(action));
+    wake();
+}
+
+/// How many bytes are gone: sent, or lost.
+size_t SerialLine::transmit(std::string_view bytes) {
+    size_t sent = 0;
+    while (opens > 0 && sent < bytes.size()) {
+        const ssize_t size = SIM_REAL(write)(farEnd, bytes.data() + sent, bytes.size() - sent);
+        if (size <= 0)
+            return lineSettings.c_cflag & CRTSCTS ? sent : bytes.size();
+        sent += static_cast<size_t>(size);
     }
+    return bytes.size();
+}
+
+/// What waits for room waits for the application that is there now.
+void SerialLine::dropWaiting() {
+    if (!isHeldBack)
+        return;
+    outbox.clear();
+    outboxBytes = 0;
+    isHeldBack = false;
 }
 
 void SerialLine::hangUp() {
     const std::lock_guard<std::mutex> held(mutex);
     closePair();
     outbox.clear();
+    outboxBytes = 0;
+    isHeldBack = false;
     createPair();
     consumed.notify_all();
     wake();
@@ -209,12 +260,35 @@ std::shared_ptr<OpenFile> SerialLine::open(const std::string& path, int flags) {
 }
 
 Nanoseconds SerialLine::sendDue() {
+    isHeldBack = false;
     while (!outbox.empty()) {
         const Nanoseconds left = outbox.front().due - Clock::get().monotonic();
         if (left > Nanoseconds(0))
             return Clock::get().realDuration(left);
-        transmit(outbox.front().bytes);
+        std::string& bytes = outbox.front().bytes;
+        const size_t gone = transmit(bytes);
+        outboxBytes -= gone;
+        if (gone < bytes.size()) {
+            bytes.erase(0, gone);
+            isHeldBack = true;
+            return Never;
+        }
         outbox.pop_front();
+    }
+    return Never;
+}
+
+Nanoseconds SerialLine::runDue(std::unique_lock<std::mutex>& held) {
+    while (!actions.empty() && !isStopping) {
+        const auto first = actions.begin();
+        const Nanoseconds left = first->first - Clock::get().monotonic();
+        if (left > Nanoseconds(0))
+            return Clock::get().realDuration(left);
+        const std::function<void()> action = std::move(first->second);
+        actions.erase(first);
+        held.unlock();
+        action();
+        held.lock();
     }
     return Never;
 }
@@ -227,11 +301,18 @@ void SerialLine::takeReceived(std::unique_lock<std::mutex>& held) {
     if (size <= 0)
         return;
     LinePeer* const receiver = peer;
+    std::string_view bytes(buffer, static_cast<size_t>(size));
+    std::string altered;
+    if (receivedChange) {
+        altered = bytes;
+        receivedChange(altered);
+        bytes = altered;
+    }
     const unsigned from = generation;
     isDelivering = true;
     held.unlock();
-    if (receiver)
-        receiver->received({buffer, static_cast<size_t>(size)});
+    if (receiver && !bytes.empty())
+        receiver->received(bytes);
     held.lock();
     isDelivering = false;
     // Only now: drained means that the peer has seen it. A flush may have discounted it already.
@@ -244,9 +325,11 @@ void SerialLine::serve() {
     const HostTime hostTime;
     std::unique_lock<std::mutex> held(mutex);
     while (!isStopping) {
-        const Nanoseconds left = sendDue();
+        const Nanoseconds nextAction = runDue(held);
+        const Nanoseconds left = std::min(sendDue(), nextAction);
         const timespec wait = toTimespec(left);
-        pollfd files[] = {{farEnd, POLLIN, 0}, {wakeUp, POLLIN, 0}};
+        const int wanted = (outboxBytes > MostWaiting ? 0 : POLLIN) | (isHeldBack ? POLLOUT : 0);
+        pollfd files[] = {{farEnd, static_cast<short>(wanted), 0}, {wakeUp, POLLIN, 0}};
         held.unlock();
         SIM_REAL(ppoll)(files, 2, left == Never ? nullptr : &wait, nullptr);
         uint64_t count = 0;

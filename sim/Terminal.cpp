@@ -29,8 +29,8 @@ bool isDriverFolder(const std::string& path) {
 
 Terminal::Terminal(const std::string& folder)
     : owner(getpid()), root(folder.empty() ? RootFolder() : RootFolder(folder)),
-      modem(std::make_shared<ModemPower>()), control(std::make_shared<PowerControl>(log, *modem)),
-      oled(std::make_shared<Display>(log)), clockChip(std::make_shared<RealTimeClock>(log)),
+      control(std::make_shared<PowerControl>(log)), oled(std::make_shared<Display>(log)),
+      clockChip(std::make_shared<RealTimeClock>(log)),
       keys(std::make_shared<InputDevice>("keypad", log, eventType(board::InputKey))),
       touch(std::make_shared<InputDevice>("touch", log, eventType(InputPosition))),
       sound(std::make_shared<InputDevice>("speaker", log, eventType(board::InputSound))),
@@ -38,11 +38,14 @@ Terminal::Terminal(const std::string& folder)
       memoryCard(std::make_shared<MemoryCard>(log, root)),
       engineLine(std::make_shared<SerialLine>("barcode", log)),
       engine(std::make_unique<BarcodeEngine>(log, *engineLine)),
+      radioLine(std::make_shared<SerialLine>("radio", log)),
+      radioModule(std::make_unique<RadioModule>(log, *radioLine)), pseudoTerminals(root),
       batteryMillivolts(root, board::BatteryVoltagePath),
       temperatureInput(root, board::TemperaturePath), lightInput(root, board::AmbientLightPath),
       usb(root, board::UsbSupplyPath) {
     engineLine->connect(engine.get());
     control->onSupply(board::SupplyScanner, [this](bool on) { engine->setPowered(on); });
+    connectRadio();
 
     root.makeFolder("/etc/ppp");
     root.makeFolder("/var/run");
@@ -58,7 +61,9 @@ Terminal::Terminal(const std::string& folder)
              {inputPath(0), keys},
              {inputPath(1), touch},
              {inputPath(2), sound},
+             {"/dev/ttyAT1", radioLine},
              {"/dev/ttyAT2", engineLine}};
+    pseudoTerminals.addTo(nodes);
 
     Terminal* none = nullptr;
     if (!currentTerminal.compare_exchange_strong(none, this))
@@ -71,7 +76,19 @@ Terminal::~Terminal() {
         return;
     Descriptors::get().forgetAll();
     engineLine->shutDown();
+    radioLine->shutDown();
     Clock::get().reset();
+}
+
+void Terminal::connectRadio() {
+    RadioModule& module = *radioModule;
+    radioLine->connect(&module);
+    control->onSupply(board::SupplyGprs, [&](bool on) { module.setSupply(on); });
+    control->onLine(board::LineGprsControl, [&](bool level) { module.setControl(level); });
+    control->onLine(board::LineGprsReset, [&](bool level) { module.setReset(level); });
+    control->onLine(board::LineGprsPowerKey, [&](bool level) { module.setPowerKey(level); });
+    control->onLine(board::LineGprsDtr, [&](bool level) { module.setDtr(level); });
+    control->onReading(board::LineGprsPowerStatus, [&] { return module.readStatus(); });
 }
 
 Terminal* Terminal::current() { return currentTerminal; }

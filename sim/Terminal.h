@@ -19,8 +19,9 @@
 #include "sim/devices/Identity.h"
 #include "sim/devices/InputDevice.h"
 #include "sim/devices/MemoryCard.h"
-#include "sim/devices/ModemPower.h"
 #include "sim/devices/PowerControl.h"
+#include "sim/devices/PseudoTerminals.h"
+#include "sim/devices/RadioModule.h"
 #include "sim/devices/RealTimeClock.h"
 #include "sim/devices/SuspendControl.h"
 
@@ -58,7 +59,7 @@ public:
     RootFolder& files() { return root; }
 
     PowerControl& powerControl() { return *control; }
-    ModemPower& modemPower() { return *modem; }
+    RadioModule& radio() { return *radioModule; }
     Display& display() { return *oled; }
     RealTimeClock& rtc() { return *clockChip; }
     InputDevice& keypad() { return *keys; }
@@ -93,12 +94,13 @@ public:
     std::vector<std::unique_lock<std::mutex>> holdForFork();
 
 private:
+    void connectRadio();
+
     const pid_t owner;
     Journal log;
     Faults faultRules;
     RootFolder root;
 
-    std::shared_ptr<ModemPower> modem;
     std::shared_ptr<PowerControl> control;
     std::shared_ptr<Display> oled;
     std::shared_ptr<RealTimeClock> clockChip;
@@ -107,6 +109,9 @@ private:
     std::shared_ptr<MemoryCard> memoryCard;
     std::shared_ptr<SerialLine> engineLine;
     std::unique_ptr<BarcodeEngine> engine;
+    std::shared_ptr<SerialLine> radioLine;
+    std::unique_ptr<RadioModule> radioModule;
+    PseudoTerminals pseudoTerminals;
     Attribute batteryMillivolts, temperatureInput, lightInput, usb;
     Identity identityFiles{root};
 

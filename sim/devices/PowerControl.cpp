@@ -6,12 +6,8 @@
 #include <utility>
 
 #include "power/BoardProtocol.h"
-#include "sim/devices/ModemPower.h"
 
 namespace sim {
-
-PowerControl::PowerControl(Journal& eventJournal, ModemPower& modemPower)
-    : journal(eventJournal), modem(modemPower) {}
 
 int PowerControl::line(unsigned number) const {
     const std::lock_guard<std::mutex> held(mutex);
@@ -29,7 +25,21 @@ int PowerControl::keyboardLight() const {
 }
 
 void PowerControl::onSupply(unsigned number, std::function<void(bool)> react) {
-    reactions.push_back({number, std::move(react)});
+    supplyReactions.emplace(number, std::move(react));
+}
+
+void PowerControl::onLine(unsigned number, std::function<void(bool)> react) {
+    lineReactions.emplace(number, std::move(react));
+}
+
+void PowerControl::onReading(unsigned number, std::function<int()> read) {
+    readings[number] = std::move(read);
+}
+
+void PowerControl::tell(const Reactions& reactions, unsigned number, bool state) {
+    const auto [first, last] = reactions.equal_range(number);
+    for (auto reaction = first; reaction != last; ++reaction)
+        reaction->second(state);
 }
 
 int PowerControl::ioctl(unsigned long request, void* argument) {
@@ -49,14 +59,12 @@ int PowerControl::ioctl(unsigned long request, void* argument) {
 int PowerControl::setLine(unsigned number, int level) {
     if (number >= LineCount)
         return failWith(EINVAL);
-    int before = 0;
     {
         const std::lock_guard<std::mutex> held(mutex);
-        before = std::exchange(lines[number], level);
+        lines[number] = level;
     }
     journal.note("pwrctrl", "line " + std::to_string(number) + (level ? " high" : " low"));
-    if (number == board::LineGprsPowerKey && before == 1 && level == 0)
-        modem.keyReleased();
+    tell(lineReactions, number, level != 0);
     return 0;
 }
 
@@ -64,7 +72,8 @@ int PowerControl::readLine(unsigned number) {
     if (number >= LineCount)
         return failWith(EINVAL);
     journal.note("pwrctrl", "read line " + std::to_string(number));
-    return number == board::LineGprsPowerStatus ? modem.readStatus() : line(number);
+    const auto reading = readings.find(number);
+    return reading == readings.end() ? line(number) : reading->second();
 }
 
 int PowerControl::setSupply(unsigned number, bool on) {
@@ -75,10 +84,7 @@ int PowerControl::setSupply(unsigned number, bool on) {
         supplies[number] = on;
     }
     journal.note("pwrctrl", "supply " + std::to_string(number) + (on ? " on" : " off"));
-    for (const Reaction& reaction : reactions) {
-        if (reaction.supply == number)
-            reaction.react(on);
-    }
+    tell(supplyReactions, number, on);
     return 0;
 }
 

@@ -2,15 +2,13 @@
 
 #include <array>
 #include <functional>
+#include <map>
 #include <mutex>
-#include <vector>
 
 #include "sim/Device.h"
 #include "sim/Journal.h"
 
 namespace sim {
-
-class ModemPower;
 
 /// "/dev/pwrctrl": the control lines, the supplies and the keyboard backlight.
 class PowerControl : public Device {
@@ -18,31 +16,35 @@ public:
     static constexpr unsigned LineCount = 16;
     static constexpr unsigned SupplyCount = 8;
 
-    PowerControl(Journal& journal, ModemPower& modem);
+    explicit PowerControl(Journal& eventJournal) : journal(eventJournal) {}
 
     int line(unsigned number) const;  ///< 0 or 1
     bool supply(unsigned number) const;
     int keyboardLight() const;
 
-    /// Calls `react` with the state whenever supply `number` is switched, on the switching thread.
+    /// Calls `react` with the state whenever supply or line `number` is driven, on the driving
+    /// thread.
     void onSupply(unsigned number, std::function<void(bool)> react);
+    void onLine(unsigned number, std::function<void(bool)> react);
+
+    /// Has a reading of line `number` answered by whoever drives it.
+    void onReading(unsigned number, std::function<int()> read);
 
     int ioctl(unsigned long request, void* argument) override;
 
 private:
-    struct Reaction {
-        unsigned supply;
-        std::function<void(bool)> react;
-    };
+    using Reactions = std::multimap<unsigned, std::function<void(bool)>>;  // by number
 
     int setLine(unsigned number, int level);
     int readLine(unsigned number);
     int setSupply(unsigned number, bool on);
     int setKeyboardLight(const char* how, unsigned level);
+    static void tell(const Reactions& reactions, unsigned number, bool state);
 
     Journal& journal;
-    ModemPower& modem;
-    std::vector<Reaction> reactions;  // complete before the terminal runs
+    // Complete before the terminal runs.
+    Reactions supplyReactions, lineReactions;
+    std::map<unsigned, std::function<int()>> readings;
 
     mutable std::mutex mutex;  // guards what follows
     std::array<int, LineCount> lines{};

@@ -263,7 +263,7 @@ TEST_F(PowerModesTest, ASuspendThatCannotBePreparedOnlySwitchesTheDisplayOff) {
 
 TEST_F(PowerModesTest, AShutdownSwitchesEverythingOffAndAsksTheApplication) {
     terminal.clock().setSpeed(50);
-    terminal.modemPower().setOn(true);
+    terminal.radio().setOn(true);
     ASSERT_EQ(Media::mountMedia(CardFile, true), 0x40000001);
     takeLines();
     EXPECT_TRUE(power().setPowerMode(POWER_SHUTDOWN));
@@ -271,8 +271,8 @@ TEST_F(PowerModesTest, AShutdownSwitchesEverythingOffAndAsksTheApplication) {
                 ElementsAre("pwrctrl: line 0 high", "pwrctrl: line 1 high",
                             "pwrctrl: keyboard light 0", "pwrctrl: supply 1 off",
                             "pwrctrl: read line 3", "pwrctrl: line 7 high", "pwrctrl: line 7 low",
-                            "pwrctrl: read line 3", "card: unmount", "oled: brightness 0",
-                            "oled: off", "app: event 31 0"));
+                            "radio: power off", "pwrctrl: read line 3", "card: unmount",
+                            "oled: brightness 0", "oled: off", "app: event 31 0"));
     EXPECT_EQ(power().getCurrentState(), POWER_SHUTDOWN);
     EXPECT_EQ(Media::mountMedia(CardFile, false), -1) << "nothing is mounted any more";
     EXPECT_FALSE(power().setPowerMode(POWER_SHUTDOWN));

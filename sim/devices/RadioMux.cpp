@@ -1,0 +1,326 @@
+#include "sim/devices/RadioMux.h"
+
+#include <algorithm>
+
+namespace sim {
+namespace {
+
+constexpr char Flag = '\xF9';
+constexpr uint8_t ExtensionBit = 0x01;  // the last octet of a field
+constexpr uint8_t AddressCommandBit = 0x02;
+constexpr size_t LongestHeader = 4;  // address, control and a length of two octets
+constexpr unsigned OneOctetLength = 0x7F;
+
+// Bits of a modem status' signal octet.
+constexpr uint8_t FlowControl = 0x02;
+constexpr uint8_t ReadyToCommunicate = 0x04;
+constexpr uint8_t ReadyToReceive = 0x08;
+constexpr uint8_t DataValid = 0x80;
+
+/// One octet more in the check sequence: x^8 + x^2 + x + 1, the lowest bit first.
+constexpr uint8_t checked(uint8_t sum, uint8_t octet) {
+    constexpr uint8_t Polynomial = 0xE0;
+    sum = static_cast<uint8_t>(sum ^ octet);
+    for (int bit = 0; bit < 8; ++bit)
+        sum = static_cast<uint8_t>((sum >> 1) ^ (sum & 1 ? Polynomial : 0));
+    return sum;
+}
+
+uint8_t checkSequence(std::string_view octets) {
+    uint8_t sum = 0xFF;
+    for (const char octet : octets)
+        sum = checked(sum, static_cast<uint8_t>(octet));
+    return static_cast<uint8_t>(~sum);
+}
+
+uint8_t octetAt(std::string_view bytes, size_t at) { return static_cast<uint8_t>(bytes[at]); }
+char toChar(unsigned octet) { return static_cast<char>(static_cast<uint8_t>(octet)); }
+
+/// The frame types whose check sequence covers the information as well.
+bool coversInformation(uint8_t control) { return (control & ~RadioMux::PollFinal) == RadioMux::UI; }
+
+std::string lengthField(size_t length) {
+    if (length <= OneOctetLength)
+        return {toChar(static_cast<unsigned>(length << 1) | ExtensionBit)};
+    return {toChar(static_cast<unsigned>(length & OneOctetLength) << 1),
+            toChar(static_cast<unsigned>(length >> 7))};
+}
+
+std::string hex(uint8_t value) {
+    static constexpr char Digits[] = "0123456789ABCDEF";
+    return {Digits[value >> 4], Digits[value & 15]};
+}
+
+}  // namespace
+
+std::string RadioMux::encode(const RadioFrame& frame) {
+    const unsigned address = static_cast<unsigned>(frame.channel << 2) |
+                             (frame.commandBit ? AddressCommandBit : 0U) | ExtensionBit;
+    const std::string header =
+        std::string{toChar(address), toChar(frame.control)} + lengthField(frame.data.size());
+    const uint8_t check =
+        checkSequence(coversInformation(frame.control) ? header + frame.data : header);
+    return Flag + header + frame.data + toChar(check) + Flag;
+}
+
+void RadioMux::start(unsigned longestInformation) {
+    for (Channel& channel : channels) {
+        const bool wasRefused = channel.isRefused;
+        channel = {};
+        channel.isRefused = wasRefused;
+    }
+    pending.clear();
+    mostInformation = longestInformation;
+    allHeld = false;
+    isActive = true;
+}
+
+void RadioMux::received(std::string_view bytes) {
+    pending += bytes;
+    size_t done = 0;
+    while (isActive) {
+        const size_t taken = takeFrame(std::string_view(pending).substr(done));
+        if (taken == 0)
+            break;
+        done += taken;
+    }
+    pending.erase(0, done);
+}
+
+/// Handles the first frame of `bytes`, or passes what cannot belong to one. How many octets are
+/// done with; 0: more are needed. A closing flag stays: it may be the next frame's opening one.
+/// Whatever is wrong with a frame costs its opening flag only, so that one hidden in it is found.
+size_t RadioMux::takeFrame(std::string_view bytes) {
+    if (bytes.empty())
+        return 0;
+    if (bytes[0] != Flag)
+        return std::min(bytes.find(Flag), bytes.size());
+    bytes.remove_prefix(1);
+    if (!bytes.empty() && bytes[0] == Flag)
+        return 1;
+    if (bytes.size() < LongestHeader)
+        return 0;
+
+    size_t header = 3;
+    size_t length = octetAt(bytes, 2) >> 1;
+    if (!(octetAt(bytes, 2) & ExtensionBit)) {
+        length |= static_cast<size_t>(octetAt(bytes, 3)) << 7;
+        header = 4;
+    }
+    if (length > mostInformation) {
+        user.note("frame too long");
+        return 1;
+    }
+    const size_t end = header + length;  // of what comes before the check sequence
+    if (bytes.size() < end + 2)
+        return 0;
+    const uint8_t control = octetAt(bytes, 1);
+    const bool isGood =
+        octetAt(bytes, end) ==
+            checkSequence(bytes.substr(0, coversInformation(control) ? end : header)) &&
+        bytes[end + 1] == Flag;
+    if (!isGood) {
+        user.note("bad frame");
+        return 1;
+    }
+    const uint8_t address = octetAt(bytes, 0);
+    handle({static_cast<uint8_t>(address >> 2), control, (address & AddressCommandBit) != 0,
+            std::string(bytes.substr(header, length))});
+    return 1 + end + 1;
+}
+
+void RadioMux::handle(const RadioFrame& frame) {
+    if (frameHook && frameHook(frame))
+        return;
+    const uint8_t type = frame.control & static_cast<uint8_t>(~PollFinal);
+    if (frame.channel >= Channels) {
+        if (type == SABM || type == DISC)
+            respond(frame.channel, DM, true);
+    } else if (type == UI || type == UIH) {
+        handleInformation(frame);
+    } else {
+        handleUnnumbered(frame, channels[frame.channel]);
+    }
+}
+
+void RadioMux::handleUnnumbered(const RadioFrame& frame, Channel& channel) {
+    const bool poll = (frame.control & PollFinal) != 0;
+    switch (frame.control & ~PollFinal) {
+    case SABM:
+        if (channel.isRefused || (frame.channel != 0 && !channels[0].isOpen)) {
+            respond(frame.channel, DM, poll);
+            break;
+        }
+        respond(frame.channel, UA, poll);
+        setOpen(frame.channel, true);
+        break;
+    case DISC:
+        respond(frame.channel, channel.isOpen ? UA : DM, poll);
+        setOpen(frame.channel, false);
+        break;
+    case UA:
+        if (channel.isOpening)
+            setOpen(frame.channel, true);
+        channel.isOpening = false;
+        break;
+    case DM:
+        channel.isOpening = false;
+        setOpen(frame.channel, false);
+        break;
+    default: break;
+    }
+}
+
+void RadioMux::handleInformation(const RadioFrame& frame) {
+    if (!channels[frame.channel].isOpen)
+        respond(frame.channel, DM, true);
+    else if (frame.channel == 0)
+        handleMessages(frame.data);
+    else
+        user.channelData(frame.channel, frame.data);
+}
+
+void RadioMux::handleMessages(std::string_view messages) {
+    while (isActive && messages.size() >= 2) {
+        const uint8_t type = octetAt(messages, 0);
+        size_t at = 1;
+        size_t length = 0;
+        for (unsigned shift = 0; at < messages.size() && shift < 28; shift += 7) {
+            const uint8_t octet = octetAt(messages, at++);
+            length |= static_cast<size_t>(octet >> 1) << shift;
+            if (octet & ExtensionBit)
+                break;
+        }
+        if (length > messages.size() - at) {
+            user.note("bad message");
+            return;
+        }
+        handleMessage(type, messages.substr(at, length));
+        messages.remove_prefix(at + length);
+    }
+}
+
+void RadioMux::handleMessage(uint8_t type, std::string_view value) {
+    if (!(type & CommandBit)) {
+        user.note("response " + hex(type));
+        if (type == (CloseDown & ~CommandBit))
+            end();
+        return;
+    }
+    const auto response = static_cast<uint8_t>(type & ~CommandBit);
+    switch (type) {
+    case CloseDown:
+        sendMessage(response, value);
+        end();
+        break;
+    case ModemStatus:
+        holdChannel(value);
+        sendMessage(response, value);
+        break;
+    case FlowOn:
+    case FlowOff:
+        allHeld = type == FlowOff;
+        sendMessage(response, value);
+        break;
+    case ParameterNegotiation:
+    case PowerSaving:
+    case Test:
+    case PortNegotiation:
+    case LineStatus:
+    case ServiceNegotiation: sendMessage(response, value); break;
+    default: sendMessage(NotSupported & ~CommandBit, {reinterpret_cast<const char*>(&type), 1});
+    }
+    sendWaiting();
+}
+
+void RadioMux::holdChannel(std::string_view modemStatus) {
+    if (modemStatus.size() < 2)
+        return;
+    const unsigned channel = octetAt(modemStatus, 0) >> 2;
+    if (channel < Channels)
+        channels[channel].isHeld = (octetAt(modemStatus, 1) & FlowControl) != 0;
+}
+
+void RadioMux::sendWaiting() {
+    for (uint8_t number = 1; number < Channels; ++number) {
+        std::string waiting;
+        waiting.swap(channels[number].waiting);
+        sendData(number, waiting);
+    }
+}
+
+void RadioMux::sendData(uint8_t channel, std::string_view bytes) {
+    Channel& receiver = channels.at(channel);
+    if (!receiver.isOpen)
+        return;
+    if (receiver.isHeld || allHeld) {
+        receiver.waiting += bytes;
+        return;
+    }
+    std::string frames;
+    while (!bytes.empty()) {
+        const size_t size = std::min<size_t>(bytes.size(), mostInformation);
+        frames += encode({channel, UIH, false, std::string(bytes.substr(0, size))});
+        bytes.remove_prefix(size);
+    }
+    if (!frames.empty())
+        user.transmit(frames);
+}
+
+void RadioMux::sendFrame(const RadioFrame& frame) { user.transmit(encode(frame)); }
+
+void RadioMux::sendMessage(uint8_t type, std::string_view value) {
+    sendFrame({0, UIH, false, toChar(type) + lengthField(value.size()) + std::string(value)});
+}
+
+void RadioMux::respond(uint8_t channel, uint8_t control, bool final) {
+    sendFrame({channel, static_cast<uint8_t>(control | (final ? PollFinal : 0)), true, {}});
+}
+
+void RadioMux::open(uint8_t channel) {
+    channels.at(channel).isOpening = true;
+    sendFrame({channel, SABM | PollFinal, false, {}});
+}
+
+void RadioMux::close(uint8_t channel) {
+    sendFrame({channel, DISC | PollFinal, false, {}});
+    setOpen(channel, false);
+}
+
+void RadioMux::closeDown() { sendMessage(CloseDown, {}); }
+
+void RadioMux::setOpen(uint8_t channel, bool open) {
+    Channel& changed = channels.at(channel);
+    if (changed.isOpen == open)
+        return;
+    changed.isOpen = open;
+    changed.isHeld = false;
+    changed.waiting.clear();
+    if (!open && channel == 0) {
+        end();
+        return;
+    }
+    if (!open) {
+        user.channelClosed(channel);
+        return;
+    }
+    user.channelOpened(channel);
+    if (channel != 0) {
+        const char status[] = {
+            toChar(static_cast<unsigned>(channel << 2) | 3U),
+            toChar(DataValid | ReadyToReceive | ReadyToCommunicate | ExtensionBit)};
+        sendMessage(ModemStatus, {status, sizeof status});
+    }
+}
+
+void RadioMux::end() {
+    if (!isActive)
+        return;
+    isActive = false;
+    for (Channel& channel : channels)
+        channel.isOpen = false;
+    pending.clear();
+    user.multiplexingEnded();
+}
+
+}  // namespace sim

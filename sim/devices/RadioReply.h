@@ -1,0 +1,46 @@
+#pragma once
+
+#include <functional>
+#include <string>
+
+#include "sim/Clock.h"
+
+namespace sim {
+
+/// How the radio module answers a command line. Made by one of the functions, then bent:
+/// `Reply::error(10).after(500ms)`, `Reply::normal().cut(4)`.
+class Reply {
+public:
+    static Reply normal();  ///< what it answers by itself
+    /// Information lines, separated by '\n', and "OK".
+    static Reply ok(const std::string& lines = "");
+    static Reply error();          ///< "ERROR"
+    static Reply error(int code);  ///< "+CME ERROR: code", whatever +CMEE says
+    /// Information lines, separated by '\n', and a final line of any text.
+    static Reply final(const std::string& result, const std::string& lines = "");
+    static Reply raw(const std::string& bytes);  ///< exactly these bytes, after the echo
+    static Reply silence();                      ///< hears the command and does nothing
+
+    Reply after(Nanoseconds delay) const;            ///< late by this much simulated time
+    Reply cut(size_t size) const;                    ///< only the first bytes, without the echo
+    Reply garbled() const;                           ///< no byte of it as it should be
+    Reply withoutEcho() const;                       ///< the command line is not echoed
+    Reply then(std::function<void()> action) const;  ///< called when it has been sent
+
+private:
+    friend class RadioModule;
+    friend class RadioCommands;
+
+    enum class Kind { Normal, Lines, Raw, Silence };
+
+    Kind kind = Kind::Normal;
+    std::string lines;
+    std::string result;  // of Lines; or the bytes of Raw
+    Nanoseconds delay{0};
+    size_t most = std::string::npos;
+    bool isGarbled = false;
+    bool isEchoed = true;
+    std::function<void()> action;
+};
+
+}  // namespace sim
