@@ -1,5 +1,6 @@
 #include "config/LogFile.h"
 
+#include <cstring>
 #include <ctime>
 
 #include "config/LogMessage.h"
@@ -7,16 +8,20 @@
 
 namespace {
 
+constexpr size_t LineOverhead = 64;  // time, level, separators and a tag of usual length
+
 /// The present local time, "n/a" when it cannot be told.
-std::string timeStamp() {
+struct TimeStamp {
+    TimeStamp() {
+        const time_t now = std::time(nullptr);
+        tm local{};
+        if (!localtime_r(&now, &local) ||
+            std::strftime(text, sizeof text, "%Y-%m-%dT%H:%M:%S%z", &local) == 0)
+            std::strcpy(text, "n/a");
+    }
+
     char text[32];
-    const time_t now = std::time(nullptr);
-    tm local{};
-    if (!localtime_r(&now, &local) ||
-        std::strftime(text, sizeof text, "%Y-%m-%dT%H:%M:%S%z", &local) == 0)
-        return "n/a";
-    return text;
-}
+};
 
 const char* letterOf(LogFile::LogLevel level) {
     switch (level) {
@@ -34,11 +39,14 @@ const char* letterOf(LogFile::LogLevel level) {
 LogFile::LogFile(char const* filePath) : path(filePath ? filePath : "") {}
 
 bool LogFile::logvPrintf(LogLevel level, char const* tag, char const* format, va_list args) {
-    std::string line = timeStamp() + "|" + letterOf(level) + "|" + (tag ? tag : "") + "|";
+    const TimeStamp now;
     const config::LogMessage message = config::formatLogMessage(format, args);
     if (!message)
         return false;
-    line.append(message.get()).append("\r\n");
+    std::string line;
+    line.reserve(LineOverhead + std::strlen(message.get()));
+    line.append(now.text).append("|").append(letterOf(level)).append("|");
+    line.append(tag ? tag : "").append("|").append(message.get()).append("\r\n");
     config::echoLogMessage(message);
 
     StdioFile file;

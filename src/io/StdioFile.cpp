@@ -26,6 +26,12 @@ const char* stdioMode(int mode) {
 }  // namespace
 
 StdioFile::~StdioFile() {
+    if (stream || mediaHandle != -1)
+        abandon();
+}
+
+/// Closes what is open, whatever becomes of the rest of its output.
+void StdioFile::abandon() {
     const io::NoCancellation scope;
     if (stream)
         std::fclose(stream);
@@ -40,11 +46,9 @@ void StdioFile::release() {
 }
 
 bool StdioFile::open(const char* path, int mode) {
-    if (stream && !close()) {
-        const io::NoCancellation scope;
-        std::fclose(stream);
-        release();
-    }
+    close();
+    if (stream)
+        abandon();
     const char* const how = stdioMode(mode);
     mediaHandle = Media::mountMedia(path, mode != Read);
     if (mediaHandle == -1)

@@ -58,6 +58,7 @@ public:
     bool isEOF();
 
 private:
+    void abandon();
     void release();
 
     FILE* stream = nullptr;
