@@ -1,5 +1,7 @@
 #include "network/GprsConnection.h"
 
+#include <utility>
+
 #include "gsm/AtAnswer.h"
 #include "gsm/GprsPpp.h"
 #include "power/PowerManager.h"
@@ -27,8 +29,9 @@ int percentOf(int dBm) {
 
 }  // namespace
 
-GprsConnection::GprsConnection(const GPRS_CONNECTION_SETTINGS& connectionSettings)
-    : NetworkConnection(TypeGprs), gsmModule(CommandPath), settings(connectionSettings) {}
+GprsConnection::GprsConnection(GPRS_CONNECTION_SETTINGS connectionSettings)
+    : NetworkConnection(TypeGprs), gsmModule(CommandPath), settings(std::move(connectionSettings)) {
+}
 
 /// Reports an error as the reason of the false that it returns.
 bool GprsConnection::fail(const char* text) {

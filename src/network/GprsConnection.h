@@ -26,7 +26,7 @@ struct GPRS_CONNECTION_SETTINGS {
 /// undoes it before the next.
 class GprsConnection : public NetworkConnection {
 public:
-    explicit GprsConnection(const GPRS_CONNECTION_SETTINGS& connectionSettings);
+    explicit GprsConnection(GPRS_CONNECTION_SETTINGS connectionSettings);
 
     ~GprsConnection() override = default;
 
