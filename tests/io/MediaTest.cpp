@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <cerrno>
+#include <climits>
 #include <string>
 
 #include "support/TerminalTest.h"
@@ -11,8 +12,9 @@ namespace {
 
 using std::string;
 
+constexpr int WriteBit = 0x40000000;
 constexpr int Read = 1;
-constexpr int Write = 0x40000001;
+constexpr int Write = 1 | WriteBit;
 constexpr char Below[] = "/mnt/mmc/log.txt";
 
 class MediaTest : public test::TerminalTest {
@@ -35,29 +37,15 @@ protected:
 };
 
 TEST_F(MediaTest, APathBelongsToAMountPointThatIsItselfOrAFolderAboveIt) {
-    const struct {
-        const char *mountPoint, *path;
-        bool belongs;
-    } cases[] = {
-        {"/mnt/mmc", "/mnt/mmc", true},
-        {"/mnt/mmc", "/mnt/mmc/a", true},
-        {"/mnt/mmc", "/mnt/mmc/", true},
-        {"/mnt/mmc", "/mnt/mmcx/a", false},
-        {"/mnt/mmc", "/mnt/mm", false},
-        {"/mnt/mmc", "/mnt/mmd", false},
-        {"/mnt/mmc", "mnt/mmc/a", false},
-        {"/mnt/mmc", "", false},
-        {"/mnt/mmc/", "/mnt/mmc", false},
-        {"/", "/mnt", false},
-        {"", "/mnt", true},
-        {"", "", true},
-        {"/mnt/mmc", nullptr, false},
-        {nullptr, "/mnt", false},
-    };
-    for (const auto& tried : cases)
-        EXPECT_EQ(Media::belongsToMountPoint(tried.mountPoint, tried.path), tried.belongs)
-            << (tried.mountPoint ? tried.mountPoint : "null") << " "
-            << (tried.path ? tried.path : "null");
+    for (const char* path : {"/mnt/mmc", "/mnt/mmc/", "/mnt/mmc/a", "/mnt/mmc//a"})
+        EXPECT_TRUE(Media::belongsToMountPoint("/mnt/mmc", path)) << path;
+    for (const char* path : {"/mnt/mmcx/a", "/mnt/mm", "/mnt/mmd", "mnt/mmc/a", "/mnt/", ""})
+        EXPECT_FALSE(Media::belongsToMountPoint("/mnt/mmc", path)) << path;
+    EXPECT_FALSE(Media::belongsToMountPoint("/mnt/mmc/", "/mnt/mmc"));
+    EXPECT_FALSE(Media::belongsToMountPoint("/", "/mnt"));
+    EXPECT_TRUE(Media::belongsToMountPoint("", "/mnt"));
+    EXPECT_FALSE(Media::belongsToMountPoint("/mnt/mmc", nullptr));
+    EXPECT_FALSE(Media::belongsToMountPoint(nullptr, "/mnt/mmc"));
 }
 
 TEST_F(MediaTest, TheFirstFittingLineOfTheMountsDecidesTheState) {
@@ -102,23 +90,16 @@ TEST_F(MediaTest, TheFirstFittingLineOfTheMountsDecidesTheState) {
 
 TEST_F(MediaTest, OnlyKnownHandlesAreAsked) {
     ASSERT_EQ(Media::mountMedia(Below, false), Read);
-    const struct {
-        int handle, state;
-        bool ended;
-    } cases[] = {{-1, -1, false},
-                 {0, -1, false},
-                 {3, -1, false},
-                 {2, 0, false},
-                 {2 | 0x40000000, -1, false},
-                 {0x40000000, -1, false},
-                 {0x7FFFFFFF, -1, false},
-                 {-0x7FFFFFFF - 1, -1, false},
-                 {1, 2, true},
-                 {Write, -1, true}};
-    for (const auto& tried : cases) {
-        EXPECT_EQ(Media::getMediaState(tried.handle), tried.state) << tried.handle;
-        EXPECT_EQ(Media::unmountMedia(tried.handle), tried.ended) << tried.handle;
+    for (const int handle : {-1, 0, 3, 2 | WriteBit, WriteBit, 3 | WriteBit, INT_MAX, INT_MIN}) {
+        EXPECT_EQ(Media::getMediaState(handle), -1) << handle;
+        EXPECT_FALSE(Media::unmountMedia(handle)) << handle;
     }
+    EXPECT_EQ(Media::getMediaState(2), 0) << "the end of the table is nowhere mounted";
+    EXPECT_FALSE(Media::unmountMedia(2));
+    EXPECT_EQ(Media::getMediaState(Read), 2);
+    EXPECT_EQ(Media::getMediaState(Write), -1);
+    EXPECT_TRUE(Media::unmountMedia(Read));
+    EXPECT_TRUE(Media::unmountMedia(Write));
     EXPECT_EQ(take("card"), "mount rw, remount ro, remount ro");
     EXPECT_EQ(uses(), "0/0") << "never below";
 }

@@ -1,89 +1,70 @@
 #include "power/BoardProtocol.h"
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <cstddef>
+#include <vector>
 
 #include "power/SystemEvents.h"
 
 namespace {
 
+using testing::ElementsAre;
+using Numbers = std::vector<unsigned>;
+
 // The numbers as the drivers and the applications know them. They stand here a second time on
 // purpose: library and simulated devices share the header and would agree on a wrong one.
-TEST(BoardProtocolTest, NumbersAreTheDriversOwn) {
-    constexpr struct {
-        unsigned ours, theirs;
-    } Numbers[] = {
-        // Control lines and supplies
-        {board::LineLow, 0xED00},
-        {board::LineHigh, 0xED01},
-        {board::ReadLine, 0xED10},
-        {board::SetKeyboardLight, 0xED24},
-        {board::FadeKeyboardLight, 0xED25},
-        {board::SupplyOn, 0xED30},
-        {board::SupplyOff, 0xED31},
-        {board::LineFirstLed, 0},
-        {board::LineSecondLed, 1},
-        {board::LineScannerControl, 2},
-        {board::LineGprsPowerStatus, 3},
-        {board::LineMpci3V3, 4},
-        {board::LineBluetoothEnable, 4},
-        {board::LineGprsControl, 5},
-        {board::LineGprsReset, 6},
-        {board::LineBluetoothReset, 6},
-        {board::LineGprsPowerKey, 7},
-        {board::LineMpciRadio, 7},
-        {board::LineGprsDtr, 8},
-        {board::LineScannerAim, 9},
-        {board::SupplyGprs, 1},
-        {board::SupplyBluetooth, 1},
-        {board::SupplyScanner, 2},
-        // Display
-        {board::DisplayOff, 0xD300},
-        {board::DisplayOn, 0xD301},
-        {board::FreezePicture, 0xD302},
-        {board::UnfreezePicture, 0xD303},
-        {board::SetBrightness, 0xD310},
-        {board::FadeBrightness, 0xD311},
-        // Clock
-        {board::ReadTime, 0x80247009},
-        {board::SetTime, 0x4024700A},
-        {board::SetWakeAlarm, 0x4028700F},
-        {board::AlarmInterruptOn, 0x7001},
-        {board::AlarmInterruptOff, 0x7002},
-        {sizeof(board::ClockInterrupt), 4},
-        {sizeof(board::ClockTime), 36},
-        {offsetof(board::ClockTime, minute), 4},
-        {offsetof(board::ClockTime, hour), 8},
-        {offsetof(board::ClockTime, dayOfMonth), 12},
-        {offsetof(board::ClockTime, month), 16},
-        {offsetof(board::ClockTime, year), 20},
-        {offsetof(board::ClockTime, dayOfWeek), 24},
-        {offsetof(board::ClockTime, dayOfYear), 28},
-        {offsetof(board::ClockTime, daylightSaving), 32},
-        {sizeof(board::WakeAlarm), 40},
-        {offsetof(board::WakeAlarm, pending), 1},
-        {offsetof(board::WakeAlarm, time), 4},
-        // Keypad and speaker
-        {board::InputDevices, 32},
-        {board::GetEventTypes, 0x80044520},
-        {board::InputKey, 1},
-        {board::InputSound, 18},
-        {board::SoundTone, 2},
-        {sizeof(board::InputEvent), 16},
-        {offsetof(board::InputEvent, type), 8},
-        {offsetof(board::InputEvent, code), 10},
-        {offsetof(board::InputEvent, value), 12},
-        // System events
-        {events::BatteryCapacity, 16},
-        {events::BatteryEmpty, 17},
-        {events::ShutdownRequest, 31},
-        {events::Temperature, 32},
-        {events::ScannedCode, 256},
-    };
-    int number = 0;
-    for (const auto& known : Numbers)
-        EXPECT_EQ(known.ours, known.theirs) << "number " << number++;
+
+TEST(BoardProtocolTest, RequestNumbersAreTheDriversOwn) {
+    EXPECT_THAT((Numbers{board::LineLow, board::LineHigh, board::ReadLine, board::SetKeyboardLight,
+                         board::FadeKeyboardLight, board::SupplyOn, board::SupplyOff}),
+                ElementsAre(0xED00, 0xED01, 0xED10, 0xED24, 0xED25, 0xED30, 0xED31));
+    EXPECT_THAT((Numbers{board::DisplayOff, board::DisplayOn, board::FreezePicture,
+                         board::UnfreezePicture, board::SetBrightness, board::FadeBrightness}),
+                ElementsAre(0xD300, 0xD301, 0xD302, 0xD303, 0xD310, 0xD311));
+    EXPECT_THAT((Numbers{board::ReadTime, board::SetTime, board::SetWakeAlarm,
+                         board::AlarmInterruptOn, board::AlarmInterruptOff}),
+                ElementsAre(0x80247009, 0x4024700A, 0x4028700F, 0x7001, 0x7002));
+    EXPECT_THAT((Numbers{board::GetEventTypes, board::InputDevices, board::InputKey,
+                         board::InputSound, board::SoundTone}),
+                ElementsAre(0x80044520, 32, 1, 0x12, 2));
+    EXPECT_THAT((Numbers{events::BatteryCapacity, events::BatteryEmpty, events::ShutdownRequest,
+                         events::Temperature, events::ScannedCode}),
+                ElementsAre(16, 17, 31, 32, 256));
+}
+
+TEST(BoardProtocolTest, LinesAndSuppliesAreWiredAsOnTheBoard) {
+    EXPECT_THAT((Numbers{board::LineFirstLed, board::LineSecondLed, board::LineScannerControl,
+                         board::LineGprsPowerStatus, board::LineMpci3V3, board::LineGprsControl,
+                         board::LineGprsReset, board::LineGprsPowerKey, board::LineGprsDtr,
+                         board::LineScannerAim}),
+                ElementsAre(0, 1, 2, 3, 4, 5, 6, 7, 8, 9));
+    // Shared wires
+    EXPECT_THAT(
+        (Numbers{board::LineBluetoothEnable, board::LineBluetoothReset, board::LineMpciRadio}),
+        ElementsAre(4, 6, 7));
+    EXPECT_THAT((Numbers{board::SupplyGprs, board::SupplyBluetooth, board::SupplyScanner}),
+                ElementsAre(1, 1, 2));
+}
+
+TEST(BoardProtocolTest, RecordsAreLaidOutAsInA32BitKernel) {
+    using board::ClockTime;
+    using board::InputEvent;
+    using board::WakeAlarm;
+    EXPECT_THAT((Numbers{offsetof(ClockTime, second), offsetof(ClockTime, minute),
+                         offsetof(ClockTime, hour), offsetof(ClockTime, dayOfMonth),
+                         offsetof(ClockTime, month), offsetof(ClockTime, year),
+                         offsetof(ClockTime, dayOfWeek), offsetof(ClockTime, dayOfYear),
+                         offsetof(ClockTime, daylightSaving), sizeof(ClockTime)}),
+                ElementsAre(0, 4, 8, 12, 16, 20, 24, 28, 32, 36));
+    EXPECT_THAT((Numbers{offsetof(WakeAlarm, enabled), offsetof(WakeAlarm, pending),
+                         offsetof(WakeAlarm, time), sizeof(WakeAlarm)}),
+                ElementsAre(0, 1, 4, 40));
+    EXPECT_THAT((Numbers{offsetof(InputEvent, type), offsetof(InputEvent, code),
+                         offsetof(InputEvent, value), sizeof(InputEvent)}),
+                ElementsAre(8, 10, 12, 16));
+    EXPECT_EQ(sizeof(board::ClockInterrupt), 4U);
 }
 
 TEST(BoardProtocolTest, PathsAreTheDriversOwn) {

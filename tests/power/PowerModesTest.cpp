@@ -41,10 +41,7 @@ private:
 
 class PowerModesTest : public test::PoweredTest {
 protected:
-    PowerModesTest() {
-        holdTime();
-        restart();
-    }
+    PowerModesTest() { holdTime(); }
 
     void enterQuietly(PowerState state) {
         power().setPowerMode(state);

@@ -8,7 +8,6 @@
 #include <string>
 #include <vector>
 
-#include "foundation/PowerEventListener.h"
 #include "io/Media.h"
 #include "power/PowerManager.h"
 #include "support/TerminalTest.h"
@@ -19,13 +18,11 @@ using namespace std::chrono_literals;
 using std::string;
 using testing::ElementsAre;
 using testing::HasSubstr;
-using testing::StartsWith;
 
 class SystemMonitorTest : public test::PoweredTest {
 protected:
     SystemMonitorTest() {
         holdTime();
-        restart();
         EXPECT_TRUE(SystemMonitor::initialize());
     }
     ~SystemMonitorTest() override {
@@ -90,8 +87,6 @@ TEST_F(SystemMonitorTest, LeftAloneTheTerminalStepsDownToSuspendAndAtLastAsksToB
     ASSERT_NE(terminal.journal().await("app: event 31 0", 0, test::HostLimit), 0U);
     SystemMonitor::shutdown();
     EXPECT_EQ(terminal.journal().history("oled"), "fade 127, fade 0, fade 0, off, brightness 0");
-    const string suspends = terminal.journal().history("rtc");
-    EXPECT_THAT(suspends, StartsWith("alarm in 900 s, alarm in 900 s, alarm in 900 s, alarm in "));
     EXPECT_GE(terminal.power().suspends(), 4);
     const string all = terminal.journal().history("app");
     EXPECT_THAT(all, HasSubstr("event 16 100"));
@@ -202,25 +197,6 @@ TEST_F(SystemMonitorTest, WithUsbConnectedTheTerminalNeitherSuspendsNorShutsDown
     tick(1);
     EXPECT_EQ(power().getCurrentState(), POWER_ON) << "and so is unplugging";
     EXPECT_EQ(power().getIdleDuration(), 0);
-}
-
-TEST_F(SystemMonitorTest, AVetoedSuspendIsTriedAgainOnTheNextTick) {
-    class Busy : public PowerEventListener {
-    public:
-        bool powerStateChange(PowerState, PowerState to) override {
-            return to != POWER_SUSPEND || ++asked > 2;
-        }
-        int asked = 0;
-    };
-    Busy listener;
-    power().addListener(&listener);
-    beIdle(POWER_DISPLAY_OFF, 60);
-    tick(2);
-    EXPECT_EQ(power().getCurrentState(), POWER_DISPLAY_OFF);
-    EXPECT_EQ(terminal.power().suspends(), 0);
-    tick(1);
-    EXPECT_EQ(terminal.power().suspends(), 1);
-    power().removeListener(&listener);
 }
 
 TEST_F(SystemMonitorTest, BatteryAndTemperatureAreReportedAtTheirIntervalsAcrossEveryWrap) {

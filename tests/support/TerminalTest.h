@@ -137,13 +137,6 @@ protected:
         return 0ns;
     }
 
-    /// From now on time passes only with pass(): no busy machine adds to it.
-    void holdTime() {
-        terminal.clock().setMonotonic(1000s);
-        terminal.clock().setWall(1700000000s);
-        terminal.clock().setSpeed(1e-6);
-    }
-
     /// Time passes, at once.
     void pass(std::chrono::milliseconds duration) {
         sim::Clock& clock = terminal.clock();
@@ -169,6 +162,17 @@ protected:
     void restart() {
         EXPECT_TRUE(PowerManager::deinitPowerManager());
         start();
+    }
+
+    /// Restarts on clocks that only pass() advances: no busy machine adds to them.
+    void holdTime() {
+        constexpr auto Now = 1700000000s;
+        terminal.clock().setMonotonic(1000s);
+        terminal.clock().setWall(Now);
+        terminal.clock().setSpeed(1e-6);
+        restart();
+        EXPECT_TRUE(power().rtcSetTime(Now.count()));  // their seconds begin together
+        terminal.journal().clear();
     }
 
     static PowerManager& power() { return *PowerManager::getPowerManager(); }

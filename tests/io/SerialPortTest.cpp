@@ -1,0 +1,341 @@
+#include "io/SerialPort.h"
+
+#include <gtest/gtest.h>
+#include <pthread.h>
+#include <sys/ioctl.h>
+#include <unistd.h>
+
+#include <array>
+#include <atomic>
+#include <cerrno>
+#include <csignal>
+#include <cstdlib>
+#include <cstring>
+#include <string>
+
+#include "support/Resources.h"
+#include "support/TerminalTest.h"
+
+namespace {
+
+using namespace std::chrono_literals;
+using std::string;
+
+constexpr char Path[] = "/dev/ttyAT2";
+
+class SerialPortTest : public test::TerminalTest {
+protected:
+    sim::SerialLine& line() { return terminal.barcodeLine(); }
+
+    /// Bits, parity, stop bits, flow control or speed by initial and value; else opens again.
+    bool set(const string& setting) {
+        const int value = atoi(setting.c_str() + 1);
+        switch (setting[0]) {
+        case 'b': return port.setCharBits(value);
+        case 'p': return port.setParity(S_PARITY_CONTROL(value));
+        case 's': return port.setStopBits(value);
+        case 'f': return port.setFlowControl(S_FLOW_CONTROL(value));
+        case 'v': return port.setSpeed(static_cast<unsigned long>(value));
+        default: return port.reOpen();
+        }
+    }
+
+    /// The port as most drivers have it.
+    void openPlain() {
+        ASSERT_TRUE(port.open(Path) && set("v9600") && set("b8") && set("p0") && set("s1") &&
+                    set("f0"));
+        ASSERT_EQ(line().settings(), "9600 8N1");
+    }
+
+    test::NotingPeer farEnd{line(), terminal.journal()};
+    SerialPort port;
+};
+
+TEST_F(SerialPortTest, EverySpeedOfTheTableReachesBothDirectionsAndNoOtherChangesAnything) {
+    constexpr struct {
+        unsigned long baud;
+        speed_t code;
+    } Speeds[] = {{110, B110},     {300, B300},     {600, B600},      {1200, B1200},
+                  {2400, B2400},   {4800, B4800},   {9600, B9600},    {19200, B19200},
+                  {38400, B38400}, {57600, B57600}, {115200, B115200}};
+    openPlain();
+    for (const auto& speed : Speeds) {
+        EXPECT_TRUE(port.setSpeed(speed.baud));
+        const termios now = line().attributes();
+        EXPECT_EQ(cfgetispeed(&now), speed.code) << speed.baud;
+        EXPECT_EQ(cfgetospeed(&now), speed.code) << speed.baud;
+    }
+    const int calls = terminal.faults().calls();
+    for (const unsigned long baud : {0UL, 75UL, 150UL, 200UL, 1800UL, 9601UL, 230400UL, 460800UL,
+                                     static_cast<unsigned long>(B9600), ~0UL})
+        EXPECT_FALSE(port.setSpeed(baud)) << baud;
+    EXPECT_EQ(terminal.faults().calls(), calls);
+    EXPECT_EQ(line().settings(), "115200 8N1");
+}
+
+TEST_F(SerialPortTest, EachSettingReachesTheLineAndLeavesTheOthers) {
+    openPlain();
+    for (const string step :
+         {"p1 9600 8O1", "p2 9600 8E1", "b5 9600 5E1", "b6 9600 6E1", "s2 9600 6E2", "b7 9600 7E2",
+          "f1 9600 7E2 xonxoff", "f2 9600 7E2 rtscts", "f3 9600 7E2 rtscts xonxoff",
+          "p0 9600 7N2 rtscts xonxoff", "s1 9600 7N1 rtscts xonxoff", "f0 9600 7N1",
+          "b8 9600 8N1"}) {
+        EXPECT_TRUE(set(step)) << step;
+        EXPECT_EQ(line().settings(), step.substr(3));
+    }
+}
+
+TEST_F(SerialPortTest, ARefusedValueIsNotAppliedButItsFieldGoesClearedWithTheNextSetting) {
+    constexpr struct {
+        const char *refused, *next, *after;
+    } Cases[] = {
+        {"b9", "s1", "9600 5E1 rtscts xonxoff"},    {"b4", "v300", "300 5E2 rtscts xonxoff"},
+        {"b-1", "b7", "9600 7E2 rtscts xonxoff"},   {"p3", "b7", "9600 7N2 rtscts xonxoff"},
+        {"p-1", "open", "9600 8N2 rtscts xonxoff"}, {"s0", "b7", "9600 7E1 rtscts xonxoff"},
+        {"s3", "p1", "9600 8O1 rtscts xonxoff"},    {"f4", "s1", "9600 8E1"},
+        {"f-1", "f2", "9600 8E2 rtscts"},
+    };
+    openPlain();
+    for (const auto& refusal : Cases) {
+        EXPECT_TRUE(set("v9600") && set("b8") && set("p2") && set("s2") && set("f3"));
+        EXPECT_FALSE(set(refusal.refused)) << refusal.refused;
+        EXPECT_EQ(line().settings(), "9600 8E2 rtscts xonxoff");
+        EXPECT_TRUE(set(refusal.next)) << refusal.refused;
+        EXPECT_EQ(line().settings(), refusal.after);
+        EXPECT_TRUE(set("v1200"));
+        EXPECT_EQ(line().settings(), "1200" + string(strchr(refusal.after, ' '))) << "only once";
+    }
+}
+
+TEST_F(SerialPortTest, AFirstOpenSetsRawModeWithEverythingOnAtSpeedZero) {
+    ASSERT_TRUE(port.open(Path));
+    const termios now = line().attributes();
+    EXPECT_EQ(now.c_iflag, tcflag_t(IGNBRK | IXON | IXANY | IXOFF));
+    EXPECT_EQ(now.c_oflag, 0U);
+    EXPECT_EQ(now.c_lflag, 0U);
+    EXPECT_EQ(now.c_cflag,
+              tcflag_t(CREAD | HUPCL | CLOCAL | CS8 | CSTOPB | PARENB | PARODD | CRTSCTS));
+    for (int character = 0; character < NCCS; ++character)
+        EXPECT_EQ(now.c_cc[character], character == VMIN ? 1 : 0) << character;
+}
+
+TEST_F(SerialPortTest, SettingsOutliveEveryReopeningAndAClosedPortGoesBackWithoutHardwareFlow) {
+    openPlain();
+    EXPECT_TRUE(set("v57600") && set("p2") && set("f2") && port.reOpen());
+    EXPECT_EQ(line().settings(), "57600 8E1 rtscts");
+    EXPECT_TRUE(port.close());
+    EXPECT_FALSE(line().isOpen());
+    EXPECT_EQ(line().settings(), "57600 8E1");
+    EXPECT_TRUE(port.open(Path));
+    EXPECT_EQ(line().settings(), "57600 8E1 rtscts");
+}
+
+TEST_F(SerialPortTest, AMissingNodeIsRememberedAndOpenedOnceItIsThere) {
+    terminal.setPresent(Path, false);
+    EXPECT_FALSE(port.open(Path));
+    EXPECT_FALSE(port.reOpen());
+    EXPECT_FALSE(port.isPortOpen());
+    terminal.setPresent(Path, true);
+    EXPECT_TRUE(port.reOpen());
+    EXPECT_EQ(line().settings(), "0 8O2 rtscts xonxoff");
+    EXPECT_FALSE(port.open(nullptr) || port.open(""));
+    EXPECT_FALSE(line().isOpen());
+}
+
+TEST_F(SerialPortTest, AClosedPortAnswersEveryCallAtOnce) {
+    for (int round = 0; round < 2; ++round) {
+        char byte = 0;
+        EXPECT_FALSE(port.isPortOpen() || port.isInputPending(-1) || port.getCTS());
+        EXPECT_EQ(port.numInputPending(-1), 0);
+        EXPECT_EQ(port.readData(&byte, 1), -1);
+        EXPECT_EQ(port.writeData(&byte, 1), -1);
+        EXPECT_EQ(port.flushInput() + port.flushOutput() + port.drainOutput(), -3);
+        port.setRTS(true);
+        port.setDTR(true);
+        port.sendBreak();
+        EXPECT_FALSE(port.close());
+        openPlain();
+        EXPECT_TRUE(port.close());
+    }
+}
+
+TEST_F(SerialPortTest, AHangUpEndsAWaitAndIsRememberedUntilThePortIsOpenedAgain) {
+    openPlain();
+    const auto remembersHangUp = [&] {
+        const int calls = terminal.faults().calls();
+        EXPECT_FALSE(port.isPortOpen());
+        return terminal.faults().calls() == calls;  // it knows without asking
+    };
+    auto pending = test::inBackground([&] { return port.isInputPending(-1); });
+    line().hangUp();
+    EXPECT_FALSE(pending.get());
+    EXPECT_TRUE(remembersHangUp());
+    EXPECT_FALSE(port.isInputPending(-1));
+    EXPECT_EQ(port.numInputPending(-1), 0);
+
+    EXPECT_TRUE(port.reOpen());
+    EXPECT_EQ(line().settings(), "9600 8N1");
+    line().send("ab");
+    EXPECT_TRUE(port.isInputPending(-1));
+    EXPECT_EQ(port.numInputPending(0), 2);
+    line().hangUp();
+    EXPECT_TRUE(test::soon([&] { return port.numInputPending(0) == 0; })) << "with input unread";
+    EXPECT_TRUE(remembersHangUp());
+    EXPECT_TRUE(port.reOpen());
+    EXPECT_FALSE(remembersHangUp());
+    line().hangUp();
+    EXPECT_TRUE(test::soon([&] { return remembersHangUp(); }));
+}
+
+TEST_F(SerialPortTest, OnlyAnErrorConditionMakesThePortAnswerThatItIsOpen) {
+    const int next = ::dup(0);  // the number that the port will have
+    ::close(next);
+    openPlain();
+    EXPECT_FALSE(port.isPortOpen()) << "quiet";
+    line().send("x");
+    EXPECT_TRUE(port.isInputPending(-1));
+    EXPECT_FALSE(port.isPortOpen()) << "input is not asked for";
+    terminal.faults().fail("poll", Path, EIO);
+    EXPECT_FALSE(port.isPortOpen()) << "failed";
+    terminal.faults().fail("poll", Path, EINTR, 0, 3);
+    const int calls = terminal.faults().calls();
+    EXPECT_FALSE(port.isPortOpen());
+    EXPECT_EQ(terminal.faults().calls(), calls + 4) << "asks again after a signal";
+    ::close(next);  // taken away: an error condition
+    EXPECT_TRUE(port.isPortOpen());
+    EXPECT_TRUE(port.isInputPending(0));
+    EXPECT_FALSE(port.close());
+}
+
+TEST_F(SerialPortTest, InputIsCountedOrStandsForOneByteAndIsReadAsItComes) {
+    openPlain();
+    EXPECT_EQ(port.numInputPending(0), 0);
+    EXPECT_FALSE(port.isInputPending(1));
+    line().send("12345");
+    EXPECT_EQ(port.numInputPending(-1), 5);
+    terminal.faults().fail("ioctl", Path, EIO);
+    EXPECT_EQ(port.numInputPending(0), 1);
+    terminal.faults().fail("poll", Path, EBADF, 0, 2);
+    EXPECT_EQ(port.numInputPending(-1), 0);
+    EXPECT_FALSE(port.isInputPending(-1));
+
+    std::array<char, 8> buffer{};
+    EXPECT_EQ(port.readData(buffer.data(), 3), 3) << "one read, as much as asked for";
+    EXPECT_EQ(port.readData(buffer.data() + 3, 5), 2);
+    EXPECT_STREQ(buffer.data(), "12345");
+    const int calls = terminal.faults().calls();
+    auto blocked = test::inBackground([&] { return port.readData(buffer.data(), 8); });
+    ASSERT_TRUE(test::soon([&] { return terminal.faults().calls() > calls; }));
+    line().send("A");
+    EXPECT_EQ(blocked.get(), 1) << "a read waits for a byte";
+    terminal.faults().fail("read", Path, EIO);
+    EXPECT_EQ(port.readData(buffer.data(), 1), -1);
+}
+
+std::atomic<std::chrono::steady_clock::rep> interruptedAt{0};
+
+void noteInterruption(int) {
+    interruptedAt = std::chrono::steady_clock::now().time_since_epoch().count();
+}
+
+TEST_F(SerialPortTest, ASignalDuringAWaitStartsItsTimeOutAgain) {
+    constexpr auto Wait = 300ms;
+    struct sigaction action {};
+    struct sigaction former {};
+    action.sa_handler = noteInterruption;  // without SA_RESTART
+    sigaction(SIGUSR1, &action, &former);
+    openPlain();
+    for (const bool counting : {false, true}) {
+        interruptedAt = 0;
+        std::atomic<pthread_t> waiter{};
+        const int calls = terminal.faults().calls();
+        auto end = test::inBackground([&] {
+            waiter = pthread_self();
+            EXPECT_FALSE(counting ? port.numInputPending(Wait.count()) != 0
+                                  : port.isInputPending(Wait.count()));
+            return std::chrono::steady_clock::now().time_since_epoch();
+        });
+        ASSERT_TRUE(test::soon([&] { return terminal.faults().calls() > calls; }));
+        pthread_kill(waiter, SIGUSR1);
+        ASSERT_TRUE(test::soon([] { return interruptedAt != 0; }));
+        EXPECT_GE(end.get() - std::chrono::steady_clock::duration(interruptedAt), Wait);
+    }
+    sigaction(SIGUSR1, &former, nullptr);
+}
+
+TEST_F(SerialPortTest, ModemLinesAreReadAndSetOneByOne) {
+    openPlain();
+    EXPECT_TRUE(port.getCTS());
+    line().setModemLine(TIOCM_CTS, false);
+    EXPECT_FALSE(port.getCTS());
+    constexpr int Outputs = TIOCM_RTS | TIOCM_DTR;
+    port.setRTS(false);
+    EXPECT_EQ(line().modemLines() & Outputs, TIOCM_DTR);
+    port.setDTR(false);
+    EXPECT_EQ(line().modemLines() & Outputs, 0);
+    port.setRTS(true);
+    EXPECT_EQ(line().modemLines() & Outputs, TIOCM_RTS);
+    terminal.faults().fail("ioctl", Path, EIO, 0, 2);
+    port.setDTR(true);
+    EXPECT_FALSE(port.getCTS());
+    EXPECT_EQ(line().modemLines() & Outputs, TIOCM_RTS) << "nothing is set from lines not read";
+    port.setDTR(true);
+    EXPECT_EQ(line().modemLines() & Outputs, Outputs);
+}
+
+TEST_F(SerialPortTest, DrainingWaitsForTheFarEndAndFlushingDiscards) {
+    openPlain();
+    EXPECT_EQ(port.writeData("hello", 5), 5);
+    EXPECT_EQ(port.drainOutput(), 0);
+    EXPECT_EQ(take("line"), "hello");
+    line().send("noise");
+    EXPECT_TRUE(port.isInputPending(-1));
+    EXPECT_EQ(port.flushInput(), 0);
+    EXPECT_EQ(port.numInputPending(0), 0);
+    EXPECT_EQ(port.flushOutput(), 0);
+    port.sendBreak();
+    EXPECT_EQ(take("barcode"), "break");
+    for (const char* call : {"tcflush", "tcdrain", "write"})
+        terminal.faults().fail(call, Path, EIO);
+    EXPECT_EQ(port.flushInput(), -1);
+    EXPECT_EQ(port.drainOutput(), -1);
+    EXPECT_EQ(port.writeData("x", 1), -1);
+}
+
+TEST_F(SerialPortTest, WhicheverSystemCallFailsThePortAnswersAndKeepsNoDescriptor) {
+    const auto procedure = [&](SerialPort& tried) {
+        const bool opened = tried.open(Path);
+        const bool reopened = tried.reOpen();
+        EXPECT_TRUE(opened || reopened) << "one call fails, not two";
+        EXPECT_TRUE(tried.setSpeed(9600) && tried.setCharBits(8) && tried.setStopBits(1) &&
+                    tried.setParity(S_PARITY_NONE) && tried.setFlowControl(S_FLOW_NONE));
+        tried.setRTS(true);
+        tried.getCTS();
+        tried.isInputPending(0);
+        tried.numInputPending(0);
+        tried.flushInput();
+        tried.drainOutput();
+        tried.close();
+        EXPECT_FALSE(line().isOpen());
+        tried.reOpen();
+    };
+    const long before = test::openDescriptors();
+    sim::Faults& faults = terminal.faults();
+    int calls = 1;
+    for (int failing = 1; failing <= calls; ++failing) {
+        for (const int error : {EIO, EINTR}) {
+            faults.clear();
+            faults.failNth(failing, error);
+            {
+                SerialPort tried;
+                procedure(tried);
+            }
+            calls = faults.calls();
+            EXPECT_EQ(faults.failed(), 1) << failing;
+            EXPECT_EQ(test::openDescriptors(), before) << "call " << failing;
+        }
+    }
+    EXPECT_GT(calls, 25);
+}
+
+}  // namespace

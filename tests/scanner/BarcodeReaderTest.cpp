@@ -1,0 +1,283 @@
+#include "scanner/BarcodeReader.h"
+
+#include <gtest/gtest.h>
+
+#include <cerrno>
+#include <functional>
+#include <memory>
+#include <string>
+#include <string_view>
+#include <utility>
+
+#include "power/SystemEvents.h"
+#include "support/Resources.h"
+#include "support/TerminalTest.h"
+
+namespace {
+
+using namespace std::chrono_literals;
+using std::string;
+
+constexpr char Path[] = "/dev/ttyAT2";
+
+// At this speed an idle worker looks at its line every 4 ms of the host's time.
+constexpr double Fast = 50;
+// At this one the gap that ends a burst lasts 5 seconds of it, so that no busy machine makes one.
+constexpr double Slow = 0.02;
+
+class BarcodeReaderTest : public test::PoweredTest {
+protected:
+    BarcodeReaderTest() { terminal.clock().setSpeed(Fast); }
+    ~BarcodeReaderTest() override { terminal.clock().setSpeed(Fast); }
+
+    sim::BarcodeEngine& engine() { return terminal.barcode(); }
+    sim::Faults& faults() { return terminal.faults(); }
+
+    void initialize() {
+        ASSERT_TRUE(reader.initialize());
+        takeLines();
+    }
+
+    bool await(const string& line) {
+        return terminal.journal().await(line, 0, test::HostLimit) != 0;
+    }
+
+    /// Waits until the worker has made so many calls more since the burst was sent.
+    void awaitCalls(int count, std::string_view burst = {}) {
+        const int before = faults().calls();
+        engine().transmit(burst);
+        ASSERT_TRUE(test::soon([&] { return faults().calls() >= before + count; }));
+    }
+
+    /// What the window is told of a burst that is delivered.
+    string delivered(std::string_view burst) {
+        takeLines();
+        engine().transmit(burst);
+        await("app: ");
+        return take("app");
+    }
+
+    BarcodeReader reader;
+};
+
+TEST_F(BarcodeReaderTest, InitializingPowersSetsUpAndAddressesTheEngineOnce) {
+    const test::NotingPeer engineItself(terminal.barcodeLine(), terminal.journal());
+    EXPECT_TRUE(reader.initialize());
+    EXPECT_GE(between("pwrctrl: supply 2 on", "line: \x1BYM\r"), 100ms);
+    EXPECT_THAT(takeLines(), testing::ElementsAre("pwrctrl: line 9 high", "pwrctrl: line 2 low",
+                                                  "pwrctrl: supply 2 on", "line: \x1BYM\r"));
+    EXPECT_EQ(terminal.barcodeLine().settings(), "9600 8N1");
+    EXPECT_FALSE(reader.initialize());
+    EXPECT_TRUE(reader.initRead());
+    EXPECT_TRUE(reader.startRead());
+    EXPECT_TRUE(reader.stopRead());
+    EXPECT_TRUE(reader.shutdown());
+    EXPECT_THAT(takeLines(), testing::ElementsAre("pwrctrl: line 9 low", "pwrctrl: line 9 high",
+                                                  "line: \x1BZ\r", "pwrctrl: line 9 high",
+                                                  "line: \x1BY\r", "pwrctrl: line 2 high",
+                                                  "pwrctrl: line 9 low", "pwrctrl: supply 2 off"));
+}
+
+TEST_F(BarcodeReaderTest, AFailedInitializationIsNotTriedAgainBeforeAShutdown) {
+    terminal.setPresent(Path, false);
+    EXPECT_FALSE(reader.initialize());
+    terminal.setPresent(Path, true);
+    takeLines();
+    EXPECT_FALSE(reader.initialize());
+    EXPECT_EQ(take("pwrctrl"), "");
+    EXPECT_TRUE(reader.shutdown());
+    EXPECT_TRUE(reader.initialize());
+    EXPECT_TRUE(reader.shutdown());
+    EXPECT_TRUE(reader.shutdown()) << "powers down once more";
+    faults().fail("ioctl", "/dev/pwrctrl", EIO);
+    EXPECT_FALSE(reader.shutdown());
+}
+
+TEST_F(BarcodeReaderTest, WhicheverCallFailsInitializingEndsAndLeavesNothingBehind) {
+    const long descriptors = test::openDescriptors();
+    const long threads = test::runningThreads();
+    const auto noneIsLeft = [&] {
+        return test::soon([&] {
+            return test::openDescriptors() == descriptors && test::runningThreads() == threads;
+        });
+    };
+    int refusals = 0;
+    for (int failing = 1; failing <= 25; ++failing) {
+        faults().clear();
+        faults().failNth(failing, EIO);
+        auto tried = std::make_unique<BarcodeReader>();
+        refusals += tried->initialize() ? 0 : 1;
+        tried->startRead();
+        EXPECT_FALSE(tried->initialize());
+        tried.reset();
+        EXPECT_TRUE(noneIsLeft()) << "call " << failing;
+    }
+    EXPECT_EQ(refusals, 3 + 1 + 1) << "the power-up's steps, the port and the worker";
+    faults().clear();
+    faults().fail("", "", EIO, 0, 1000000);
+    EXPECT_FALSE(reader.initialize());
+    EXPECT_FALSE(reader.initRead());
+    reader.startRead();
+    reader.stopRead();
+    EXPECT_FALSE(reader.shutdown());
+    faults().clear();
+    EXPECT_TRUE(noneIsLeft());
+}
+
+TEST_F(BarcodeReaderTest, ACodeIsDeliveredWithoutItsWhiteSpaceUnlessItIsTooShortOrTooLong) {
+    const string digits(70, '7');
+    const struct {
+        string burst, code;  // "": dropped
+    } cases[] = {
+        {"4006381333931\r\n", "4006381333931"},
+        {"  12345\r\n", "12345"},
+        {" \t\v\f\r\nA B\tC \t\v\f\r\n", "A B\tC"},
+        {"12", "12"},
+        {"\x01\xFE", "\x01\xFE"},
+        {string("12\0"
+                "345",
+                6),
+         "12"},  // a text ends there
+        {"7\r\n", ""},
+        {" 7 ", ""},
+        {"7", ""},
+        {" \t\v\f\r\n", ""},
+        {"\r\n", ""},
+        {digits.substr(0, 62), digits.substr(0, 62)},
+        {digits.substr(0, 61) + "\r\n", digits.substr(0, 61)},
+        {digits.substr(0, 63), digits.substr(0, 63)},
+        {digits.substr(0, 62) + "\r\n", ""},
+        {digits.substr(0, 64), ""},
+        {digits, ""},
+        {digits + digits + digits.substr(0, 60), ""},
+        {string(126, ' ') + "12345", ""},
+    };
+    initialize();
+    for (const auto& tried : cases) {
+        if (tried.code.empty())
+            awaitCalls(20, tried.burst);  // the worker has ended the burst and looks for the next
+        else
+            EXPECT_EQ(delivered(tried.burst), "scan " + tried.code);
+        EXPECT_EQ(delivered("next\r\n"), "scan next") << tried.burst;
+    }
+}
+
+TEST_F(BarcodeReaderTest, ABurstInPiecesIsOneCodeUnlessAGapOf100MsComesBetween) {
+    const string code = "4006381333931";
+    initialize();
+    for (size_t cut = 1; cut < code.size(); ++cut) {
+        terminal.clock().setSpeed(Slow);
+        awaitCalls(1);                       // the worker waits slowly from now on
+        awaitCalls(3, code.substr(0, cut));  // it has looked, read, and waits for more
+        terminal.clock().setSpeed(Fast);
+        EXPECT_EQ(delivered(code.substr(cut)), "scan " + code) << cut;
+    }
+    EXPECT_EQ(delivered(code.substr(0, 7)), "scan 4006381");
+    EXPECT_EQ(delivered(code.substr(7)), "scan 333931");
+}
+
+TEST_F(BarcodeReaderTest, StartAndStopAreSentOnceAndACodeEndsTheScan) {
+    initialize();
+    EXPECT_TRUE(reader.stopRead()) << "nothing to stop";
+    EXPECT_TRUE(reader.startRead());
+    EXPECT_TRUE(reader.startRead());
+    EXPECT_TRUE(engine().isScanning());
+    EXPECT_TRUE(reader.stopRead());
+    EXPECT_TRUE(reader.stopRead());
+    EXPECT_EQ(take("barcode"), "command ESC Z CR, command ESC Y CR");
+
+    engine().present("4006381333931");
+    EXPECT_TRUE(reader.startRead());
+    EXPECT_TRUE(await("app: scan 4006381333931"));
+    EXPECT_TRUE(reader.stopRead()) << "the engine has stopped by itself";
+    EXPECT_TRUE(reader.startRead());
+    EXPECT_EQ(take("barcode"), "command ESC Z CR, read 4006381333931, command ESC Z CR");
+}
+
+TEST_F(BarcodeReaderTest, AScanThatFindsNothingIsStopped5SecondsAfterTheLastTrigger) {
+    test::EventThread events;
+    for (const bool silent : {false, true}) {
+        engine().setSilent(silent);
+        ASSERT_TRUE(reader.initialize());
+        EXPECT_TRUE(reader.startRead());
+        takeLines();
+        EXPECT_TRUE(reader.startRead());
+        EXPECT_TRUE(await(silent ? "pwrctrl: line 9 high" : "barcode: command ESC Y CR"));
+        if (!silent) {
+            EXPECT_GE(between("pwrctrl: line 9 high", "barcode: command ESC Y CR"), 5s);
+        }
+        EXPECT_TRUE(reader.shutdown());
+    }
+    engine().setSilent(false);
+    ASSERT_TRUE(reader.initialize());
+    engine().present("12345");
+    EXPECT_TRUE(reader.startRead());
+    EXPECT_TRUE(await("app: scan 12345"));
+    takeLines();
+    awaitCalls(60);  // more than 5 seconds
+    EXPECT_EQ(take("barcode"), "") << "a code ends the time";
+}
+
+TEST_F(BarcodeReaderTest, AHungUpLineKeepsTheWorkerWaitingAndOneWithErrorsTrying) {
+    initialize();
+    terminal.barcodeLine().hangUp();
+    awaitCalls(20);
+    const auto now = terminal.clock().monotonic();
+    awaitCalls(10);
+    EXPECT_GE(terminal.clock().monotonic() - now, 1s) << "and not spinning";
+    EXPECT_TRUE(reader.startRead());
+    EXPECT_TRUE(reader.shutdown());
+    initialize();
+    EXPECT_EQ(delivered("12345"), "scan 12345");
+    faults().fail("read", Path, EIO);
+    EXPECT_EQ(delivered("67890"), "scan 67890") << "read again after the error";
+}
+
+TEST_F(BarcodeReaderTest, AWorkerAskedToStopDropsTheCodeThatItCannotDeliver) {
+    initialize();
+    {
+        const events::WindowingGuard windowing;
+        awaitCalls(3, "12345\r\n");
+        EXPECT_TRUE(reader.shutdown());
+    }
+    EXPECT_EQ(take("app"), "");
+    initialize();
+    EXPECT_EQ(delivered("67890\r\n"), "scan 67890");
+}
+
+TEST_F(BarcodeReaderTest, ItMayBeShutDownByAnyCallbackEvenByTheDeliveryOfACode) {
+    const long descriptors = test::openDescriptors();
+    // Under the lock no callback runs that is taken away.
+    const auto setCallbacks = [&](std::function<void()> onKey, std::function<void()> onScan) {
+        const events::WindowingGuard windowing;
+        window.onKey = std::move(onKey);
+        window.onScan = std::move(onScan);
+    };
+    {
+        test::EventThread events;
+        setCallbacks([&] { EXPECT_TRUE(reader.shutdown()); }, nullptr);
+        initialize();
+        awaitCalls(3, "12345\r\n");  // the code may be under way to the window
+        GuiLibrary::postKey(28, true);
+        EXPECT_TRUE(await("pwrctrl: supply 2 off"));
+
+        setCallbacks(nullptr, [&] { EXPECT_TRUE(reader.shutdown()); });
+        for (int round = 0; round < 3; ++round) {
+            initialize();
+            engine().transmit("67890\r\n");
+            EXPECT_TRUE(await("pwrctrl: supply 2 off"));
+        }
+    }
+    {
+        BarcodeReader shortLived;
+        setCallbacks(nullptr, [&] { shortLived.shutdown(); });
+        EXPECT_TRUE(shortLived.initialize());
+        takeLines();
+        engine().transmit("67890\r\n");
+        EXPECT_TRUE(await("pwrctrl: supply 2 off"));
+    }
+    setCallbacks(nullptr, nullptr);
+    EXPECT_EQ(test::openDescriptors(), descriptors);
+}
+
+}  // namespace
