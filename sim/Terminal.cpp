@@ -46,9 +46,12 @@ Terminal::Terminal(const std::string& folder)
     engineLine->connect(engine.get());
     control->onSupply(board::SupplyScanner, [this](bool on) { engine->setPowered(on); });
     connectRadio();
+    connectWlan();
 
     root.makeFolder("/etc/ppp");
     root.makeFolder("/var/run");
+    root.makeFolder("/tmp");
+    root.makeFolder("/data");
     batteryMillivolts.set(4200);
     temperatureInput.set(2200);
     lightInput.set(20);
@@ -74,6 +77,7 @@ Terminal::~Terminal() {
     currentTerminal = nullptr;
     if (isInherited())
         return;
+    externalPrograms.shutDown();
     Descriptors::get().forgetAll();
     engineLine->shutDown();
     radioLine->shutDown();
@@ -89,6 +93,21 @@ void Terminal::connectRadio() {
     control->onLine(board::LineGprsPowerKey, [&](bool level) { module.setPowerKey(level); });
     control->onLine(board::LineGprsDtr, [&](bool level) { module.setDtr(level); });
     control->onReading(board::LineGprsPowerStatus, [&] { return module.readStatus(); });
+}
+
+void Terminal::connectWlan() {
+    control->onLine(board::LineMpci3V3, [this](bool on) { wlanAdapter.setPower(on); });
+    control->onLine(board::LineMpciRadio, [this](bool on) { wlanAdapter.setRadio(on); });
+    kernelModules.serve(externalPrograms);
+}
+
+NetworkInterface* Terminal::findInterface(const std::string& name) {
+    for (NetworkInterface* const interface :
+         std::initializer_list<NetworkInterface*>{&wlanAdapter}) {
+        if (interface->name() == name)
+            return interface;
+    }
+    return nullptr;
 }
 
 Terminal* Terminal::current() { return currentTerminal; }
@@ -136,6 +155,7 @@ std::vector<std::unique_lock<std::mutex>> Terminal::holdForFork() {
     held.emplace_back(mutex);
     held.push_back(memoryCard->hold());
     held.push_back(faultRules.hold());
+    held.push_back(externalPrograms.hold());
     return held;
 }
 

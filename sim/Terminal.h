@@ -12,18 +12,23 @@
 #include "sim/Clock.h"
 #include "sim/Faults.h"
 #include "sim/Journal.h"
+#include "sim/Programs.h"
 #include "sim/RootFolder.h"
 #include "sim/devices/Attribute.h"
 #include "sim/devices/BarcodeEngine.h"
 #include "sim/devices/Display.h"
+#include "sim/devices/DhcpServer.h"
 #include "sim/devices/Identity.h"
 #include "sim/devices/InputDevice.h"
+#include "sim/devices/KernelModules.h"
 #include "sim/devices/MemoryCard.h"
 #include "sim/devices/PowerControl.h"
 #include "sim/devices/PseudoTerminals.h"
 #include "sim/devices/RadioModule.h"
 #include "sim/devices/RealTimeClock.h"
+#include "sim/devices/Supplicant.h"
 #include "sim/devices/SuspendControl.h"
+#include "sim/devices/WlanAdapter.h"
 
 namespace sim {
 
@@ -66,6 +71,11 @@ public:
     InputDevice& speaker() { return *sound; }
     SuspendControl& power() { return *suspend; }
     MemoryCard& card() { return *memoryCard; }
+    Programs& programs() { return externalPrograms; }
+    KernelModules& modules() { return kernelModules; }
+    WlanAdapter& wlan() { return wlanAdapter; }
+    Supplicant& supplicant() { return wlanSupplicant; }
+    DhcpServer& dhcp() { return dhcpServer; }
     Identity& identity() { return identityFiles; }
     BarcodeEngine& barcode() { return *engine; }
     SerialLine& barcodeLine() { return *engineLine; }
@@ -74,6 +84,9 @@ public:
     Attribute& temperature() { return temperatureInput; }  ///< hundredths of a degree
     Attribute& light() { return lightInput; }              ///< the sensor's own unit
     Attribute& usbSupply() { return usb; }                 ///< 1 while plugged in
+
+    /// The network interface of a name, or null.
+    NetworkInterface* findInterface(const std::string& name);
 
     /// A key of the keypad goes down or up; that also wakes a suspended terminal.
     void pressKey(int code, bool down);
@@ -95,6 +108,7 @@ public:
 
 private:
     void connectRadio();
+    void connectWlan();
 
     const pid_t owner;
     Journal log;
@@ -114,6 +128,11 @@ private:
     PseudoTerminals pseudoTerminals;
     Attribute batteryMillivolts, temperatureInput, lightInput, usb;
     Identity identityFiles{root};
+    Programs externalPrograms{log, root};
+    KernelModules kernelModules{root};
+    WlanAdapter wlanAdapter{log, kernelModules};
+    Supplicant wlanSupplicant{log, wlanAdapter, externalPrograms};
+    DhcpServer dhcpServer{log, wlanAdapter, externalPrograms};
 
     std::mutex mutex;  // guards what follows
     std::unordered_map<std::string, std::shared_ptr<Device>> nodes;

@@ -14,9 +14,12 @@ namespace sim {
 namespace {
 
 /// Whole folders that are the terminal's. The rest of the file system is the application's own.
-constexpr std::string_view TerminalFolders[] = {"/dev", "/sys", "/mnt", "/etc/ppp", "/var/run"};
-constexpr std::string_view TerminalFiles[] = {"/proc/mounts", "/proc/self/mounts", "/proc/modules",
-                                              "/release_version"};
+constexpr std::string_view TerminalFolders[] = {
+    "/dev", "/sys", "/mnt", "/etc/ppp", "/var/run", "/data", "/tmp/wpa_supplicant.ctrl"};
+constexpr std::string_view TerminalFiles[] = {"/proc/mounts",    "/proc/self/mounts",
+                                              "/proc/modules",   "/release_version",
+                                              "/tmp/udhcpc.pid", "/tmp/wpa_supplicant.pid"};
+constexpr std::string_view TerminalPrefixes[] = {"/tmp/wpa_ctrl_"};
 
 /// Parts of /dev that are no devices of the terminal: they work on any system, and harm none.
 constexpr std::string_view CommonNodes[] = {
@@ -71,6 +74,10 @@ std::string cleanPath(const std::string& given) {
 bool isTerminals(std::string_view path) {
     for (const std::string_view file : TerminalFiles) {
         if (path == file)
+            return true;
+    }
+    for (const std::string_view prefix : TerminalPrefixes) {
+        if (path.substr(0, prefix.size()) == prefix)
             return true;
     }
     for (const std::string_view node : CommonNodes) {

@@ -1,7 +1,6 @@
 // What changes the system or other processes: done to the simulated terminal, or refused.
 
 #include <signal.h>
-#include <spawn.h>
 #include <sys/mount.h>
 #include <sys/reboot.h>
 #include <sys/swap.h>
@@ -9,7 +8,6 @@
 
 #include <cerrno>
 #include <cstdio>
-#include <cstdlib>
 #include <fstream>
 #include <string>
 
@@ -61,14 +59,6 @@ Terminal* mountTerminal() {
     Terminal* const terminal = Terminal::current();
     return terminal && !terminal->isInherited() ? terminal : nullptr;
 }
-
-/// No program of the host is the terminal's. The error that starting it fails with.
-int programError(const char* call, const char* path) {
-    const int error = sim::faultOf(call, path ? path : "");
-    return error != 0 ? error : ENOENT;
-}
-
-int refuseProgram(const char* call, const char* path) { return failWith(programError(call, path)); }
 
 }  // namespace
 
@@ -122,43 +112,6 @@ int pthread_create(pthread_t* thread, const pthread_attr_t* attributes, void* (*
                    void* argument) noexcept {
     const int error = sim::HostTime::isActive() ? 0 : sim::faultOf("pthread_create");
     return error != 0 ? error : SIM_REAL(pthread_create)(thread, attributes, body, argument);
-}
-
-int system(const char* command) {
-    constexpr int CommandNotFound = 127 << 8;
-    if (sim::failsByFault("system"))
-        return -1;
-    return command ? CommandNotFound : 0;  // 0: there is no shell
-}
-
-FILE* popen(const char* command, const char*) {
-    refuseProgram("popen", command);
-    return nullptr;
-}
-
-int execve(const char* path, char* const*, char* const*) noexcept {
-    return refuseProgram("exec", path);
-}
-int execv(const char* path, char* const*) noexcept { return refuseProgram("exec", path); }
-int execvp(const char* file, char* const*) noexcept { return refuseProgram("exec", file); }
-int execvpe(const char* file, char* const*, char* const*) noexcept {
-    return refuseProgram("exec", file);
-}
-int execl(const char* path, const char*, ...) noexcept { return refuseProgram("exec", path); }
-int execle(const char* path, const char*, ...) noexcept { return refuseProgram("exec", path); }
-int execlp(const char* file, const char*, ...) noexcept { return refuseProgram("exec", file); }
-int execveat(int, const char* path, char* const*, char* const*, int) noexcept {
-    return refuseProgram("exec", path);
-}
-int fexecve(int, char* const*, char* const*) noexcept { return refuseProgram("exec", ""); }
-
-int posix_spawn(pid_t*, const char* path, const posix_spawn_file_actions_t*,
-                const posix_spawnattr_t*, char* const*, char* const*) {
-    return programError("posix_spawn", path);
-}
-int posix_spawnp(pid_t*, const char* file, const posix_spawn_file_actions_t*,
-                 const posix_spawnattr_t*, char* const*, char* const*) {
-    return programError("posix_spawn", file);
 }
 
 }  // extern "C"

@@ -14,6 +14,7 @@
 
 #include "sim/Cancellation.h"
 #include "sim/posix/Descriptors.h"
+#include "sim/posix/Interfaces.h"
 #include "sim/posix/Real.h"
 #include "sim/posix/Router.h"
 
@@ -21,31 +22,6 @@ using sim::Descriptors;
 using sim::failsByFault;
 
 namespace {
-
-/// Requests to network interfaces that change them or the routes: the host's are not the
-/// terminal's.
-bool changesNetwork(unsigned long request) {
-    constexpr unsigned long SocketRequests = 0x8900;
-    constexpr unsigned long WirelessRequests = 0x8B00;
-    if ((request & ~0xFFUL) == WirelessRequests)
-        return request % 2 == 0;  // the odd ones ask
-    if ((request & ~0xFFUL) != SocketRequests)
-        return false;
-    switch (request) {
-    case 0x8910:  // SIOCGIFNAME
-    case 0x8912:  // SIOCGIFCONF
-    case 0x8913:  // SIOCGIFFLAGS
-    case 0x8915:  // SIOCGIFADDR
-    case 0x8917:  // SIOCGIFDSTADDR
-    case 0x8919:  // SIOCGIFBRDADDR
-    case 0x891B:  // SIOCGIFNETMASK
-    case 0x8921:  // SIOCGIFMTU
-    case 0x8927:  // SIOCGIFHWADDR
-    case 0x8933:  // SIOCGIFINDEX
-        return false;
-    default: return request >= 0x890B;  // below are a socket's own
-    }
-}
 
 /// The operation of an open of the terminal behind a call, or the real call.
 template <class Operation, class Real>
@@ -154,8 +130,8 @@ int ioctl(int fd, unsigned long request, ...) noexcept {
     void* const argument = va_arg(arguments, void*);
     va_end(arguments);
     const sim::CancellationOff uncancelled;
-    if (!Descriptors::get().has(fd) && changesNetwork(request))
-        return sim::failWith(EPERM);
+    if (!Descriptors::get().has(fd) && sim::isInterfaceRequest(request))
+        return sim::interfaceRequest(fd, request, argument);
     return onDescriptor(
         "ioctl", fd, [=](sim::OpenFile& file) { return file.ioctl(request, argument); },
         [=] { return SIM_REAL(ioctl)(fd, request, argument); });

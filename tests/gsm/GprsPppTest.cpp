@@ -1,0 +1,267 @@
+#include "gsm/GprsPpp.h"
+
+#include <fcntl.h>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <poll.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <csignal>
+#include <filesystem>
+#include <fstream>
+#include <functional>
+#include <string>
+
+#include "foundation/Worker.h"
+#include "io/FileDescriptor.h"
+#include "support/Resources.h"
+#include "support/TerminalTest.h"
+
+namespace {
+
+using namespace std::chrono_literals;
+using std::string;
+using test::soon;
+using testing::HasSubstr;
+
+constexpr char Device[] = "/dev/ttyp1";
+constexpr char PidPath[] = "/var/run/ppp0.pid";
+
+bool isAlive(pid_t child) { return ::waitpid(child, nullptr, WNOHANG) == 0; }
+bool isReaped(pid_t child) { return ::waitpid(child, nullptr, WNOHANG) < 0; }
+
+/// A process of the test that does nothing, in its group or in one of its own.
+class Child {
+public:
+    explicit Child(bool ignoresTermination = false) {
+        std::signal(SIGTERM, ignoresTermination ? SIG_IGN : SIG_DFL);
+        pid = ::fork();
+        if (pid == 0) {
+            for (;;)
+                ::pause();
+        }
+        std::signal(SIGTERM, SIG_DFL);
+    }
+    Child(const Child&) = delete;
+    Child& operator=(const Child&) = delete;
+    ~Child() {
+        if (isAlive(pid)) {
+            ::kill(pid, SIGKILL);
+            ::waitpid(pid, nullptr, 0);
+        }
+    }
+
+    pid_t pid;
+};
+
+/// The modem on the far side of the virtual port: every call is put through.
+class Dialled {
+public:
+    Dialled() : master(::open("/dev/ptyp1", O_RDWR | O_NONBLOCK)) {
+        EXPECT_TRUE(master.isOpen());
+        EXPECT_TRUE(worker.start());
+    }
+
+private:
+    void serve() {
+        string heard;
+        while (!worker.stopRequested()) {
+            char buffer[64];
+            const ssize_t size = ::read(master.get(), buffer, sizeof buffer);
+            if (size <= 0) {
+                Thread::sleep(50);
+                continue;
+            }
+            heard.append(buffer, static_cast<size_t>(size));
+            if (heard.find("ATD") != string::npos && heard.back() == '\r') {
+                heard.clear();
+                [[maybe_unused]] const ssize_t sent = ::write(master.get(), "\r\nCONNECT\r\n", 11);
+            }
+        }
+    }
+
+    io::FileDescriptor master;
+    test::Worker worker{[this](test::Worker&) { serve(); }};
+};
+
+class GprsPppTest : public test::TerminalTest {
+protected:
+    string hostPidPath() { return terminal.files().hostPath(PidPath); }
+    bool hasPidFile() { return std::ifstream(hostPidPath()).is_open(); }
+    void writePidFile(const string& text) { std::ofstream(hostPidPath()) << text; }
+
+    template <class Action> std::chrono::nanoseconds simulated(Action action) {
+        const auto begin = terminal.clock().monotonic();
+        action();
+        return terminal.clock().monotonic() - begin;
+    }
+
+    static bool start(GPRSPPP_PARAMETERS parameters = {}) {
+        return GprsPpp::start(Device, &parameters);
+    }
+};
+
+TEST_F(GprsPppTest, APidFileThatNamesNoDaemonSignalsNobody) {
+    const Child bystander;  // of this process's own group
+    const string self = std::to_string(::getpid());
+    const struct {
+        string text;
+        int pid;
+    } cases[] = {{"", 0},
+                 {"garbage\n", 0},
+                 {"0\n", 0},
+                 {string(3, '\0'), 0},
+                 {"99999999999999999999", 0},
+                 {"4294967297", 0},
+                 {" \n 1 \n", 1},  // init
+                 {self, ::getpid()}};
+    EXPECT_EQ(GprsPpp::getDaemonPID(), -1);
+    EXPECT_FALSE(GprsPpp::isRunning());
+    EXPECT_FALSE(GprsPpp::stop());
+    for (const auto& [text, pid] : cases) {
+        SCOPED_TRACE(text);
+        writePidFile(text);
+        EXPECT_EQ(GprsPpp::getDaemonPID(), pid);
+        EXPECT_TRUE(GprsPpp::isRunning());
+        EXPECT_LT(simulated([] { EXPECT_TRUE(GprsPpp::stop()); }), 1s) << "nothing to wait for";
+        EXPECT_FALSE(hasPidFile());
+    }
+    for (const int pid : {-1, -::getpid(), -12345}) {
+        writePidFile(std::to_string(pid) + "\n");
+        EXPECT_EQ(GprsPpp::getDaemonPID(), pid);
+        EXPECT_FALSE(GprsPpp::isRunning());
+        EXPECT_FALSE(GprsPpp::stop());
+        EXPECT_TRUE(hasPidFile());
+    }
+    EXPECT_TRUE(isAlive(bystander.pid));
+}
+
+TEST_F(GprsPppTest, AProcessThatLeavesItsPidFileIsKilledAfterTenSeconds) {
+    terminal.clock().setSpeed(20);
+    for (const bool ignoresTermination : {false, true}) {
+        const Child daemon(ignoresTermination);
+        writePidFile(std::to_string(daemon.pid) + "\n");
+        EXPECT_EQ(GprsPpp::getDaemonPID(), daemon.pid);
+        EXPECT_GE(simulated([] { EXPECT_TRUE(GprsPpp::stop()); }), 10s);
+        EXPECT_TRUE(isReaped(daemon.pid));
+        EXPECT_FALSE(hasPidFile());
+
+        writePidFile(std::to_string(daemon.pid));  // dead by now
+        EXPECT_LT(simulated([] { EXPECT_TRUE(GprsPpp::stop()); }), 1s);
+        EXPECT_FALSE(hasPidFile());
+    }
+}
+
+TEST_F(GprsPppTest, TheDaemonGetsItsCommandLineAndIsStoppedByItsPidFile) {
+    const struct {
+        GPRSPPP_PARAMETERS parameters;
+        string commandLine;
+    } cases[] = {
+        {{}, "start /dev/ttyp1 nodetach call gprs-data"},
+        {{false, "name", "secret", false, false}, "start /dev/ttyp1 nodetach call gprs-data"},
+        {{true, "name", "secret", false, false},
+         "start /dev/ttyp1 user name password secret nodetach call gprs-data"},
+        {{true, "name", nullptr, false, false},
+         "start /dev/ttyp1 user name password  nodetach call gprs-data"},
+        {{true, "name", "secret", true, true},
+         "start /dev/ttyp1 user name password secret nodetach debug record /tmp/traffic.log "
+         "logfile "
+         "/tmp/pppd_debug.log persist maxfail 0 call gprs-data"},
+    };
+    const Dialled modem;
+    const long descriptors = test::openDescriptors();
+    for (const auto& [parameters, commandLine] : cases) {
+        terminal.journal().clear();
+        ASSERT_TRUE(start(parameters));
+        EXPECT_TRUE(terminal.ppp().isUp());
+        EXPECT_THAT(terminal.journal().history("pppd"), HasSubstr(commandLine));
+        const pid_t pid = GprsPpp::getDaemonPID();
+        EXPECT_GT(pid, 1);
+        EXPECT_EQ(::getpgid(pid), pid) << "it leads a group of its own";
+        EXPECT_TRUE(GprsPpp::isRunning());
+        EXPECT_LT(simulated([] { EXPECT_TRUE(GprsPpp::stop()); }), 9s);
+        EXPECT_TRUE(isReaped(pid));
+        EXPECT_FALSE(hasPidFile());
+        EXPECT_FALSE(GprsPpp::isRunning());
+    }
+    EXPECT_TRUE(soon([&] { return test::openDescriptors() == descriptors; }));
+    GPRSPPP_PARAMETERS parameters{};
+    EXPECT_FALSE(GprsPpp::start(nullptr, &parameters));
+    EXPECT_FALSE(GprsPpp::start(Device, nullptr));
+}
+
+TEST_F(GprsPppTest, TheDaemonKeepsNoDeviceOfTheApplication) {
+    const Dialled modem;
+    ASSERT_TRUE(start());
+    const string folder = "/proc/" + std::to_string(GprsPpp::getDaemonPID()) + "/fd";
+    for (const auto& entry : std::filesystem::directory_iterator(folder))
+        EXPECT_NE(std::filesystem::read_symlink(entry).string(), "/dev/ptmx");
+    EXPECT_TRUE(GprsPpp::stop());
+}
+
+TEST_F(GprsPppTest, ADaemonThatDoesNotGetThereIsGoneAfterAFailedStart) {
+    terminal.clock().setSpeed(50);
+    const Dialled modem;
+    const std::function<void()> situations[] = {
+        [&] { terminal.ppp().setNeverUp(true); },
+        [&] { terminal.ppp().setStubborn(true); },  // and has to be killed
+        [&] {
+            terminal.ppp().setStubborn(false);
+            terminal.ppp().setNeverUp(false);
+            terminal.ppp().setWithoutPidFile(true);
+        },
+        [&] { terminal.programs().failNext("pppd", 1); },
+        [&] { terminal.programs().setMissing("pppd", true); },
+    };
+    for (const auto& happens : situations) {
+        happens();
+        EXPECT_GE(simulated([] { EXPECT_FALSE(start()); }), 30s);
+        EXPECT_FALSE(hasPidFile());
+        EXPECT_TRUE(soon([&] { return !terminal.ppp().isRunning(); }));
+        EXPECT_LT(::waitpid(-1, nullptr, WNOHANG), 0) << "no child is left, dead or alive";
+    }
+}
+
+TEST_F(GprsPppTest, ADaemonThatEndsByItselfIsReapedAndOneThatIsDeafIsKilled) {
+    const Dialled modem;
+    ASSERT_TRUE(start());
+    pid_t pid = GprsPpp::getDaemonPID();
+    terminal.programs().signalRunning("pppd", SIGTERM);
+    EXPECT_TRUE(soon([] { return !GprsPpp::isRunning(); }));
+    EXPECT_TRUE(soon([&] {
+        GprsPpp::isRunning();
+        return isReaped(pid);
+    }));
+
+    terminal.clock().setSpeed(20);
+    terminal.ppp().setStubborn(true);
+    ASSERT_TRUE(start());
+    pid = GprsPpp::getDaemonPID();
+    EXPECT_GE(simulated([] { EXPECT_TRUE(GprsPpp::stop()); }), 10s);
+    EXPECT_TRUE(isReaped(pid));
+    EXPECT_FALSE(hasPidFile());
+
+    ASSERT_TRUE(start());
+    terminal.ppp().crash();  // leaves its pid file
+    EXPECT_TRUE(soon([&] { return !terminal.ppp().isRunning(); }));
+    EXPECT_TRUE(GprsPpp::isRunning());
+    EXPECT_TRUE(GprsPpp::stop());
+    EXPECT_FALSE(GprsPpp::isRunning());
+}
+
+TEST_F(GprsPppTest, ACancelledStartTakesItsDaemonAlong) {
+    const Dialled modem;
+    terminal.ppp().setNeverUp(true);
+    terminal.ppp().setStubborn(true);
+    test::Worker worker([](test::Worker&) { start(); });
+    ASSERT_TRUE(worker.start());
+    ASSERT_TRUE(soon([&] { return hasPidFile(); }));
+    const pid_t pid = GprsPpp::getDaemonPID();
+    EXPECT_TRUE(worker.terminate());
+    EXPECT_TRUE(isReaped(pid));
+    EXPECT_FALSE(hasPidFile());
+}
+
+}  // namespace
