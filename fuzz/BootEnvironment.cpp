@@ -16,13 +16,11 @@ constexpr size_t FlashSize = 1028;
 
 /// A value as it would be found by reading the environment letter by letter.
 std::string expectedValue(std::string flash, const std::string& name) {
-    flash.push_back('\0');
+    flash.push_back('\0');  // ends the last entry; the list is ended by the string's own
     for (const char* entry = flash.c_str() + 4; *entry; entry += strlen(entry) + 1) {
         const std::string text = std::string(entry).substr(0, 255);
         if (text.compare(0, name.size() + 1, name + "=") == 0)
             return "found " + text.substr(name.size() + 1);
-        if (entry + strlen(entry) >= flash.c_str() + FlashSize)
-            break;
     }
     return "";
 }
