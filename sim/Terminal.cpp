@@ -103,7 +103,7 @@ void Terminal::connectWlan() {
 
 NetworkInterface* Terminal::findInterface(const std::string& name) {
     for (NetworkInterface* const interface :
-         std::initializer_list<NetworkInterface*>{&wlanAdapter}) {
+         std::initializer_list<NetworkInterface*>{&wlanAdapter, &pppLink}) {
         if (interface->name() == name)
             return interface;
     }

@@ -23,6 +23,7 @@
 #include "sim/devices/KernelModules.h"
 #include "sim/devices/MemoryCard.h"
 #include "sim/devices/PowerControl.h"
+#include "sim/devices/PppLink.h"
 #include "sim/devices/PseudoTerminals.h"
 #include "sim/devices/RadioModule.h"
 #include "sim/devices/RealTimeClock.h"
@@ -76,6 +77,7 @@ public:
     WlanAdapter& wlan() { return wlanAdapter; }
     Supplicant& supplicant() { return wlanSupplicant; }
     DhcpServer& dhcp() { return dhcpServer; }
+    PppLink& ppp() { return pppLink; }
     Identity& identity() { return identityFiles; }
     BarcodeEngine& barcode() { return *engine; }
     SerialLine& barcodeLine() { return *engineLine; }
@@ -133,6 +135,7 @@ private:
     WlanAdapter wlanAdapter{log, kernelModules};
     Supplicant wlanSupplicant{log, wlanAdapter, externalPrograms};
     DhcpServer dhcpServer{log, wlanAdapter, externalPrograms};
+    PppLink pppLink{log, externalPrograms};
 
     std::mutex mutex;  // guards what follows
     std::unordered_map<std::string, std::shared_ptr<Device>> nodes;

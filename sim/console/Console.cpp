@@ -50,6 +50,34 @@ bool choice(const std::string& word, const std::string& yes, const std::string& 
     return word == yes;
 }
 
+/// Whether a line begins with the name of a command, which then becomes its first word.
+bool takeName(std::vector<std::string>& words, const std::string& name) {
+    const size_t blank = name.find(' ');
+    if (blank == std::string::npos)
+        return words[0] == name;
+    if (words.size() < 2 || words[0] + " " + words[1] != name)
+        return false;
+    words.erase(words.begin());
+    words[0] = name;
+    return true;
+}
+
+template <class Value> struct Named {
+    const char* name;
+    Value value;
+};
+
+template <class Value, size_t Count>
+Value choice(const std::string& word, const Named<Value> (&choices)[Count]) {
+    std::string names;
+    for (const auto& known : choices) {
+        if (word == known.name)
+            return known.value;
+        names += std::string(names.empty() ? "" : ", ") + known.name;
+    }
+    throw Wrong{"one of " + names + ", not: " + word};
+}
+
 void pass(Nanoseconds simulated) {
     const timespec time = toTimespec(Clock::get().realDuration(simulated));
     const HostTime hostTime;
@@ -78,6 +106,20 @@ const Console::Command Console::Commands[] = {
     {"light", 1, "LEVEL", "what the light sensor reads", &Console::setAttribute},
     {"usb", 1, "on|off", "plugs the USB supply in or out", &Console::usb},
     {"card", 1, "in|out", "puts the memory card in, or takes it out", &Console::card},
+    {"radio signal", 1, "DBM", "the power that the radio module receives", &Console::radioSignal},
+    {"radio network", 1, "home|roaming|none|denied", "the network around it",
+     &Console::radioNetwork},
+    {"radio sim", 1, "ready|pin|puk|absent|busy", "its SIM; also broken, wrong",
+     &Console::radioSim},
+    {"radio fail", 1, "COMMAND [CODE]", "the next such command fails", &Console::radioFail},
+    {"radio say", 1, "TEXT", "it sends an unsolicited line", &Console::radioSay},
+    {"radio silent", 0, "", "it neither hears nor answers", &Console::radioMood},
+    {"radio normal", 0, "", "it does again", &Console::radioMood},
+    {"radio drop", 0, "", "the network ends its data call", &Console::radioEnd},
+    {"radio close", 0, "", "it ends multiplexing", &Console::radioEnd},
+    {"radio hangup", 0, "", "its line hangs up", &Console::radioEnd},
+    {"ppp", 1, "normal|never|stubborn", "how the next PPP daemon is; now: down, crash",
+     &Console::ppp},
     {"missing", 1, "PATH", "takes a device node or file away", &Console::node},
     {"present", 1, "PATH", "puts it back", &Console::node},
     {"wake-key", 1, "SECONDS", "the Enter key ends the next suspend after that time",
@@ -100,7 +142,7 @@ std::string Console::execute(const std::string& line) {
         return "";
     try {
         for (const Command& command : Commands) {
-            if (words[0] != command.name)
+            if (!takeName(words, command.name))
                 continue;
             if (words.size() - 1 < command.least)
                 throw Wrong{std::string(command.name) + " " + command.usage};
@@ -188,6 +230,76 @@ std::string Console::usb(const Words& words) {
 
 std::string Console::card(const Words& words) {
     terminal.card().setInserted(choice(words[1], "in", "out"));
+    return "";
+}
+
+std::string Console::radioSignal(const Words& words) {
+    terminal.radio().setSignal(static_cast<int>(number(words[1])));
+    return "";
+}
+
+std::string Console::radioNetwork(const Words& words) {
+    static constexpr Named<RadioNetwork::Coverage> Networks[] = {{"home", RadioNetwork::Home},
+                                                                 {"roaming", RadioNetwork::Roaming},
+                                                                 {"none", RadioNetwork::None},
+                                                                 {"denied", RadioNetwork::Denied}};
+    terminal.radio().setCoverage(choice(words[1], Networks));
+    return "";
+}
+
+std::string Console::radioSim(const Words& words) {
+    static constexpr Named<RadioSim::State> States[] = {
+        {"ready", RadioSim::Ready},   {"pin", RadioSim::PinNeeded}, {"puk", RadioSim::PukNeeded},
+        {"absent", RadioSim::Absent}, {"busy", RadioSim::Busy},     {"broken", RadioSim::Broken},
+        {"wrong", RadioSim::Wrong}};
+    terminal.radio().setSim(choice(words[1], States));
+    return "";
+}
+
+std::string Console::radioFail(const Words& words) {
+    const Reply reply =
+        words.size() > 2 ? Reply::error(static_cast<int>(number(words[2]))) : Reply::error();
+    terminal.radio().onCommand(words[1], reply).times(1);
+    return "";
+}
+
+std::string Console::radioSay(const Words& words) {
+    terminal.radio().sayUnasked(rest(words, 1));
+    return "";
+}
+
+std::string Console::radioMood(const Words& words) {
+    terminal.radio().setSilent(words[0] == "radio silent");
+    return "";
+}
+
+std::string Console::radioEnd(const Words& words) {
+    if (words[0] == "radio drop")
+        terminal.radio().dropCall();
+    else if (words[0] == "radio close")
+        terminal.radio().closeDown();
+    else
+        terminal.radio().line().hangUp();
+    return "";
+}
+
+std::string Console::ppp(const Words& words) {
+    PppLink& link = terminal.ppp();
+    enum Order { Normal, Never, Stubborn, Down, Crash };
+    static constexpr Named<Order> Orders[] = {{"normal", Normal},
+                                              {"never", Never},
+                                              {"stubborn", Stubborn},
+                                              {"down", Down},
+                                              {"crash", Crash}};
+    const Order order = choice(words[1], Orders);
+    if (order == Down)
+        terminal.radio().dropCall();
+    else if (order == Crash)
+        link.crash();
+    if (order == Down || order == Crash)
+        return "";
+    link.setNeverUp(order == Never);
+    link.setStubborn(order == Stubborn);
     return "";
 }
 

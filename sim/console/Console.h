@@ -41,6 +41,14 @@ private:
     std::string setAttribute(const Words& words);
     std::string usb(const Words& words);
     std::string card(const Words& words);
+    std::string radioSignal(const Words& words);
+    std::string radioNetwork(const Words& words);
+    std::string radioSim(const Words& words);
+    std::string radioFail(const Words& words);
+    std::string radioSay(const Words& words);
+    std::string radioMood(const Words& words);
+    std::string radioEnd(const Words& words);
+    std::string ppp(const Words& words);
     std::string node(const Words& words);
     std::string wakeKey(const Words& words);
     std::string wait(const Words& words);

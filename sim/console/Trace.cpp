@@ -20,6 +20,8 @@ constexpr Meaning Meanings[] = {
     {"pwrctrl", "line 1 high", "second LED off"},
     {"pwrctrl", "line 2 low", "barcode engine enabled"},
     {"pwrctrl", "line 2 high", "barcode engine disabled"},
+    {"pwrctrl", "line 5 low", "radio module forced off"},
+    {"pwrctrl", "line 5 high", "radio module enabled"},
     {"pwrctrl", "line 8 low", "modem DTR raised"},
     {"pwrctrl", "line 8 high", "modem DTR dropped"},
     {"pwrctrl", "line 9 low", "aim light on"},

@@ -1,3 +1,5 @@
+// The module's command lines, its settings, and the commands about itself.
+
 #include "sim/devices/RadioCommands.h"
 
 #include <algorithm>
@@ -9,40 +11,7 @@
 namespace sim {
 namespace {
 
-using std::chrono::milliseconds;
 using std::chrono::seconds;
-
-// Result codes of "+CME ERROR:".
-enum ErrorCode {
-    NotAllowed = 3,
-    NotSupported = 4,
-    SimNotInserted = 10,
-    SimPinRequired = 11,
-    SimPukRequired = 12,
-    SimFailure = 13,
-    SimBusy = 14,
-    SimWrong = 15,
-    IncorrectPassword = 16,
-    NoNetworkService = 30,
-    IncorrectParameters = 50,
-    UnspecifiedGprsError = 148
-};
-
-constexpr struct {
-    int code;
-    const char* text;
-} ErrorTexts[] = {{NotAllowed, "operation not allowed"},
-                  {NotSupported, "operation not supported"},
-                  {SimNotInserted, "SIM not inserted"},
-                  {SimPinRequired, "SIM PIN required"},
-                  {SimPukRequired, "SIM PUK required"},
-                  {SimFailure, "SIM failure"},
-                  {SimBusy, "SIM busy"},
-                  {SimWrong, "SIM wrong"},
-                  {IncorrectPassword, "incorrect password"},
-                  {NoNetworkService, "no network service"},
-                  {IncorrectParameters, "incorrect parameters"},
-                  {UnspecifiedGprsError, "unspecified GPRS error"}};
 
 constexpr struct {
     int number;
@@ -58,45 +27,26 @@ constexpr struct {
                 {"#AUTOBND", 0, 2, 0}, {"#BND", 0, 5, 0},      {"+CRC", 0, 1, 0},
                 {"+CLIP", 0, 1, 0},    {"+CMGF", 0, 1, 0},     {"+CGACT", 0, 1, 0}};
 
-constexpr int RadioOffModes[] = {0, 4};  // of +CFUN
-constexpr Nanoseconds LongestAttach = seconds(10);
-constexpr Nanoseconds AttachTime = milliseconds(100);
-constexpr Nanoseconds DialTime = milliseconds(100);
-constexpr int MostContexts = 5;
-constexpr char LocalAddress[] = "10.64.64.64";
-
-bool isQuestion(const std::string& tail) { return tail == "?"; }
-bool isTest(const std::string& tail) { return tail == "=?"; }
-bool isSetting(const std::string& tail) {
-    return tail.size() > 1 && tail[0] == '=' && !isTest(tail);
-}
-
-/// The parameters of "=a,b,\"c\"", without their quotes.
-std::vector<std::string> parameters(const std::string& tail) {
-    std::vector<std::string> result(1);
-    bool quoted = false;
-    for (size_t i = 1; i < tail.size(); ++i) {
-        if (tail[i] == '"')
-            quoted = !quoted;
-        else if (tail[i] == ',' && !quoted)
-            result.emplace_back();
-        else
-            result.back() += tail[i];
-    }
-    return result;
-}
-
-/// -1 for what is no number.
-int toNumber(const std::string& text) {
-    if (text.empty() || text.size() > 7 ||
-        !std::all_of(text.begin(), text.end(), [](unsigned char c) { return std::isdigit(c); }))
-        return -1;
-    return std::atoi(text.c_str());
-}
-
-std::string quoted(const std::string& text) { return '"' + text + '"'; }
-
 }  // namespace
+
+struct RadioCommands::ErrorText {
+    int code;
+    const char* text;
+};
+
+const RadioCommands::ErrorText RadioCommands::ErrorTexts[] = {
+    {NotAllowed, "operation not allowed"},
+    {NotSupported, "operation not supported"},
+    {SimNotInserted, "SIM not inserted"},
+    {SimPinRequired, "SIM PIN required"},
+    {SimPukRequired, "SIM PUK required"},
+    {SimFailure, "SIM failure"},
+    {SimBusy, "SIM busy"},
+    {SimWrong, "SIM wrong"},
+    {IncorrectPassword, "incorrect password"},
+    {NoNetworkService, "no network service"},
+    {IncorrectParameters, "incorrect parameters"},
+    {UnspecifiedGprsError, "unspecified GPRS error"}};
 
 struct RadioCommands::Entry {
     const char* name;
@@ -126,6 +76,27 @@ const RadioCommands::Entry RadioCommands::Entries[] = {
     {"#SHDN", &RadioCommands::shutDown},
 };
 
+std::vector<std::string> RadioCommands::Command::parameters() const {
+    std::vector<std::string> result(1);
+    bool inQuotes = false;
+    for (size_t i = 1; i < tail.size(); ++i) {
+        if (tail[i] == '"')
+            inQuotes = !inQuotes;
+        else if (tail[i] == ',' && !inQuotes)
+            result.emplace_back();
+        else
+            result.back() += tail[i];
+    }
+    return result;
+}
+
+int RadioCommands::toNumber(const std::string& text) {
+    if (text.empty() || text.size() > 7 ||
+        !std::all_of(text.begin(), text.end(), [](unsigned char c) { return std::isdigit(c); }))
+        return -1;
+    return std::atoi(text.c_str());
+}
+
 void RadioCommands::powerUp() {
     for (const auto& setting : Settings)
         values[setting.name] = setting.initial;
@@ -137,73 +108,6 @@ void RadioCommands::powerUp() {
     if (sim.state == RadioSim::Ready && !sim.pin.empty())
         sim.state = RadioSim::PinNeeded;
     search();
-}
-
-void RadioCommands::search() {
-    searching = true;
-    searchBegin = Clock::get().monotonic();
-}
-
-void RadioCommands::setCoverage(RadioNetwork::Coverage coverage) {
-    network.coverage = coverage;
-    searchBegin = Clock::get().monotonic();
-}
-
-void RadioCommands::setSimState(RadioSim::State state) {
-    sim.state = state;
-    sim.triesLeft = state == RadioSim::PukNeeded ? 0 : RadioSim::PinTries;
-    searchBegin = Clock::get().monotonic();
-}
-
-int RadioCommands::simError() const {
-    switch (sim.state) {
-    case RadioSim::Absent: return SimNotInserted;
-    case RadioSim::Broken: return SimFailure;
-    case RadioSim::Wrong: return SimWrong;
-    case RadioSim::Busy: return SimBusy;
-    case RadioSim::PinNeeded: return SimPinRequired;
-    case RadioSim::PukNeeded: return SimPukRequired;
-    case RadioSim::Ready: break;
-    }
-    return 0;
-}
-
-Nanoseconds RadioCommands::registeredIn() const {
-    return searchBegin + network.registrationTime - Clock::get().monotonic();
-}
-
-/// Not registered 0, home 1, searching 2, denied 3, roaming 5.
-int RadioCommands::registration() const {
-    for (const int mode : RadioOffModes) {
-        if (values.at("+CFUN") == mode)
-            return 0;
-    }
-    if (!searching || simError() != 0)
-        return 0;
-    if (network.coverage == RadioNetwork::None || registeredIn() > Nanoseconds(0))
-        return 2;
-    switch (network.coverage) {
-    case RadioNetwork::Denied: return 3;
-    case RadioNetwork::Roaming: return 5;
-    default: return 1;
-    }
-}
-
-bool RadioCommands::isRegistered() const { return registration() == 1 || registration() == 5; }
-
-Nanoseconds RadioCommands::nextChange() const {
-    const bool willChange = registration() == 2 && network.coverage != RadioNetwork::None;
-    return willChange ? std::max(registeredIn(), Nanoseconds(1)) : Nanoseconds(0);
-}
-
-std::string RadioCommands::takeUnsolicited() {
-    const int now = registration();
-    if (now == announced)
-        return "";
-    announced = now;
-    const std::string text = std::to_string(now) + "\n";
-    return (values.at("+CREG") > 0 ? "+CREG: " + text : "") +
-           (values.at("+CGREG") > 0 ? "+CGREG: " + text : "");
 }
 
 std::string RadioCommands::formatResult(const std::string& result) const {
@@ -337,18 +241,18 @@ bool RadioCommands::executeSetting(const Command& command, Answer& answer) {
     for (const auto& setting : Settings) {
         if (command.name != setting.name)
             continue;
-        if (isQuestion(command.tail)) {
+        if (command.isQuestion()) {
             answer.lines += command.name + ": " + std::to_string(values[setting.name]) + "\n";
             return true;
         }
-        if (isTest(command.tail)) {
+        if (command.isTest()) {
             answer.lines += command.name + ": (" + std::to_string(setting.least) + "-" +
                             std::to_string(setting.most) + ")\n";
             return true;
         }
-        const std::vector<std::string> given = parameters(command.tail);
+        const std::vector<std::string> given = command.parameters();
         const int value = toNumber(given[0]);
-        if (!isSetting(command.tail) || value < setting.least || value > setting.most)
+        if (!command.isSetting() || value < setting.least || value > setting.most)
             return refuse(answer, IncorrectParameters);
         const int before = values[setting.name];
         values[setting.name] = value;
@@ -361,197 +265,9 @@ bool RadioCommands::executeSetting(const Command& command, Answer& answer) {
     return false;
 }
 
-bool RadioCommands::pin(const Command& command, Answer& answer) {
-    if (isTest(command.tail))
-        return true;
-    const int error = simError();
-    const bool needsCode = error == SimPinRequired || error == SimPukRequired;
-    if (error != 0 && !needsCode)
-        return refuse(answer, error);
-    if (isQuestion(command.tail)) {
-        answer.lines += error == 0                ? "+CPIN: READY\n"
-                        : error == SimPinRequired ? "+CPIN: SIM PIN\n"
-                                                  : "+CPIN: SIM PUK\n";
-        return true;
-    }
-    if (!isSetting(command.tail) || error == 0)
-        return refuse(answer, NotAllowed);
-    const std::vector<std::string> given = parameters(command.tail);
-    if (error == SimPukRequired && given.size() < 2)
-        return refuse(answer, SimPukRequired);
-    if (given[0] != (error == SimPinRequired ? sim.pin : sim.puk)) {
-        if (error == SimPinRequired && --sim.triesLeft == 0)
-            sim.state = RadioSim::PukNeeded;
-        return refuse(answer, IncorrectPassword);
-    }
-    if (error == SimPukRequired)
-        sim.pin = given[1];
-    sim.triesLeft = RadioSim::PinTries;
-    sim.state = RadioSim::Ready;
-    search();
-    return true;
-}
-
-bool RadioCommands::operatorSelection(const Command& command, Answer& answer) {
-    if (simError() != 0)
-        return refuse(answer, simError());
-    const std::string name = operatorFormat == 2 ? network.number : network.name;
-    if (isTest(command.tail)) {
-        if (network.coverage != RadioNetwork::None)
-            answer.lines += "+COPS: (2," + quoted(network.name) + "," + quoted(network.name) + "," +
-                            quoted(network.number) + ")\n";
-        return true;
-    }
-    if (isQuestion(command.tail)) {
-        answer.lines += "+COPS: " + std::string(searching ? "0" : "2");
-        if (isRegistered())
-            answer.lines += "," + std::to_string(operatorFormat) + "," + quoted(name);
-        answer.lines += "\n";
-        return true;
-    }
-    const std::vector<std::string> given = parameters(command.tail);
-    const int mode = isSetting(command.tail) ? toNumber(given[0]) : -1;
-    const int format = given.size() > 1 ? toNumber(given[1]) : operatorFormat;
-    if (mode < 0 || mode > 4 || format < 0 || format > 2)
-        return refuse(answer, IncorrectParameters);
-    const bool isNamed = mode == 1 || mode == 4;
-    if (mode == 1 && (given.size() < 3 || (given[2] != network.number && given[2] != network.name)))
-        return refuse(answer, NoNetworkService);
-    operatorFormat = format;
-    if (mode == 2)
-        searching = attached = false;
-    else if ((mode == 0 || isNamed) && !searching)
-        search();
-    return true;
-}
-
-bool RadioCommands::registrationReport(const Command& command, Answer& answer) {
-    if (!isQuestion(command.tail))
-        return executeSetting(command, answer);
-    const int status = command.name == "+CREG" || isAttached() ? registration() : 0;
-    answer.lines +=
-        command.name + ": " + std::to_string(values[command.name]) + "," + std::to_string(status);
-    if (values[command.name] == 2 && isRegistered())
-        answer.lines += ",\"1A2B\",\"3C4D\"";
-    answer.lines += "\n";
-    return true;
-}
-
-bool RadioCommands::signalQuality(const Command& command, Answer& answer) {
-    if (isTest(command.tail)) {
-        answer.lines += "+CSQ: (0-31,99),(0-7,99)\n";
-        return true;
-    }
-    const int level =
-        network.coverage == RadioNetwork::None ? 99 : std::clamp((network.dBm + 113) / 2, 0, 31);
-    answer.lines += "+CSQ: " + std::to_string(level) + ",0\n";
-    return command.tail.empty();
-}
-
-/// Asked for while the module still searches, the attachment takes as long as that does.
-bool RadioCommands::attach(const Command& command, Answer& answer) {
-    if (isQuestion(command.tail)) {
-        answer.lines += "+CGATT: " + std::to_string(isAttached() ? 1 : 0) + "\n";
-        return true;
-    }
-    if (isTest(command.tail)) {
-        answer.lines += "+CGATT: (0,1)\n";
-        return true;
-    }
-    if (command.tail != "=0" && command.tail != "=1")
-        return refuse(answer, IncorrectParameters);
-    if (simError() != 0)
-        return refuse(answer, simError());
-    const Nanoseconds wait = nextChange();
-    const bool willRegister =
-        wait > Nanoseconds(0) && wait <= LongestAttach && network.coverage != RadioNetwork::Denied;
-    if (command.tail == "=1" && !isRegistered() && !willRegister)
-        return refuse(answer, NoNetworkService);
-    if (command.tail == "=1" && !isAttached())
-        answer.delay = wait + AttachTime;
-    attached = command.tail == "=1";
-    return true;
-}
-
-bool RadioCommands::context(const Command& command, Answer& answer) {
-    if (isTest(command.tail)) {
-        answer.lines += "+CGDCONT: (1-" + std::to_string(MostContexts) + "),\"IP\",,,(0),(0)\n";
-        return true;
-    }
-    if (isQuestion(command.tail)) {
-        for (const auto& defined : contexts)
-            answer.lines += "+CGDCONT: " + defined.second + "\n";
-        return true;
-    }
-    const std::vector<std::string> given = parameters(command.tail);
-    const int number = isSetting(command.tail) ? toNumber(given[0]) : -1;
-    if (number < 1 || number > MostContexts ||
-        (given.size() > 1 && given[1] != "IP" && given[1] != "PPP"))
-        return refuse(answer, IncorrectParameters);
-    if (given.size() == 1)
-        contexts.erase(number);
-    else
-        contexts[number] = command.tail.substr(1);
-    return true;
-}
-
-bool RadioCommands::quality(const Command& command, Answer& answer) {
-    if (isQuestion(command.tail)) {
-        for (const auto& defined : qualities) {
-            if (defined.first.compare(0, command.name.size(), command.name) == 0)
-                answer.lines += command.name + ": " + defined.second + "\n";
-        }
-        return true;
-    }
-    const std::vector<std::string> given = parameters(command.tail);
-    for (const std::string& parameter : given) {
-        if (!isSetting(command.tail) || toNumber(parameter) < 0)
-            return refuse(answer, IncorrectParameters);
-    }
-    if (contexts.count(toNumber(given[0])) == 0)
-        return refuse(answer, UnspecifiedGprsError);
-    qualities[command.name + given[0]] = command.tail.substr(1);
-    return true;
-}
-
-bool RadioCommands::address(const Command&, Answer& answer) {
-    for (const auto& defined : contexts)
-        answer.lines += "+CGPADDR: " + std::to_string(defined.first) + "," +
-                        quoted(isAttached() ? LocalAddress : "0.0.0.0") + "\n";
-    return true;
-}
-
-bool RadioCommands::enterData(const Command& command, Answer& answer) {
-    if (isTest(command.tail)) {
-        answer.lines += "+CGDATA: (\"PPP\")\n";
-        return true;
-    }
-    answer.delay = DialTime;
-    const bool isServed = isRegistered();
-    answer.result = isServed ? "CONNECT" : "NO CARRIER";
-    if (isServed) {
-        answer.effect = Effect::GoOnline;
-        attached = true;
-    }
-    return isServed;
-}
-
-/// Only the packet service is dialled: "*99#", "*99***1#".
-bool RadioCommands::dial(const Command& command, Answer& answer) {
-    const size_t begin = std::min(command.tail.find_first_not_of("TPtp "), command.tail.size());
-    const std::string number = command.tail.substr(begin);
-    const bool isPacketService =
-        number.compare(0, 3, "*99") == 0 && number.find('#') != std::string::npos;
-    if (isPacketService)
-        return enterData(command, answer);
-    answer.delay = DialTime;
-    answer.result = "NO CARRIER";
-    return false;
-}
-
 bool RadioCommands::clock(const Command& command, Answer& answer) {
     const Nanoseconds wall = Clock::get().wall();
-    if (isQuestion(command.tail)) {
+    if (command.isQuestion()) {
         const time_t now = toTimespec(wall + clockOffset).tv_sec;
         tm parts{};
         gmtime_r(&now, &parts);
@@ -562,7 +278,7 @@ bool RadioCommands::clock(const Command& command, Answer& answer) {
     }
     tm parts{};
     int zoneAt = 0;
-    const std::string given = isSetting(command.tail) ? command.tail.substr(1) : "";
+    const std::string given = command.isSetting() ? command.tail.substr(1) : "";
     const bool isRead =
         sscanf(given.c_str(), "\"%2d/%2d/%2d,%2d:%2d:%2d%n", &parts.tm_year, &parts.tm_mon,
                &parts.tm_mday, &parts.tm_hour, &parts.tm_min, &parts.tm_sec, &zoneAt) == 6;
@@ -588,7 +304,7 @@ bool RadioCommands::identity(const Command& command, Answer& answer) {
                       {"+CGMR", "10.00.005"},
                       {"+CGSN", "350077523237513"},
                       {"+CIMI", "001010123456789"}};
-    if (isTest(command.tail))
+    if (command.isTest())
         return true;
     if (!command.tail.empty())
         return false;
@@ -602,12 +318,12 @@ bool RadioCommands::identity(const Command& command, Answer& answer) {
 }
 
 bool RadioCommands::multiplex(const Command& command, Answer& answer) {
-    if (isTest(command.tail)) {
+    if (command.isTest()) {
         answer.lines += "+CMUX: (0),(0),(1-5),(1-127)\n";
         return true;
     }
-    const std::vector<std::string> given = parameters(command.tail);
-    if (!isSetting(command.tail) || given[0] != "0")
+    const std::vector<std::string> given = command.parameters();
+    if (!command.isSetting() || given[0] != "0")
         return refuse(answer, NotSupported);
     if (given.size() > 3) {
         const int longest = toNumber(given[3]);
@@ -616,22 +332,6 @@ bool RadioCommands::multiplex(const Command& command, Answer& answer) {
         answer.longestInformation = static_cast<unsigned>(longest);
     }
     answer.effect = Effect::Multiplex;
-    return true;
-}
-
-bool RadioCommands::cellMonitor(const Command& command, Answer& answer) {
-    if (isTest(command.tail)) {
-        answer.lines += "#MONI: (0-7)\n";
-        return true;
-    }
-    const bool isCovered = network.coverage != RadioNetwork::None;
-    answer.lines += "#MONI: ";
-    if (isRegistered())
-        answer.lines += network.name + " ";
-    answer.lines +=
-        isCovered ? "BSIC:70 RxQual:0 LAC:1A2B Id:3C4D ARFCN:" + std::to_string(network.channel) +
-                        " PWR:" + std::to_string(network.dBm) + "dbm TA:1\n"
-                  : "BSIC:FF RxQual:99 LAC:FFFF Id:FFFF ARFCN:0 PWR:-115dbm TA:0\n";
     return true;
 }
 

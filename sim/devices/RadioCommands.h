@@ -77,10 +77,36 @@ private:
     struct Command {
         std::string name;
         std::string tail;  // "?", "=?", or "=" and the parameters
+
+        bool isQuestion() const { return tail == "?"; }
+        bool isTest() const { return tail == "=?"; }
+        bool isSetting() const { return tail.size() > 1 && tail[0] == '=' && !isTest(); }
+        std::vector<std::string> parameters() const;  // without their quotes; one at least
     };
+
+    // Result codes of "+CME ERROR:".
+    enum Error {
+        NotAllowed = 3,
+        NotSupported = 4,
+        SimNotInserted = 10,
+        SimPinRequired = 11,
+        SimPukRequired = 12,
+        SimFailure = 13,
+        SimBusy = 14,
+        SimWrong = 15,
+        IncorrectPassword = 16,
+        NoNetworkService = 30,
+        IncorrectParameters = 50,
+        UnspecifiedGprsError = 148
+    };
+    struct ErrorText;
+    static const ErrorText ErrorTexts[];
+
     struct Entry;
     static const Entry Entries[];
 
+    static int toNumber(const std::string& text);  // -1 for what is none
+    static std::string quoted(const std::string& text) { return '"' + text + '"'; }
     static std::vector<Command> split(const std::string& line);
     bool executeOne(const Command& command, Answer& answer);
     bool executeBasic(const Command& command, Answer& answer);

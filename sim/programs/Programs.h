@@ -7,6 +7,7 @@ namespace program {
 // The programs that are more than a question to the terminal. Each gets its whole command line, and
 // the result is its exit status.
 
+int pppd(Door& door, int argc, char** argv);
 int udhcpc(Door& door, int argc, char** argv);
 int wpaSupplicant(Door& door, int argc, char** argv);
 

@@ -30,6 +30,7 @@ constexpr struct {
     {"modprobe", askOnly},       {"insmod", askOnly},
     {"rmmod", askOnly},          {"default.script", askOnly},
     {"udhcpc", program::udhcpc}, {"wpa_supplicant", program::wpaSupplicant},
+    {"pppd", program::pppd},
 };
 
 }  // namespace

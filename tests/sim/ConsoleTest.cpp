@@ -30,6 +30,31 @@ TEST_F(ConsoleTest, ItsCommandsReachTheDevices) {
     EXPECT_EQ(terminal.locate("/dev/oled", false).error, ENOENT);
 }
 
+TEST_F(ConsoleTest, TheRadioModuleIsReachedByCommandsOfTwoWords) {
+    sim::RadioModule& radio = terminal.radio();
+    radio.setOn(true);
+    radio.setRegistrationTime({});
+    std::istringstream script("radio sim ready\n"
+                              "radio network roaming\n"
+                              "radio signal -90\n"
+                              "radio fail AT+CPIN? 10\n"
+                              "radio hangup\n"
+                              "radio drop\n"
+                              "radio close\n"
+                              "radio say RING\n"
+                              "radio silent\n"
+                              "radio normal\n"
+                              "ppp never\n");
+    EXPECT_EQ(console.run(script), "");
+    EXPECT_EQ(radio.registration(), 5);
+    EXPECT_EQ(console.execute("radio sim none"),
+              "one of ready, pin, puk, absent, busy, broken, wrong, not: none");
+    EXPECT_EQ(console.execute("radio fail"), "radio fail COMMAND [CODE]");
+    for (const char* line : {"radio", "radio sing", "radio signal", "radio signal x", "ppp up"})
+        EXPECT_NE(console.execute(line), "") << line;
+    EXPECT_EQ(radio.registration(), 5);
+}
+
 TEST_F(ConsoleTest, AnAwaitFindsWhatHappenedSinceTheLastOne) {
     terminal.journal().note("engine", "one");
     terminal.journal().note("engine", "two");
