@@ -8,7 +8,6 @@
 #include <cctype>
 #include <cstdlib>
 #include <cstring>
-#include <ctime>
 #include <fstream>
 #include <map>
 #include <sstream>
@@ -21,6 +20,7 @@ namespace program {
 namespace {
 
 constexpr int Refused = 255;
+constexpr int Nothing = -1;  // descriptor
 constexpr char Ok[] = "OK\n";
 constexpr char Fail[] = "FAIL\n";
 
@@ -101,11 +101,6 @@ std::map<int, Network> readConfiguration(const std::string& hostPath) {
     return networks;
 }
 
-void pauseMs(long milliseconds) {
-    const timespec duration{milliseconds / 1000, (milliseconds % 1000) * 1'000'000L};
-    nanosleep(&duration, nullptr);
-}
-
 class Daemon {
 public:
     Daemon(Door& terminalDoor, const Options& given) : door(terminalDoor), options(given) {}
@@ -159,7 +154,7 @@ private:
             else if (kind == "answer")
                 answer(step.substr(kind.size() + 1));
             else if (kind == "delay")
-                pauseMs(first);
+                waitUnlessEnded(door, Nothing, static_cast<int>(first));
             else if (kind == "die")
                 _exit(EXIT_FAILURE);
             else if (kind == "events")
@@ -176,7 +171,8 @@ private:
 
     void flood(long count, long gapMs) const {
         for (long i = 0; i < count; ++i) {
-            pauseMs(gapMs);
+            if (!waitUnlessEnded(door, Nothing, static_cast<int>(gapMs)))
+                return;
             answer("<3>CTRL-EVENT-SCAN-RESULTS " + std::to_string(i));
         }
     }
