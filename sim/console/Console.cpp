@@ -1,8 +1,12 @@
 #include "sim/console/Console.h"
 
+#include <signal.h>
+
+#include <climits>
 #include <cmath>
 #include <cstdlib>
 #include <istream>
+#include <optional>
 #include <ostream>
 #include <sstream>
 
@@ -120,6 +124,18 @@ const Console::Command Console::Commands[] = {
     {"radio hangup", 0, "", "its line hangs up", &Console::radioEnd},
     {"ppp", 1, "normal|never|stubborn", "how the next PPP daemon is; now: down, crash",
      &Console::ppp},
+    {"wlan network", 0, "[SSID [KEY]]", "the network in reach, or none", &Console::wlanNetwork},
+    {"wlan signal", 1, "DBM", "the power that the adapter receives", &Console::wlanNumber},
+    {"wlan channel", 1, "NUMBER", "of the network", &Console::wlanNumber},
+    {"wlan appear", 1, "SECONDS|never", "how long after its driver the adapter is there",
+     &Console::wlanDelay},
+    {"wlan associate", 1, "SECONDS|never", "how long it takes to associate", &Console::wlanDelay},
+    {"wlan drop", 0, "", "it loses the network, and associates again", &Console::wlanDrop},
+    {"supplicant", 1, "normal|silent", "answers commands or does not; now: die",
+     &Console::supplicant},
+    {"dhcp lease", 4, "IP MASK ROUTER DNS", "what it gives", &Console::dhcpLease},
+    {"dhcp", 1, "answer|fail", "the DHCP server answers or does not", &Console::dhcp},
+    {"program", 2, "NAME STATUS", "its next start ends with that exit status", &Console::program},
     {"missing", 1, "PATH", "takes a device node or file away", &Console::node},
     {"present", 1, "PATH", "puts it back", &Console::node},
     {"wake-key", 1, "SECONDS", "the Enter key ends the next suspend after that time",
@@ -300,6 +316,65 @@ std::string Console::ppp(const Words& words) {
         return "";
     link.setNeverUp(order == Never);
     link.setStubborn(order == Stubborn);
+    return "";
+}
+
+std::string Console::wlanNetwork(const Words& words) {
+    terminal.wlan().setNetwork(words.size() > 1 ? words[1] : "", rest(words, 2));
+    return "";
+}
+
+std::string Console::wlanNumber(const Words& words) {
+    const auto value = static_cast<int>(number(words[1]));
+    if (words[0] == "wlan signal")
+        terminal.wlan().setSignal(value);
+    else
+        terminal.wlan().setChannel(value);
+    return "";
+}
+
+std::string Console::wlanDelay(const Words& words) {
+    std::optional<Nanoseconds> delay;
+    if (words[1] != "never")
+        delay = seconds(words[1]);
+    if (words[0] == "wlan appear")
+        terminal.wlan().appearAfter(delay);
+    else
+        terminal.wlan().associateAfter(delay);
+    return "";
+}
+
+std::string Console::wlanDrop(const Words&) {
+    terminal.wlan().drop();
+    return "";
+}
+
+std::string Console::supplicant(const Words& words) {
+    enum Order { Normal, Silent, Die };
+    static constexpr Named<Order> Orders[] = {{"normal", Normal}, {"silent", Silent}, {"die", Die}};
+    switch (choice(words[1], Orders)) {
+    case Normal: terminal.supplicant().clear(); break;
+    case Silent: terminal.supplicant().onCommand("", {}, INT_MAX); break;
+    case Die:
+        terminal.programs().signalRunning("wpa_supplicant", SIGKILL);
+        terminal.wlan().leave();
+        break;
+    }
+    return "";
+}
+
+std::string Console::dhcp(const Words& words) {
+    terminal.dhcp().setAnswering(choice(words[1], "answer", "fail"));
+    return "";
+}
+
+std::string Console::dhcpLease(const Words& words) {
+    terminal.dhcp().setLease({words[1], words[2], words[3], words[4]});
+    return "";
+}
+
+std::string Console::program(const Words& words) {
+    terminal.programs().failNext(words[1], static_cast<int>(number(words[2])));
     return "";
 }
 

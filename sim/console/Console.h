@@ -49,6 +49,14 @@ private:
     std::string radioMood(const Words& words);
     std::string radioEnd(const Words& words);
     std::string ppp(const Words& words);
+    std::string wlanNetwork(const Words& words);
+    std::string wlanNumber(const Words& words);
+    std::string wlanDelay(const Words& words);
+    std::string wlanDrop(const Words& words);
+    std::string supplicant(const Words& words);
+    std::string dhcp(const Words& words);
+    std::string dhcpLease(const Words& words);
+    std::string program(const Words& words);
     std::string node(const Words& words);
     std::string wakeKey(const Words& words);
     std::string wait(const Words& words);

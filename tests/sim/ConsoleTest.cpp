@@ -55,6 +55,39 @@ TEST_F(ConsoleTest, TheRadioModuleIsReachedByCommandsOfTwoWords) {
     EXPECT_EQ(radio.registration(), 5);
 }
 
+TEST_F(ConsoleTest, TheWlanItsSupplicantAndItsDhcpServerAreReached) {
+    std::istringstream script("wlan network Depot secret words\n"
+                              "wlan signal -71\n"
+                              "wlan channel 14\n"
+                              "wlan appear never\n"
+                              "wlan appear 0\n"
+                              "wlan associate 0\n"
+                              "wlan drop\n"
+                              "supplicant silent\n"
+                              "supplicant normal\n"
+                              "supplicant die\n"
+                              "dhcp fail\n"
+                              "dhcp answer\n"
+                              "dhcp lease 1.2.3.4 255.0.0.0 1.0.0.1 1.0.0.2\n"
+                              "program rmmod 42\n");
+    EXPECT_EQ(console.run(script), "");
+    EXPECT_EQ(WEXITSTATUS(system("rmmod x")), 42);
+    for (const char* module : {"modprobe ohci-hcd", "insmod /lib/modules/wireless/rt3070sta.ko"})
+        EXPECT_EQ(system(module), 0);
+    terminal.wlan().setPower(true);
+    terminal.wlan().setRadio(true);
+    terminal.wlan().setUp(true);
+    terminal.wlan().join(
+        {{"ssid", "\"Depot\""}, {"key_mgmt", "WPA-PSK"}, {"psk", "\"secret words\""}});
+    EXPECT_EQ(terminal.wlan().essid(), "Depot");
+    EXPECT_EQ(console.execute("wlan network"), "");
+    EXPECT_EQ(terminal.wlan().essid(), "");
+    for (const char* line :
+         {"wlan", "wlan signal", "wlan signal x", "wlan associate soon", "supplicant",
+          "supplicant sleepy", "dhcp maybe", "dhcp lease 1.2.3.4", "program rmmod"})
+        EXPECT_NE(console.execute(line), "") << line;
+}
+
 TEST_F(ConsoleTest, AnAwaitFindsWhatHappenedSinceTheLastOne) {
     terminal.journal().note("engine", "one");
     terminal.journal().note("engine", "two");
