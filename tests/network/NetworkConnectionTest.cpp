@@ -12,6 +12,7 @@
 #include <vector>
 
 #include "foundation/Worker.h"
+#include "network/NetworkWindow.h"
 #include "support/TerminalTest.h"
 
 namespace {
@@ -27,8 +28,6 @@ using testing::StartsWith;
 
 constexpr char Device[] = "net";
 constexpr double Speed = 50;
-
-constexpr const char* EventNames[] = {"down", "connecting", "up"};
 
 /// A link whose steps do what a test says, and note it.
 class FakeLink : public NetworkConnection {
@@ -94,31 +93,13 @@ class NotingListener : public NetworkEventListener {
 public:
     explicit NotingListener(sim::Journal& terminalJournal) : journal(terminalJournal) {}
 
-    void networkEvent(NetworkEvent event) override { note(EventNames[event]); }
+    void networkEvent(NetworkEvent event) override { note(test::NetworkEventNames[event]); }
     void signalQuality(int percent) override { note("signal " + std::to_string(percent)); }
     void errorMessage(const char* text) override { note(text); }
     void statusMessage(const char* text) override { note(text); }
 
 private:
     void note(const string& text) { journal.note(Device, text); }
-    sim::Journal& journal;
-};
-
-/// Notes the connection's system events: "event 4 up", "event 1 some status".
-class NetworkWindow : public GuiWindow {
-public:
-    explicit NetworkWindow(sim::Journal& terminalJournal)
-        : GuiWindow(0), journal(terminalJournal) {}
-
-    void onSystemEvent(int code, void* data) override {
-        const auto number = static_cast<int>(reinterpret_cast<intptr_t>(data));
-        const string text = code < 3    ? static_cast<const char*>(data)
-                            : code == 3 ? std::to_string(number)
-                                        : EventNames[number];
-        journal.note(Device, "event " + std::to_string(code) + " " + text);
-    }
-
-private:
     sim::Journal& journal;
 };
 
@@ -172,7 +153,7 @@ protected:
 
     FakeLink link{terminal.journal()};
     NotingListener listener{terminal.journal()};
-    NetworkWindow networkWindow{terminal.journal()};
+    test::NetworkWindow networkWindow{terminal.journal()};
 };
 
 const string Connecting = "connecting, event 4 connecting, ";

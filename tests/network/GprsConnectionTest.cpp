@@ -1,0 +1,269 @@
+#include "network/GprsConnection.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <cerrno>
+#include <functional>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "network/NetworkWindow.h"
+#include "support/Resources.h"
+#include "support/TerminalTest.h"
+
+namespace {
+
+using namespace std::chrono_literals;
+using sim::RadioNetwork;
+using sim::RadioSim;
+using sim::Reply;
+using std::string;
+using test::soon;
+using testing::EndsWith;
+using testing::HasSubstr;
+using testing::StartsWith;
+
+constexpr char LinePath[] = "/dev/ttyAT1";
+
+const string PoweredUp = "event 1 Powering up GPRS module, ";
+const string Initialized = PoweredUp + "event 1 Initializing GPRS module, ";
+const string Mux = Initialized + "event 1 Initializing multiplexer, ";
+const string Sim = Mux + "event 1 Initializing SIM card, ";
+const string Gprs = Sim + "event 1 Initializing GPRS settings, ";
+const string Network = Gprs + "event 1 Seeking for network";
+
+class GprsConnectionTest : public test::PoweredTest {
+protected:
+    GprsConnectionTest() { make("1234", ""); }
+    ~GprsConnectionTest() override {
+        terminal.clock().setSpeed(10);
+        link->disconnect();
+        link->shutdown();
+    }
+
+    void make(const string& pin, const string& user) {
+        GPRS_CONNECTION_SETTINGS settings;
+        settings.pin = pin;
+        settings.apn = "internet";
+        settings.user = user;
+        settings.password = "secret";
+        link = std::make_unique<GprsConnection>(settings);
+    }
+
+    sim::RadioModule& radio() { return terminal.radio(); }
+
+    /// The link's own system events since the last clear().
+    string story() { return terminal.journal().history("net"); }
+    void clear() { terminal.journal().clear(); }
+
+    testing::AssertionResult comes(const string& text) {
+        const bool came = soon([&] { return story().find(text) != string::npos; });
+        return came ? testing::AssertionSuccess()
+                    : testing::AssertionFailure() << "no \"" << text << "\" in " << story();
+    }
+
+    testing::AssertionResult registers() {
+        return soon([&] { return radio().registration() == 1; })
+                   ? testing::AssertionSuccess()
+                   : testing::AssertionFailure() << radio().registration();
+    }
+
+    std::unique_ptr<GprsConnection> link;
+    test::NetworkWindow networkWindow{terminal.journal()};
+};
+
+TEST_F(GprsConnectionTest, ALinkComesUpIsRepairedSleepsAndIsShutDown) {
+    const long descriptors = test::openDescriptors();
+    const long threads = test::runningThreads();
+    ASSERT_TRUE(link->initialize());
+    EXPECT_EQ(story(), Network);
+    EXPECT_TRUE(radio().isOn());
+    EXPECT_TRUE(radio().isMultiplexing());
+    EXPECT_EQ(radio().line().settings(), "115200 8N1 rtscts");
+    EXPECT_EQ(radio().simCard().state, RadioSim::Ready);
+    ASSERT_TRUE(registers());
+
+    clear();
+    ASSERT_TRUE(link->connect());
+    ASSERT_TRUE(comes("event 4 up"));
+    EXPECT_EQ(story(), "event 3 67, event 4 connecting, event 1 Initializing PPP session, "
+                       "event 1 GPRS is ready, event 4 up");
+    EXPECT_THAT(terminal.journal().history("pppd"),
+                HasSubstr("start /dev/ttyp1 nodetach call gprs-data"));
+    EXPECT_TRUE(radio().isAttached());
+    EXPECT_TRUE(radio().isOnline(2));
+    EXPECT_NE(link->getGsmModule()->getVersion(), "") << "the driver works beside the session";
+
+    radio().setSignal(-82);
+    ASSERT_TRUE(comes("event 3 50"));
+
+    // The network ends the call: the daemon goes, the link is watched a while, then repaired.
+    clear();
+    terminal.clock().setSpeed(5);
+    radio().dropCall();
+    ASSERT_TRUE(comes("event 4 connecting"));
+    ASSERT_TRUE(comes("event 4 up"));
+    EXPECT_EQ(story().substr(story().find("event 4")),
+              "event 4 connecting, event 1 GPRS is shut down, event 1 Initializing PPP session, "
+              "event 1 GPRS is ready, event 4 up");
+
+    // Around the terminal's sleep.
+    clear();
+    EXPECT_FALSE(power().setPowerMode(POWER_SUSPEND)) << "the link comes first";
+    ASSERT_TRUE(comes("event 4 down"));
+    EXPECT_THAT(story(), EndsWith("event 1 Suspending GPRS connection, "
+                                  "event 1 Terminating PPP session, event 1 GPRS is suspended, "
+                                  "event 4 down"));
+    EXPECT_FALSE(terminal.ppp().isRunning());
+    EXPECT_TRUE(radio().isMultiplexing());
+    clear();
+    EXPECT_TRUE(power().setPowerMode(POWER_SUSPEND));
+    EXPECT_EQ(terminal.power().suspends(), 1);
+    terminal.clock().setSpeed(1);
+    EXPECT_TRUE(power().setPowerMode(POWER_ON));
+    ASSERT_TRUE(comes("event 4 up"));
+    EXPECT_THAT(story(), HasSubstr("event 4 connecting, event 1 Starting PPP session, "
+                                   "event 1 GPRS is ready, event 4 up"));
+    ASSERT_TRUE(comes("event 3 50"));
+
+    clear();
+    EXPECT_FALSE(link->shutdown()) << "not while connected";
+    EXPECT_TRUE(link->disconnect());
+    EXPECT_THAT(story(), EndsWith("event 1 Terminating PPP session, event 1 GPRS is shut down"));
+    clear();
+    terminal.clock().setSpeed(10);
+    EXPECT_TRUE(link->shutdown());
+    EXPECT_EQ(story(), "event 1 Shutting down GPRS module, event 1 Shutting down multiplexer");
+    EXPECT_FALSE(radio().isOn());
+    EXPECT_TRUE(soon([&] { return test::openDescriptors() == descriptors; }))
+        << test::openDescriptors() << " instead of " << descriptors;
+    EXPECT_TRUE(soon([&] { return test::runningThreads() == threads; }));
+}
+
+TEST_F(GprsConnectionTest, EveryStepOfTheBringUpFailsWithItsOwnText) {
+    const struct {
+        std::function<void()> happens;
+        string story;
+        bool isOn, isMultiplexing;
+    } cases[] = {
+        {[&] { radio().answerPulse(0); }, PoweredUp + "event 2 GSM module or power problem", false,
+         false},
+        {[&] { terminal.setPresent(LinePath, false); },
+         PoweredUp + "event 2 GSM communication error", true, false},
+        {[&] { radio().setSilent(true); }, Initialized + "event 2 GSM module initialization failed",
+         true, false},
+        {[&] { terminal.faults().fail("open", LinePath, EIO, 1); },
+         Mux + "event 2 GSM CMUX initialization error", true, false},
+        {[&] { terminal.faults().fail("open", "/dev/ttyp0", EIO); },
+         Mux + "event 2 GSM communication error", true, true},
+        {[&] { radio().setSim(RadioSim::PukNeeded); },
+         Sim + "event 2 SIM card not present or broken", true, true},
+        {[&] { radio().onCommand("AT+CGDCONT*", Reply::error()); },
+         Gprs + "event 2 GPRS configuration error", true, true},
+        {[&] { radio().onCommand("AT+COPS=0,2", Reply::error(30)); },
+         Network + ", event 2 Unable to register with GSM network", true, true},
+    };
+    for (const auto& expected : cases) {
+        SCOPED_TRACE(expected.story);
+        clear();
+        expected.happens();
+        EXPECT_FALSE(link->initialize());
+        EXPECT_EQ(story(), expected.story);
+        EXPECT_EQ(radio().isOn(), expected.isOn) << "nothing is undone";
+        EXPECT_TRUE(soon([&] { return radio().isMultiplexing() == expected.isMultiplexing; }));
+        terminal.clock().setSpeed(10);
+        EXPECT_TRUE(link->shutdown()) << "until it is shut down";
+        terminal.clock().setSpeed(1);
+        EXPECT_FALSE(radio().isOn());
+
+        radio().answerPulse(1);
+        radio().setSilent(false);
+        radio().setSim(RadioSim::PinNeeded);
+        radio().clearHooks();
+        terminal.setPresent(LinePath, true);
+        terminal.faults().clear();
+    }
+    clear();
+    EXPECT_TRUE(link->initialize()) << "and works again when all is well";
+    EXPECT_EQ(story(), Network);
+}
+
+TEST_F(GprsConnectionTest, AWrongPinIsSentOnce) {
+    make("0000", "");
+    EXPECT_FALSE(link->initialize());
+    EXPECT_EQ(radio().simCard().triesLeft, RadioSim::PinTries - 1);
+    EXPECT_THAT(story(), EndsWith("event 2 SIM card not present or broken"));
+}
+
+TEST_F(GprsConnectionTest, ASessionThatCannotStartIsReportedAndTriedAgain) {
+    make("1234", "name");
+    ASSERT_TRUE(link->initialize());
+    ASSERT_TRUE(registers());
+    clear();
+    radio().failNext("AT+CGATT=1");
+    EXPECT_FALSE(link->netConnect());
+    EXPECT_EQ(story(), "event 1 Initializing PPP session, event 2 GPRS attach procedure failed");
+    clear();
+    terminal.clock().setSpeed(10);
+    terminal.ppp().setNeverUp(true);
+    EXPECT_FALSE(link->netConnect());
+    EXPECT_EQ(story(), "event 1 Initializing PPP session, event 2 Failed starting GPRS PPP");
+    clear();
+    radio().dropCall();
+    EXPECT_FALSE(link->netResume());
+    EXPECT_EQ(story(), "event 1 Starting PPP session, event 2 Failed starting GPRS PPP");
+    radio().dropCall();
+    terminal.ppp().setNeverUp(false);
+    clear();
+    ASSERT_TRUE(link->netConnect());
+    EXPECT_THAT(terminal.journal().history("pppd"),
+                HasSubstr("start /dev/ttyp1 user name password secret nodetach call gprs-data"));
+    EXPECT_FALSE(link->netResume()) << "the driver is open already";
+    EXPECT_THAT(story(), EndsWith("event 2 failed opening GSM module"));
+    clear();
+    EXPECT_TRUE(link->netDisconnect());
+    EXPECT_TRUE(link->netDisconnect()) << "without a session there is nothing to end";
+    EXPECT_EQ(story(), "event 1 Terminating PPP session, event 1 GPRS is shut down, "
+                       "event 1 GPRS is shut down");
+}
+
+TEST_F(GprsConnectionTest, NetworkInformationFollowsTheModule) {
+    ASSERT_TRUE(link->initialize());
+    ASSERT_TRUE(registers());
+    GENERIC_NETWORK_INFO info;
+    const struct {
+        int dBm, percent;
+    } signals[] = {{-120, 0}, {-114, 0},  {-113, 0},  {-112, 1},
+                   {-82, 50}, {-51, 100}, {-50, 100}, {-20, 100}};
+    for (const auto& [dBm, percent] : signals) {
+        radio().setSignal(dBm);
+        ASSERT_TRUE(link->getNetworkInfo(info));
+        EXPECT_EQ(info.signalQuality, percent) << dBm;
+    }
+    EXPECT_EQ(info.connected, 1);
+    EXPECT_EQ(info.networkName, "Sim Net");
+    EXPECT_EQ(info.channel, 736);
+    EXPECT_EQ(info.ipAddress, "") << "no session yet";
+
+    ASSERT_TRUE(link->netConnect());
+    ASSERT_TRUE(link->getNetworkInfo(info));
+    EXPECT_EQ(info.ipAddress, "10.64.64.64");
+    EXPECT_EQ(info.macAddress, "00:00:00:00:00:00");
+    EXPECT_TRUE(link->netDisconnect());
+
+    radio().onCommand("AT+CREG?", Reply::ok("+CREG: 0,2"));
+    ASSERT_TRUE(link->getNetworkInfo(info)) << "it is searching";
+    EXPECT_EQ(info.connected, 0);
+    EXPECT_EQ(info.networkName, "");
+    EXPECT_EQ(info.channel, 0);
+    EXPECT_EQ(info.signalQuality, 0);
+    clear();
+    radio().setSilent(true);
+    EXPECT_FALSE(link->getNetworkInfo(info));
+    EXPECT_EQ(story(), "event 2 Failed requesting network information");
+    radio().setSilent(false);
+}
+
+}  // namespace
