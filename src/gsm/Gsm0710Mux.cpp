@@ -96,6 +96,7 @@ bool Gsm0710Mux::powerStateChange(PowerState from, PowerState to) {
 
 void Gsm0710Mux::run() {
     resting.reset();
+    abandoned.reset();
     unread.reset();
     openVirtualPorts();
     if (!initMux())

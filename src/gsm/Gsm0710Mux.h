@@ -109,5 +109,6 @@ private:
     // all that rest are looked at again. A master that could not be opened rests as well.
     std::bitset<MaxDescriptors> resting;
     foundation::TimeLimit restLimit{0};
-    std::bitset<MaxDescriptors> unread;  // the program has not taken its data within the second
+    std::bitset<MaxDescriptors> abandoned;  // no program had the port open when last looked at
+    std::bitset<MaxDescriptors> unread;     // the program has not taken its data within the second
 };

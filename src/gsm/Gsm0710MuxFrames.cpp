@@ -69,16 +69,16 @@ unsigned int Gsm0710Mux::writeToPhysical(int channel, const unsigned char* data,
     return length;
 }
 
-/// Whether a program has the port open, as far as is known: one that was found closed is asked
+/// Whether a program has the port open, as far as is known: one that was found closed is looked at
 /// again. What is written to a closed port would be read by the next program.
 bool Gsm0710Mux::isListening(int channel) {
     const io::FileDescriptor& master = virtualFds[channel - 1];
     if (!master.isOpen())
         return false;
     const auto bit = static_cast<size_t>(channel);
-    if (resting[bit] && !isHungUp(master.get()))
-        resting.reset(bit);
-    return !resting[bit];
+    if (abandoned[bit] && !isHungUp(master.get()))
+        abandoned.reset(bit);
+    return !abandoned[bit];
 }
 
 /// Hands data to a program. The number of octets taken; what is not taken within a second is
@@ -194,8 +194,10 @@ void Gsm0710Mux::handleVirtualInput(int fd) {
         ++channel;
     unsigned char octets[MaxRead];
     const ssize_t count = ::read(fd, octets, sizeof octets);
-    if (count > 0)
+    if (count > 0) {
         writeToPhysical(channel, octets, static_cast<unsigned int>(count), gsm0710::Uih);
-    else
-        rest(channel);
+        return;
+    }
+    abandoned.set(static_cast<size_t>(channel));
+    rest(channel);
 }
