@@ -23,6 +23,9 @@ namespace {
 
 constexpr Nanoseconds Never = Nanoseconds::max();
 
+/// With something to do later the clock is looked at this often: it may jump.
+constexpr Nanoseconds LongestWait = std::chrono::milliseconds(10);
+
 struct SpeedName {
     speed_t code;
     const char* text;
@@ -327,7 +330,7 @@ void SerialLine::serve() {
     while (!isStopping) {
         const Nanoseconds nextAction = runDue(held);
         const Nanoseconds left = std::min(sendDue(), nextAction);
-        const timespec wait = toTimespec(left);
+        const timespec wait = toTimespec(std::min(left, LongestWait));
         const int wanted = (outboxBytes > MostWaiting ? 0 : POLLIN) | (isHeldBack ? POLLOUT : 0);
         pollfd files[] = {{farEnd, static_cast<short>(wanted), 0}, {wakeUp, POLLIN, 0}};
         held.unlock();

@@ -92,8 +92,8 @@ Words PppLink::answerDaemon(const Words& question) {
     return {""};
 }
 
-int PppLink::ioctl(unsigned long request, void* argument) {
-    ifreq& record = *static_cast<ifreq*>(argument);
+int PppLink::ioctl(unsigned long request, void* given) {
+    ifreq& record = *static_cast<ifreq*>(given);
     if (!isPresent())
         return failWith(ENODEV);
     switch (request) {
@@ -108,7 +108,7 @@ int PppLink::ioctl(unsigned long request, void* argument) {
         memset(&record.ifr_hwaddr, 0, sizeof record.ifr_hwaddr);
         record.ifr_hwaddr.sa_family = ARPHRD_PPP;
         return 0;
-    default: return NetworkInterface::ioctl(request, argument);
+    default: return NetworkInterface::ioctl(request, given);
     }
 }
 

@@ -1,8 +1,8 @@
 #pragma once
 
-#include <signal.h>
 #include <sys/types.h>
 
+#include <csignal>
 #include <mutex>
 
 #include "sim/Programs.h"
@@ -25,7 +25,7 @@ public:
     bool isRunning() const { return !programs.running(Daemon).empty(); }
 
     bool isPresent() const override;
-    int ioctl(unsigned long request, void* record) override;
+    int ioctl(unsigned long request, void* given) override;
 
 private:
     static constexpr char Daemon[] = "pppd";

@@ -156,7 +156,7 @@ bool RadioModule::isOnline(uint8_t channel) const {
 
 void RadioModule::dropCall() {
     const Lock held(mutex);
-    for (uint8_t channel = 0; channel < channels.size(); ++channel) {
+    for (uint8_t channel = 0; channel < RadioMux::Channels; ++channel) {
         if (channels[channel].mode == Channel::Data)
             hangUpCall(channel);
     }
@@ -188,7 +188,7 @@ void RadioModule::sayUnasked(const std::string& text, Nanoseconds delay) {
     if (!on || isSilent)
         return;
     const std::string line = commands.formatLines(text);
-    for (uint8_t channel = 0; channel < channels.size(); ++channel) {
+    for (uint8_t channel = 0; channel < RadioMux::Channels; ++channel) {
         if (channels[channel].mode == Channel::Commands && (channel == PlainLine) != multiplexing)
             say(channel, line);
     }

@@ -34,7 +34,7 @@ public:
 
     // ---- Power. The lines' levels, as the power control drives them.
 
-    void setSupply(bool on);      ///< needed to power up, and to be heard
+    void setSupply(bool nowOn);   ///< needed to power up, and to be heard
     void setControl(bool level);  ///< low: forced off
     void setReset(bool level);    ///< starts anew when it falls
     void setPowerKey(bool level);
@@ -48,7 +48,7 @@ public:
     /// for ever.
     void lingerFor(int count);
 
-    void setOn(bool on);  ///< at once, ready to answer
+    void setOn(bool nowOn);  ///< at once, ready to answer
     bool isOn() const;
 
     /// From power-up until it hears commands. Half a second by itself.

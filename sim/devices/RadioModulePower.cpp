@@ -11,9 +11,9 @@ constexpr Nanoseconds PowerOffPulse = std::chrono::milliseconds(1500);
 
 }  // namespace
 
-void RadioModule::setSupply(bool supplied) {
+void RadioModule::setSupply(bool nowOn) {
     const Lock held(mutex);
-    isSupplied = supplied;
+    isSupplied = nowOn;
 }
 
 void RadioModule::setControl(bool level) {

@@ -1,12 +1,11 @@
 // The PPP daemon: dials on its line and holds the link until the call or the daemon is ended.
 
 #include <fcntl.h>
-#include <signal.h>
 #include <termios.h>
 #include <unistd.h>
 
 #include <algorithm>
-#include <cerrno>
+#include <csignal>
 #include <string>
 
 #include "sim/programs/Programs.h"
@@ -143,7 +142,7 @@ int pppd(Door& door, int argc, char** argv) {
     const std::string pidFile = door.hostPath(PidFile);
     Session session(door, options);
     if (session.isTold("stubborn"))
-        ::signal(SIGTERM, SIG_IGN);
+        std::signal(SIGTERM, SIG_IGN);
     if (!session.isTold("no-pid-file"))
         writePidFile(pidFile);
     int status = session.call();

@@ -1,6 +1,5 @@
 #include <arpa/inet.h>
 #include <fcntl.h>
-#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <net/if.h>
 #include <net/if_arp.h>
@@ -29,7 +28,6 @@ namespace {
 
 using namespace std::chrono_literals;
 using std::string;
-using testing::HasSubstr;
 
 constexpr char Daemon[] = "/usr/sbin/pppd";
 constexpr char PidFile[] = "/var/run/ppp0.pid";
