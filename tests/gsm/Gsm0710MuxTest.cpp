@@ -1,0 +1,606 @@
+#include "gsm/Gsm0710Mux.h"
+
+#include <fcntl.h>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <poll.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <atomic>
+#include <cerrno>
+#include <chrono>
+#include <ctime>
+#include <future>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "gsm/Octets.h"
+#include "io/FileDescriptor.h"
+#include "support/Eventually.h"
+#include "support/Resources.h"
+#include "support/TerminalTest.h"
+
+namespace {
+
+using namespace std::chrono_literals;
+using sim::RadioFrame;
+using sim::RadioMux;
+using std::string;
+using test::octets;
+using test::soon;
+using testing::ElementsAre;
+using testing::Le;
+
+constexpr char Line[] = "/dev/ttyAT1";
+constexpr char OpeningOfTwo[] = "0:3F 1:3F 0:EF[E3 05 07 0C] 2:3F 0:EF[E3 05 0B 0C]";
+constexpr char ClosingOfTwo[] = "1:53 0:53 0:EF[C3 01] 0:EF[C3 01] 0:EF[C3 01] 0:EF[C3 01] "
+                                "0:EF[C3 01]";
+
+string hex(const string& bytes) {
+    string text;
+    for (const char byte : bytes) {
+        char digits[4];
+        std::snprintf(digits, sizeof digits, "%s%02X", text.empty() ? "" : " ",
+                      static_cast<unsigned>(static_cast<uint8_t>(byte)));
+        text += digits;
+    }
+    return text;
+}
+
+/// Octets that tell where in the stream they stand; every value occurs.
+string pattern(size_t size) {
+    string bytes(size, '\0');
+    for (size_t i = 0; i < size; ++i)
+        bytes[i] = static_cast<char>(i + i / 251);
+    return bytes;
+}
+
+/// The engine between the simulated radio module and programs that open the slaves.
+class Gsm0710MuxTest : public test::PoweredTest {
+protected:
+    Gsm0710MuxTest() {
+        radio.setOn(true);
+        radio.setAnswerTime(0ms);
+        radio.onFrame([this](const RadioFrame& frame) { return note(frame); });
+    }
+
+    ~Gsm0710MuxTest() override {
+        stop();
+        radio.onFrame(nullptr);
+    }
+
+    /// Multiplexing with two ports, and all over that belongs to its beginning.
+    void start() {
+        clear();
+        ASSERT_TRUE(startOnly());
+        ASSERT_TRUE(soon([&] { return radio.isChannelOpen(0); })) << text();
+        send(0, octets("23 01"));
+        ASSERT_TRUE(soonReceived(string(OpeningOfTwo) + " 0:EF[21 01]")) << text();
+        clear();
+    }
+
+    /// A module that knows nothing of what was before.
+    void restartModule() {
+        radio.setOn(false);
+        radio.setOn(true);
+    }
+
+    bool startOnly(int count = 2) {
+        const char* paths[] = {"/dev/ptyp0", "/dev/ptyp1", "/dev/ptyp2", "/dev/ptyp3", nullptr};
+        paths[count] = nullptr;
+        return mux->startMux(Line, paths);
+    }
+
+    /// The engine looks for a request once a second: a second that need not be real.
+    void stop() {
+        terminal.clock().setSpeed(10);
+        EXPECT_TRUE(mux->stopMux());
+        terminal.clock().setSpeed(1);
+    }
+
+    static io::FileDescriptor program(int number) {
+        const string path = "/dev/ttyp" + std::to_string(number - 1);
+        io::FileDescriptor opened(::open(path.c_str(), O_RDWR | O_NOCTTY | O_NONBLOCK));
+        EXPECT_TRUE(opened.isOpen()) << path;
+        return opened;
+    }
+
+    static string read(const io::FileDescriptor& from, size_t size,
+                       std::chrono::milliseconds limit = 20s) {
+        const sim::HostTime hostTime;
+        string all;
+        pollfd file{from.get(), POLLIN, 0};
+        while (all.size() < size && ::poll(&file, 1, static_cast<int>(limit.count())) > 0) {
+            char buffer[4096];
+            const ssize_t count =
+                ::read(from.get(), buffer, std::min(sizeof buffer, size - all.size()));
+            if (count <= 0)
+                break;
+            all.append(buffer, static_cast<size_t>(count));
+        }
+        return all;
+    }
+
+    /// Writes what fits, again and again until all has gone.
+    static bool write(const io::FileDescriptor& to, const string& bytes) {
+        const sim::HostTime hostTime;
+        size_t written = 0;
+        pollfd file{to.get(), POLLOUT, 0};
+        while (written < bytes.size() && ::poll(&file, 1, 20000) > 0) {
+            const ssize_t count = ::write(to.get(), &bytes[written], bytes.size() - written);
+            if (count < 0 && errno != EAGAIN)
+                return false;
+            written += static_cast<size_t>(std::max<ssize_t>(count, 0));
+        }
+        return written == bytes.size();
+    }
+
+    /// A frame of the module with data for a program or, on channel 0, a message.
+    void send(int channel, const string& bytes, int control = RadioMux::UIH) {
+        radio.sendFrame(
+            {static_cast<uint8_t>(channel), static_cast<uint8_t>(control), false, bytes});
+    }
+
+    bool note(const RadioFrame& frame) {
+        const std::lock_guard<std::mutex> held(mutex);
+        noted.push_back(frame);
+        if (frame.channel > 0 && frame.control == RadioMux::UIH)
+            data[frame.channel] += frame.data;
+        return (frame.channel > 0 && frame.control == RadioMux::UIH) || isDeaf;
+    }
+
+    std::vector<RadioFrame> frames() {
+        const std::lock_guard<std::mutex> held(mutex);
+        return noted;
+    }
+
+    string received(int channel) {
+        const std::lock_guard<std::mutex> held(mutex);
+        return data[channel];
+    }
+
+    void clear() {
+        const std::lock_guard<std::mutex> held(mutex);
+        noted.clear();
+        for (string& each : data)
+            each.clear();
+    }
+
+    /// The frames that the module has received, without those that answer its own: "0:EF[E3 05]".
+    string text() {
+        string all;
+        for (const RadioFrame& frame : frames()) {
+            all += (all.empty() ? "" : " ") + std::to_string(frame.channel) + ":" +
+                   hex(string(1, static_cast<char>(frame.control)));
+            if (!frame.data.empty())
+                all += "[" + hex(frame.data) + "]";
+        }
+        return all;
+    }
+
+    bool soonReceived(const string& expected) {
+        return soon([&] { return text().size() >= expected.size(); }) && text() == expected;
+    }
+
+    /// The line's thread stands still until the returned promise is kept: nothing is taken from the
+    /// line any more.
+    std::shared_ptr<std::promise<void>> blockLine() {
+        auto released = std::make_shared<std::promise<void>>();
+        auto blocked = std::make_shared<std::promise<void>>();
+        radio.line().at(terminal.clock().monotonic(), [released, blocked] {
+            blocked->set_value();
+            released->get_future().wait();
+        });
+        blocked->get_future().wait();
+        return released;
+    }
+
+    /// The processor time this process uses in `duration`.
+    static std::chrono::nanoseconds cpuTimeIn(std::chrono::milliseconds duration) {
+        const sim::HostTime hostTime;
+        const auto used = [] {
+            timespec time{};
+            clock_gettime(CLOCK_PROCESS_CPUTIME_ID, &time);
+            return sim::fromTimespec(time);
+        };
+        const auto before = used();
+        std::this_thread::sleep_for(duration);
+        return used() - before;
+    }
+
+    sim::RadioModule& radio = terminal.radio();
+    std::unique_ptr<Gsm0710Mux> mux = std::make_unique<Gsm0710Mux>();
+    std::atomic<bool> isDeaf{false};  // the module does not see frames
+
+private:
+    std::mutex mutex;  // guards what follows
+    std::vector<RadioFrame> noted;
+    string data[64];
+};
+
+TEST_F(Gsm0710MuxTest, StartSwitchesTheModuleAndOpensAChannelPerPort) {
+    terminal.journal().clear();
+    ASSERT_TRUE(startOnly());
+    const io::FileDescriptor early = program(1);  // the ports are there at once
+    EXPECT_TRUE(soonReceived(OpeningOfTwo)) << text();
+    EXPECT_EQ(terminal.journal().history("radio").substr(0, 27), "AT, AT+CMUX=0, multiplexing");
+    EXPECT_TRUE(soon([&] { return radio.isChannelOpen(2); }));
+    EXPECT_FALSE(radio.isChannelOpen(3));
+    EXPECT_EQ(radio.line().settings(), "9600 8N1 rtscts");
+
+    const long descriptors = test::openDescriptors();
+    EXPECT_FALSE(startOnly(4)) << "it runs";
+    EXPECT_EQ(test::openDescriptors(), descriptors);
+    const io::FileDescriptor second = program(2);
+    EXPECT_EQ(::open("/dev/ttyp2", O_RDWR), -1) << "there are still two";
+
+    clear();
+    isDeaf = true;  // so that more of the farewell is seen than what ends the multiplexing
+    stop();
+    EXPECT_EQ(text().find("1:53 0:53 0:EF[C3 01] 0:EF[C3 01]"), 0U) << text();
+    EXPECT_EQ(radio.line().settings(), "9600 8N1");
+    EXPECT_FALSE(radio.line().isOpen());
+    EXPECT_FALSE(write(early, "?")) << "programs see a hang-up";
+}
+
+TEST_F(Gsm0710MuxTest, WithoutALineNothingIsStarted) {
+    const long descriptors = test::openDescriptors();
+    const char* ports[] = {"/dev/ptyp0", nullptr};
+    EXPECT_FALSE(mux->startMux("/dev/nothing", ports));
+    EXPECT_FALSE(mux->startMux(nullptr, ports));
+    EXPECT_TRUE(mux->stopMux());
+    EXPECT_EQ(test::openDescriptors(), descriptors);
+}
+
+TEST_F(Gsm0710MuxTest, AtMostFourNamesOfAtMost32CharactersCount) {
+    const string tooLong = "/dev/ptyp0" + string(60, 'x');
+    const char* ports[] = {tooLong.c_str(), "/dev/missing", "/dev/ptyp2",
+                           "/dev/ptyp3",    "/dev/ptyp4",   reinterpret_cast<const char*>(1),
+                           nullptr};
+    ASSERT_TRUE(mux->startMux(Line, ports));
+    ASSERT_TRUE(soon([&] { return radio.isChannelOpen(4); })) << "also those without a port";
+    const io::FileDescriptor fourth = program(4);
+    EXPECT_EQ(::open("/dev/ttyp4", O_RDWR), -1);
+    send(2, "lost");
+    send(4, "arrives");
+    EXPECT_EQ(read(fourth, 7), "arrives");
+}
+
+TEST_F(Gsm0710MuxTest, DataOfAProgramLeavesInFramesOf31OctetsAndComesBackOnItsChannel) {
+    start();
+    const io::FileDescriptor first = program(1), second = program(2);
+    const string sent = pattern(100);
+    ASSERT_TRUE(write(first, sent));
+    ASSERT_TRUE(soon([&] { return received(1).size() >= 100; }));
+    ASSERT_EQ(received(1), sent);
+    std::vector<size_t> sizes;
+    for (const RadioFrame& frame : frames()) {
+        EXPECT_TRUE(frame.channel == 1 && frame.control == RadioMux::UIH && frame.commandBit);
+        sizes.push_back(frame.data.size());
+    }
+    EXPECT_THAT(sizes, ElementsAre(31, 31, 31, 7));
+
+    // Whatever the module sends: of any length, on any channel, of a kind nobody knows.
+    for (const int channel : {3, 4, 5, 63}) {
+        send(channel, "nobody's");
+        send(channel, "nobody's", RadioMux::UI);
+        send(channel, "", 0xFF);
+    }
+    send(2, "");
+    send(2, pattern(127));
+    send(2, "and ", RadioMux::UI);
+    send(1, "other");
+    send(2, "the end");
+    EXPECT_EQ(read(second, 138), pattern(127) + "and the end");
+    EXPECT_EQ(read(first, 5), "other");
+}
+
+TEST_F(Gsm0710MuxTest, MessagesAndFramesAreAnsweredAsThePeerOfTheModuleDoes) {
+    start();
+    struct Exchange {
+        int channel;
+        int control;
+        string data;
+        string answer;
+        const char* what;
+    };
+    const string longTest = octets("23 FF") + string(40, 'x');
+    const Exchange exchanges[] = {
+        {0, 0xEF, octets("23 07 01 02 03"), "0:EF[21 07 01 02 03]", "test"},
+        {0, 0x03, octets("23"), "0:EF[21]", "test in UI, a header without a body"},
+        {0, 0xEF, longTest,
+         "0:EF[21 FF" + hex(string(29, 'x')).insert(0, " ") + "] 0:EF[" + hex(string(11, 'x')) +
+             "]",
+         "a long test"},
+        {0, 0xEF, octets("21 07 01 02 03"), "", "response"},
+        {0, 0xEF, "", "", "no message"},
+        {0, 0xEF, octets("E3 05 07 0D"), "", "modem status"},
+        {0, 0xEF, octets("E1 05 07 0D"), "", "... as a response"},
+        {0, 0xEF, octets("A3 01"), "0:EF[11 00 A3]", "flow control on"},
+        {0, 0xEF, octets("02 42 A3 01"), "0:EF[11 00 02 42 A3]", "a type of three octets"},
+        {0, 0xEF, octets("02"), "0:EF[11 00 02]", "a type without an end"},
+        {3, 0x43, "", "3:1F", "DISC of a closed channel"},
+        {3, 0x3F, "", "3:73", "SABM"},
+        {3, 0x53, "", "3:73", "DISC of an open channel"},
+        {17, 0x3F, "", "17:1F", "SABM of a channel that is none"},
+        {17, 0x63, "", "", "UA of it"},
+        {17, 0x0F, "", "", "DM of it"},
+        {1, 0x0F, "", "", "DM of an open channel"},
+        {1, 0x43, "", "1:1F", "which is closed now"},
+        {0, 0x2F, "junk", "0:73", "SABM with data"},
+    };
+    for (const Exchange& exchange : exchanges) {
+        clear();
+        send(exchange.channel, exchange.data, exchange.control);
+        send(0, octets("23 01"));  // answered last
+        const string expected =
+            (exchange.answer.empty() ? "" : exchange.answer + " ") + "0:EF[21 01]";
+        EXPECT_TRUE(soonReceived(expected)) << exchange.what << ": " << text();
+    }
+}
+
+TEST_F(Gsm0710MuxTest, TheModuleMayEndMultiplexingAndTheEngineStartsAgain) {
+    const struct {
+        string data;
+        int control;
+        string answer;
+        const char* what;
+    } ends[] = {{octets("C3 01"), 0xEF, "0:EF[C1 01]", "close-down"},
+                {octets("C3"), 0xEF, "0:EF[C1]", "close-down without length"},
+                {"", 0x43, "0:73", "DISC on channel 0"},
+                // Once for the open channel 0, which only closes it.
+                {"", 0x0F, ClosingOfTwo, "DM on channel 0"}};
+    const long descriptors = test::openDescriptors();
+    for (const auto& end : ends) {
+        start();
+        const io::FileDescriptor held = program(1);
+        isDeaf = true;
+        send(0, end.data, end.control);
+        if (end.control == 0x0F)
+            send(0, "", 0x0F);
+        pollfd port{held.get(), 0, 0};
+        EXPECT_TRUE(soon([&] { return ::poll(&port, 1, 0) > 0 && (port.revents & POLLHUP); }))
+            << end.what;
+        EXPECT_TRUE(soonReceived(end.answer)) << end.what << ": " << text();
+        EXPECT_FALSE(startOnly()) << "the line is still held";
+        stop();
+        EXPECT_EQ(text(), end.answer) << end.what;
+        isDeaf = false;
+        restartModule();
+    }
+    EXPECT_EQ(test::openDescriptors(), descriptors);
+}
+
+TEST_F(Gsm0710MuxTest, ARefusedChannelZeroEndsIt) {
+    radio.refuseChannel(0);
+    ASSERT_TRUE(startOnly());
+    EXPECT_TRUE(soon([&] { return text().find("0:53") != string::npos; })) << text();
+    stop();
+    restartModule();
+    radio.refuseChannel(0, false);
+    radio.refuseChannel(2);
+    start();
+    const io::FileDescriptor first = program(1);
+    send(1, "the others work");
+    EXPECT_EQ(read(first, 15), "the others work");
+}
+
+TEST_F(Gsm0710MuxTest, AModuleThatDoesNotAnswerLeavesNothingBehind) {
+    const long descriptors = test::openDescriptors();
+    const long threads = test::runningThreads();
+    for (const char* command : {"AT", "AT+CMUX=0"}) {
+        radio.failNext(command);
+        ASSERT_TRUE(startOnly());
+        EXPECT_TRUE(terminal.journal().await(string("radio: ") + command, 0, 60s));
+        stop();
+        EXPECT_EQ(frames().size(), 0U);
+        EXPECT_EQ(test::openDescriptors(), descriptors);
+    }
+    EXPECT_TRUE(soon([&] { return test::runningThreads() == threads; }));
+    terminal.journal().clear();
+    power().setPowerMode(POWER_SUSPEND);
+    EXPECT_THAT(terminal.journal().lines(),
+                testing::Not(testing::Contains(testing::HasSubstr("line 8"))))
+        << "no listener";
+    start();
+}
+
+TEST_F(Gsm0710MuxTest, SuspendClosesItAndTheWakeUpBuildsItUpAgain) {
+    start();
+    io::FileDescriptor first = program(1);
+    const io::FileDescriptor second = program(2);  // held all the time
+    for (int round = 0; round < 2; ++round) {
+        clear();
+        terminal.clock().setSpeed(10);
+        EXPECT_TRUE(power().setPowerMode(POWER_SUSPEND));
+        terminal.clock().setSpeed(1);
+        EXPECT_EQ(terminal.power().suspends(), round + 1);
+        EXPECT_TRUE(soonReceived("1:53 0:53 " + string(OpeningOfTwo))) << text();
+        first.reset();
+        first = program(1);
+        send(1, "awake");
+        EXPECT_EQ(read(first, 5), "awake");
+        EXPECT_FALSE(write(second, "?"));
+    }
+    const io::FileDescriptor again = program(2);
+    ASSERT_TRUE(write(again, "still here"));
+    EXPECT_TRUE(soon([&] { return received(2) == "still here"; }));
+}
+
+TEST_F(Gsm0710MuxTest, AMasterThatCannotBeOpenedIsTriedUntilItCan) {
+    terminal.setPresent("/dev/ptyp1", false);
+    start();
+    EXPECT_LT(cpuTimeIn(500ms), 100ms);
+    terminal.setPresent("/dev/ptyp1", true);
+    io::FileDescriptor second;
+    EXPECT_TRUE(soon([&] {
+        second.reset(::open("/dev/ttyp1", O_RDWR | O_NOCTTY | O_NONBLOCK));
+        return second.isOpen();
+    }));
+    send(2, "there");
+    EXPECT_EQ(read(second, 5), "there");
+}
+
+TEST_F(Gsm0710MuxTest, AClosedPortCostsNothingAndWorksAgainForTheNextProgram) {
+    start();
+    const io::FileDescriptor first = program(1);
+    io::FileDescriptor second = program(2);
+    ASSERT_TRUE(write(second, "last words"));
+    second.reset();
+    EXPECT_TRUE(soon([&] { return received(2) == "last words"; }));
+    EXPECT_LT(cpuTimeIn(1000ms), 50ms);  // 5 percent of a core
+
+    // Nobody is there for this, and it is no business of the next program's.
+    for (int i = 0; i < 1000; ++i)
+        send(2, "nobody's");
+    send(1, "done");
+    EXPECT_EQ(read(first, 4), "done");
+    second = program(2);
+    send(2, "yours");
+    EXPECT_EQ(read(second, 5), "yours");
+    ASSERT_TRUE(write(second, "and mine"));
+    EXPECT_TRUE(soon([&] { return received(2) == "last wordsand mine"; }));
+}
+
+TEST_F(Gsm0710MuxTest, AProgramThatDoesNotReadCostsTheOthersOneSecondOnce) {
+    start();
+    const io::FileDescriptor first = program(1), second = program(2);
+    const string flood = pattern(31 * 2000);
+    const auto sendFlood = [&] {
+        for (size_t at = 0; at < flood.size(); at += 31)
+            send(2, flood.substr(at, 31));
+        send(1, "x");
+        return test::elapsedMs([&] { EXPECT_EQ(read(first, 1), "x"); });
+    };
+    EXPECT_THAT(sendFlood(), testing::AllOf(testing::Ge(500), Le(5000)));
+    const long again = std::min(sendFlood(), sendFlood());
+    EXPECT_LT(again, 900);
+
+    // What it has not missed is as it was sent.
+    string taken;
+    for (string more = "?"; !more.empty(); taken += more)
+        more = read(second, 4096, 300ms);
+    EXPECT_GT(taken.size(), 4000U);
+    EXPECT_EQ(taken, flood.substr(0, taken.size()));
+    send(2, "here again");
+    EXPECT_EQ(read(second, 10), "here again");
+}
+
+TEST_F(Gsm0710MuxTest, ALineThatStopsTakingLosesAndRepeatsNothing) {
+    start();
+    const io::FileDescriptor first = program(1), second = program(2);
+    const string sent = pattern(200000);
+    auto released = blockLine();
+    auto writing = test::inBackground([&] { return write(first, sent); });
+    auto other = test::inBackground([&] { return write(second, sent); });
+    EXPECT_LT(cpuTimeIn(500ms), 400ms);
+    send(2, "the way back is open");
+    EXPECT_EQ(read(second, 20), "the way back is open");
+    for (int round = 0; round < 10; ++round) {
+        released->set_value();
+        released = blockLine();
+    }
+    EXPECT_LT(received(1).size() + received(2).size(), 2 * sent.size());
+    released->set_value();
+    EXPECT_TRUE(writing.get() && other.get());
+    EXPECT_TRUE(soon([&] { return received(1).size() + received(2).size() >= 2 * sent.size(); }));
+    EXPECT_TRUE(received(1) == sent && received(2) == sent);
+}
+
+TEST_F(Gsm0710MuxTest, StopComesBackWhileTheLineTakesNothing) {
+    start();
+    const io::FileDescriptor first = program(1);
+    const auto released = blockLine();
+    pollfd port{first.get(), POLLOUT, 0};
+    const string bytes = pattern(1000);
+    while (::poll(&port, 1, 200) > 0)  // until the port is full as well
+        ASSERT_GT(::write(first.get(), bytes.data(), bytes.size()), 0);
+    EXPECT_LT(test::elapsedMs([&] { EXPECT_TRUE(mux->stopMux()); }), 10000);
+    released->set_value();
+    EXPECT_FALSE(write(first, bytes)) << "it sees a hang-up";
+}
+
+TEST_F(Gsm0710MuxTest, ALineThatIsGoneCostsNothingAndCanBeStopped) {
+    start();
+    const io::FileDescriptor first = program(1);
+    radio.line().hangUp();
+    EXPECT_TRUE(write(first, pattern(2000)));
+    EXPECT_LT(cpuTimeIn(1000ms), 50ms);
+    stop();
+    restartModule();
+    start();
+    ASSERT_TRUE(write(program(1), "on the new line"));
+    EXPECT_TRUE(soon([&] { return received(1) == "on the new line"; }));
+}
+
+TEST_F(Gsm0710MuxTest, DataFlowsAgainAfterDamage) {
+    start();
+    const io::FileDescriptor first = program(1);
+    const string good = test::frameOf(1, test::Uih, "good");
+    const string damages[] = {good.substr(0, good.size() - 1) + "?",  // no closing flag
+                              good.substr(0, 6),
+                              good.substr(0, 3),
+                              string(9000, '\xF9'),
+                              string(9000, 'x'),
+                              octets("F9 07 EF FF") + string(129, 'y'),
+                              octets("F9 03 3F 09 E4 06 06 F1 3F 01 2A F9"),
+                              octets("F9 F9 07 EF FE FF FF")};
+    for (const string& damage : damages) {
+        radio.transmit(damage, 0ms);
+        // The beginning of a frame claims what comes after it.
+        radio.transmit(string(130, 'z'), 0ms);
+        radio.transmit(good, 0ms);
+        EXPECT_EQ(read(first, 4), "good") << hex(damage.substr(0, 16));
+    }
+}
+
+TEST_F(Gsm0710MuxTest, AFloodOnUnknownChannelsIsNothingButTime) {
+    start();
+    const io::FileDescriptor first = program(1);
+    string flood;
+    for (int i = 0; i < 1000; ++i) {
+        flood += test::frameOf(3 + i % 61, test::Uih, "flood");
+        flood += test::frameOf(5 + i % 59, 0x3F, "");
+    }
+    for (int round = 0; round < 50; ++round)
+        radio.transmit(flood, 0ms);
+    send(1, "over");
+    EXPECT_EQ(read(first, 4), "over");
+}
+
+TEST_F(Gsm0710MuxTest, ItMayBeStoppedOrDestroyedAtAnyMoment) {
+    const long descriptors = test::openDescriptors();
+    const long threads = test::runningThreads();
+    std::atomic<bool> isOver{false};
+    auto noise = test::inBackground([&] {  // a program that comes and goes as it likes
+        const sim::HostTime hostTime;
+        while (!isOver) {
+            const io::FileDescriptor port(::open("/dev/ttyp0", O_RDWR | O_NOCTTY | O_NONBLOCK));
+            const string bytes = pattern(5000);
+            for (int i = 0; port.isOpen() && i < 5; ++i)
+                [[maybe_unused]] const ssize_t count = ::write(port.get(), bytes.data(), 5000);
+            std::this_thread::sleep_for(5ms);
+        }
+    });
+    for (const int delay : {0, 20, 60, 130, 200, 250, 300, 400}) {
+        ASSERT_TRUE(startOnly());
+        std::this_thread::sleep_for(std::chrono::milliseconds(delay));
+        if (delay % 100 == 0) {
+            terminal.clock().setSpeed(10);
+            mux = std::make_unique<Gsm0710Mux>();  // the other one is destroyed as it is
+            terminal.clock().setSpeed(1);
+        } else {
+            stop();
+        }
+        restartModule();
+    }
+    isOver = true;
+    noise.get();
+    EXPECT_EQ(test::openDescriptors(), descriptors);
+    EXPECT_TRUE(soon([&] { return test::runningThreads() == threads; }));
+    start();
+}
+
+}  // namespace
