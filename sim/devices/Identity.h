@@ -11,7 +11,7 @@ namespace sim {
 /// file. They are plain files of the terminal; whatever cannot be set here is written as such.
 class Identity {
 public:
-    explicit Identity(const RootFolder& files);
+    explicit Identity(const RootFolder& rootFolder);
 
     /// Entries such as "serial=123", in this order.
     void setEnvironment(const std::vector<std::string>& entries) const;

@@ -131,7 +131,7 @@ public:
     // NOLINTEND(readability-identifier-naming)
 
 private:
-    struct key {
+    struct key {  // NOLINT(readability-identifier-naming): known by this name
         std::vector<std::string> names;
         std::vector<std::string> values;  // parallel to the names
         std::vector<std::string> comments;

@@ -19,8 +19,9 @@ void appendLine(std::string& text, std::string_view before, std::string_view mid
     text.append(before).append(middle).append(after).append("\r\n");
 }
 
-bool write(StdioFile& file, const std::string& text) {
-    return file.writeData(text.data(), static_cast<unsigned>(text.size()));
+/// As data: a NUL in it must not cost the rest of a key.
+void write(StdioFile& file, const std::string& text) {
+    file.writeData(text.data(), static_cast<unsigned>(text.size()));
 }
 
 }  // namespace

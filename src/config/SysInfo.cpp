@@ -136,8 +136,8 @@ const char* SysInfo::getModelType() {
     const std::string type = std::to_string(commModule());
     const char* const scanner = scannerInformation();
     const bool isDescribed = scanner && *scanner;
-    const std::string composed = std::string(model) + "-" + type +
-                                 std::string(isDescribed ? scanner : "000", 0, CharactersInModel);
+    std::string composed = std::string(model) + "-" + type;
+    composed += std::string_view(isDescribed ? scanner : "000").substr(0, CharactersInModel);
     composed.copy(modelType, TextSize - 1);
     return modelType;
 }

@@ -25,20 +25,20 @@ const char* stdioMode(int mode) {
 
 }  // namespace
 
-StdioFile::~StdioFile() {
-    if (stream || mediaHandle != -1)
-        abandon();
-}
+StdioFile::~StdioFile() { abandon(); }
 
-/// Closes what is open, whatever becomes of the rest of its output.
+/// Gives up what is still held: a stream whose output cannot be written, or the use of a medium
+/// whose file was being opened as the thread was cancelled.
 void StdioFile::abandon() {
+    if (!stream && mediaHandle == -1)
+        return;
     const io::NoCancellation scope;
     if (stream)
         std::fclose(stream);
     release();
 }
 
-/// Gives the use of the medium back.
+/// Without a stream, gives the use of the medium back.
 void StdioFile::release() {
     Media::unmountMedia(mediaHandle);
     mediaHandle = -1;
@@ -47,8 +47,7 @@ void StdioFile::release() {
 
 bool StdioFile::open(const char* path, int mode) {
     close();
-    if (stream)
-        abandon();
+    abandon();
     const char* const how = stdioMode(mode);
     mediaHandle = Media::mountMedia(path, mode != Read);
     if (mediaHandle == -1)
