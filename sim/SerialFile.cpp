@@ -35,13 +35,13 @@ public:
     Passage(const Passage&) = delete;
     Passage& operator=(const Passage&) = delete;
     ~Passage() {
-        SerialLine& line = *file.line;
-        const std::lock_guard<std::mutex> held(line.mutex);
+        SerialLine& wire = *file.line;
+        const std::lock_guard<std::mutex> held(wire.mutex);
         if (!file.isCurrent())
             return;
-        line.writtenBytes -= unsent;
-        line.consumedBytes = std::min(line.consumedBytes, line.writtenBytes);
-        line.consumed.notify_all();
+        wire.writtenBytes -= unsent;
+        wire.consumedBytes = std::min(wire.consumedBytes, wire.writtenBytes);
+        wire.consumed.notify_all();
     }
 
     void sent(ssize_t size) { unsent -= size > 0 ? static_cast<size_t>(size) : 0; }
