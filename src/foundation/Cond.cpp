@@ -3,7 +3,8 @@
 #include "foundation/Deadline.h"
 
 Cond::~Cond() {
-    pthread_mutex_trylock(&mutex);  // held or not, the unlock is in order then
+    // Held or not: after this the unlock is in order.
+    static_cast<void>(pthread_mutex_trylock(&mutex));
     unlock();
     pthread_mutex_destroy(&mutex);
     pthread_cond_destroy(&condition);

@@ -14,7 +14,8 @@ public:
 
     /// Unlocks before destroying: an object that is destroyed while held does not fail to destroy.
     virtual ~Mutex() {
-        pthread_mutex_trylock(&mutex);  // held or not, the unlock is in order then
+        // Held or not: after this the unlock is in order.
+        static_cast<void>(pthread_mutex_trylock(&mutex));
         unlock();
         pthread_mutex_destroy(&mutex);
     }

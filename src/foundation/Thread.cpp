@@ -12,6 +12,10 @@ using Guard = LockGuard<Cond>;
 constexpr size_t StackSize = 0x80000;
 constexpr int StopStepMs = 100;
 
+// The Thread whose worker the calling thread is. Not told from the handle: while another thread is
+// joining the worker, the handle may already belong to a stranger.
+thread_local const Thread* current = nullptr;
+
 }  // namespace
 
 void Thread::run() {}
@@ -35,14 +39,16 @@ bool Thread::start() {
 
 bool Thread::stop(int timeoutMs, bool interrupt) {
     Guard held(guard);
+    if (current == this) {
+        stopRequestedFlag = true;
+        return false;
+    }
     awaitJoin();
     if (handle == 0)
         return false;
     if (stopped)
         return join(handle);
     stopRequestedFlag = true;
-    if (pthread_equal(handle, pthread_self()))
-        return false;
     if (interrupt)
         pthread_kill(handle, SIGUSR1);
 
@@ -64,9 +70,11 @@ bool Thread::stop(int timeoutMs, bool interrupt) {
 }
 
 bool Thread::terminate() {
+    if (current == this)
+        return false;
     Guard held(guard);
     awaitJoin();
-    if (handle == 0 || pthread_equal(handle, pthread_self()))
+    if (handle == 0)
         return false;
     return cancelAndJoin(false);
 }
@@ -133,7 +141,29 @@ bool Thread::sleep(int ms) {
     return nanosleep(&interval, nullptr) == 0;
 }
 
+#ifdef __arm__
+// Does nothing, like the one below, but a cancelled worker must be able to unwind through it: a
+// cancellation that arrives together with the interruption stops the handler before its first
+// instruction. 32-bit ARM's unwinder takes that address for a return address and looks up the
+// instruction before it, and it knows no frames whose prologue is still to come. Hence a table of
+// its own that needs no prologue, from one instruction before the handler on. Without it the
+// worker's locks and descriptors would never be released.
+asm(R"(
+    .pushsection .text
+    .balign 4
+    .fnstart
+    nop
+    .global _ZN6Thread13signalHandlerEi
+    .type _ZN6Thread13signalHandlerEi, %function
+_ZN6Thread13signalHandlerEi:
+    bx lr
+    .fnend
+    .size _ZN6Thread13signalHandlerEi, . - _ZN6Thread13signalHandlerEi
+    .popsection
+)");
+#else
 void Thread::signalHandler(int) {}
+#endif
 
 void* Thread::threadRun(void* thread) {
     sigset_t interruption;
@@ -150,6 +180,7 @@ void* Thread::threadRun(void* thread) {
     pthread_setcanceltype(PTHREAD_CANCEL_DEFERRED, nullptr);
 
     auto* const worker = static_cast<Thread*>(thread);
+    current = worker;
     worker->run();
     worker->reportStopped();
     pthread_exit(nullptr);

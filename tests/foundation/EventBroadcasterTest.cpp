@@ -1,0 +1,151 @@
+#include "foundation/EventBroadcaster.h"
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "foundation/PowerEventListener.h"
+#include "foundation/Worker.h"
+#include "support/Eventually.h"
+#include "support/Resources.h"
+
+namespace {
+
+using std::string;
+using test::eventually;
+using test::Worker;
+
+/// Announces changes in the order that their direction asks for.
+class Announcer : public EventBroadcaster<PowerEventListener> {
+public:
+    bool announce(PowerState from, PowerState to) {
+        const auto tell = [&](PowerEventListener& listener) {
+            return listener.powerStateChange(from, to);
+        };
+        return to < from ? notifyOldestFirst(tell) : notifyNewestFirst(tell);
+    }
+};
+
+/// Writes its name into the common log, and agrees or not.
+class Listener final : public PowerEventListener {
+public:
+    Listener(char ownName, bool ownAnswer, string& commonLog)
+        : name(ownName), answer(ownAnswer), log(commonLog) {}
+
+    bool powerStateChange(PowerState from, PowerState to) override {
+        log += name;
+        lastChange = from * 10 + to;
+        return answer;
+    }
+
+    const char name;
+    const bool answer;
+    string& log;
+    int lastChange = -1;
+};
+
+TEST(EventBroadcasterTest, AsksInTheOrderOfTheDirectionUntilOneRefuses) {
+    constexpr PowerState Dim[] = {POWER_ON, POWER_DIMMED};
+    constexpr PowerState Same[] = {POWER_DARK, POWER_DARK};
+    constexpr PowerState Wake[] = {POWER_DARK, POWER_ON};
+    const struct {
+        const char* added;    // letters are listeners, capitals refuse, '-' is a null entry
+        const char* removed;  // 'z' was never added
+        const PowerState (&change)[2];
+        const char* asked;
+        bool isAgreed;
+    } cases[] = {
+        {"", "", Dim, "", true},          {"", "z", Wake, "", true},
+        {"abc", "", Dim, "cba", true},    {"abc", "", Wake, "abc", true},
+        {"abc", "", Same, "cba", true},   {"aBc", "", Dim, "cB", false},
+        {"aBc", "", Wake, "aB", false},   {"abC", "", Wake, "abC", false},
+        {"aba", "", Dim, "aba", true},    {"aab", "", Wake, "aab", true},
+        {"abac", "a", Wake, "bac", true}, {"abac", "a", Dim, "cab", true},
+        {"abac", "aa", Wake, "bc", true}, {"abc", "z", Dim, "cba", true},
+        {"abc", "cab", Dim, "", true},    {"ab", "aab", Wake, "", true},
+        {"a-C", "", Wake, "a", true},     {"A-c", "", Dim, "c", true},
+        {"-a", "", Wake, "", true},       {"a-b", "-", Dim, "ba", true},
+        {"aBc", "B", Dim, "ca", true},    {"abc", "c", Wake, "ab", true},
+    };
+    for (const auto& [added, removed, change, asked, isAgreed] : cases) {
+        SCOPED_TRACE(string(added) + " without '" + removed + "', to " + std::to_string(change[1]));
+        string log;
+        std::vector<std::unique_ptr<Listener>> listeners;
+        const auto named = [&](char name) -> Listener* {
+            if (name == '-')
+                return nullptr;
+            for (const auto& listener : listeners) {
+                if (listener->name == name)
+                    return listener.get();
+            }
+            listeners.push_back(std::make_unique<Listener>(name, name >= 'a', log));
+            return listeners.back().get();
+        };
+        Announcer announcer;
+        for (const char* name = added; *name; ++name)
+            announcer.addListener(named(*name));
+        for (const char* name = removed; *name; ++name)
+            announcer.removeListener(named(*name));
+        for (int round = 0; round < 2; ++round) {  // a walk leaves nothing behind
+            log.clear();
+            EXPECT_EQ(announcer.announce(change[0], change[1]), isAgreed);
+            EXPECT_EQ(log, asked);
+        }
+        for (const char name : log)
+            EXPECT_EQ(named(name)->lastChange, change[0] * 10 + change[1]);
+    }
+}
+
+TEST(EventBroadcasterTest, AnAnnouncerThatIsCancelledInAListenerLetsTheListGo) {
+    struct Blocked final : PowerEventListener {
+        test::Pipe pipe;
+        std::atomic<bool> isAsked{false};
+        bool powerStateChange(PowerState, PowerState) override {
+            isAsked = true;
+            return pipe.readByte() > 0;
+        }
+    };
+    Announcer announcer;
+    Blocked blocked;
+    announcer.addListener(&blocked);
+    Worker worker([&](Worker&) { announcer.announce(POWER_ON, POWER_SUSPEND); });
+    EXPECT_TRUE(worker.start());
+    ASSERT_TRUE(eventually([&] { return blocked.isAsked.load(); }));
+    EXPECT_TRUE(worker.terminate());
+
+    string log;
+    Listener next('n', true, log);
+    announcer.removeListener(&blocked);
+    announcer.addListener(&next);
+    EXPECT_TRUE(announcer.announce(POWER_SUSPEND, POWER_ON));
+    EXPECT_EQ(log, "n");
+}
+
+TEST(EventBroadcasterTest, AnyThreadAddsRemovesAndAnnounces) {
+    constexpr int Rounds = 2000;
+    Announcer announcer;
+    const auto comeAndGo = [&](Worker&) {
+        string log;  // unguarded: a call after the removal is a race, and writes to what is gone
+        for (int round = 0; round < Rounds; ++round) {
+            Listener guest('g', true, log);
+            announcer.addListener(&guest);
+            announcer.removeListener(&guest);
+            log.clear();
+        }
+    };
+    const auto announce = [&](Worker&) {
+        for (int round = 0; round < Rounds; ++round)
+            EXPECT_TRUE(announcer.announce(round % 2 ? POWER_ON : POWER_DARK, POWER_DIMMED));
+    };
+    Worker workers[] = {Worker(comeAndGo), Worker(comeAndGo), Worker(announce), Worker(announce)};
+    for (auto& worker : workers)
+        EXPECT_TRUE(worker.start());
+    for (auto& worker : workers)
+        EXPECT_TRUE(worker.stop(60000, false));
+    EXPECT_TRUE(announcer.announce(POWER_ON, POWER_ON));
+}
+
+}  // namespace

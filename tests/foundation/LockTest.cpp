@@ -1,0 +1,188 @@
+#include <gtest/gtest.h>
+#include <sys/time.h>
+
+#include <atomic>
+#include <chrono>
+#include <climits>
+#include <cstdint>
+#include <functional>
+#include <optional>
+
+#include "foundation/Cond.h"
+#include "foundation/Deadline.h"
+#include "foundation/Mutex.h"
+#include "foundation/Semaphore.h"
+#include "foundation/Worker.h"
+#include "support/Eventually.h"
+
+namespace {
+
+using test::elapsedMs;
+using test::eventually;
+using test::isFree;
+using test::Worker;
+
+constexpr int Long = 60000;  // longer than any test waits, in ms
+using namespace std::chrono_literals;
+using CondGuard = LockGuard<Cond>;
+
+int64_t wallMicroseconds() {
+    timeval now{};
+    gettimeofday(&now, nullptr);
+    return now.tv_sec * INT64_C(1'000'000) + now.tv_usec;
+}
+
+TEST(DeadlineTest, LiesTheTimeoutAheadOfTheWallClock) {
+    unsigned halves = 0;  // of a second: half of the time-outs carry in one of them only
+    EXPECT_TRUE(eventually([&] {
+        for (const int timeoutMs :
+             {0, 1, 500, 999, 1000, 1500, 1999, 86'400'000, INT_MAX, -1, -1999, INT_MIN}) {
+            const int64_t ahead = timeoutMs > 0 ? timeoutMs * INT64_C(1000) : 0;
+            const int64_t before = wallMicroseconds();
+            const timespec deadline = foundation::deadlineAfter(timeoutMs);
+            const int64_t after = wallMicroseconds();
+            const int64_t moment = deadline.tv_sec * INT64_C(1'000'000) + deadline.tv_nsec / 1000;
+            EXPECT_GE(moment, before + ahead) << timeoutMs;
+            EXPECT_LE(moment, after + ahead) << timeoutMs;
+            EXPECT_TRUE(deadline.tv_nsec >= 0 && deadline.tv_nsec < 1'000'000'000) << timeoutMs;
+            halves |= before % 1'000'000 < 500'000 ? 1U : 2U;
+        }
+        return HasFailure() || halves == 3;
+    }));
+}
+
+TEST(TimedWaitTest, EndsAfterItsTimeWithoutASignal) {
+    Cond cond;
+    Semaphore semaphore;
+    const std::function<bool(int)> waits[] = {
+        [&](int timeoutMs) {
+            const CondGuard held(cond);
+            return cond.wait(timeoutMs);
+        },
+        [&](int timeoutMs) { return semaphore.pend(timeoutMs); },
+    };
+    for (const auto& wait : waits) {
+        for (const int timeoutMs : {INT_MIN, -1, 0, 1, 120, 1100}) {
+            const long waitedMs = elapsedMs([&] { EXPECT_FALSE(wait(timeoutMs)); });
+            EXPECT_GE(waitedMs + 1, timeoutMs) << "the clocks may differ by a little";
+            EXPECT_LT(waitedMs, (timeoutMs > 0 ? timeoutMs : 0) + 5000);
+        }
+        EXPECT_TRUE(isFree(cond));
+    }
+}
+
+TEST(CondTest, ASignalWakesOneOfTwoWaiters) {
+    Cond cond;
+    int waiting = 0;
+    int woken = 0;
+    int timedOut = 0;
+    const auto wait = [&](Worker&) {
+        const CondGuard held(cond);
+        ++waiting;
+        ++(cond.wait(Long) ? woken : timedOut);
+    };
+    const auto count = [&](const int& counter) {
+        const CondGuard held(cond);
+        return counter;
+    };
+    Worker first(wait);
+    Worker second(wait);
+    EXPECT_TRUE(first.start() && second.start());
+    ASSERT_TRUE(eventually([&] { return count(waiting) == 2; }));
+    for (int signals = 1; signals <= 2; ++signals) {
+        cond.signal();
+        EXPECT_TRUE(eventually([&] { return count(woken) >= signals; }));
+        // A second one that was woken by mistake has had its turn when others have had theirs.
+        EXPECT_TRUE(isFree(cond));
+        EXPECT_EQ(count(woken), signals);
+    }
+    EXPECT_EQ(count(timedOut), 0);
+}
+
+TEST(SemaphoreTest, APostIsForOneWaiterAndIsLostWithoutOne) {
+    Semaphore semaphore;
+    semaphore.post();
+    semaphore.post();
+    EXPECT_FALSE(semaphore.pend(100));
+
+    for (int round = 0; round < 50; ++round) {
+        std::atomic<int> woken{0};
+        Worker untimed([&](Worker&) { woken += semaphore.pend() ? 1 : 0; });
+        Worker timed([&](Worker&) { woken += semaphore.pend(Long) ? 1 : 0; });
+        EXPECT_TRUE(untimed.start() && timed.start());
+        // Some posts come before the waiters: never do more wake than were posted.
+        for (int posts = 1; woken < 2; ++posts) {
+            semaphore.post();
+            eventually([&, before = woken.load()] { return woken > before; }, 5ms);
+            ASSERT_LE(woken, posts);
+            ASSERT_LT(posts, 5000);
+        }
+    }
+}
+
+TEST(LockTest, ACancelledWaiterLeavesTheLockFree) {
+    Cond cond;
+    Semaphore semaphore;
+    const std::function<void()> waits[] = {
+        [&] {
+            const CondGuard held(cond);
+            cond.wait();
+        },
+        [&] {
+            const CondGuard held(cond);
+            cond.wait(Long);
+        },
+        [&] { semaphore.pend(); },
+        [&] { semaphore.pend(Long); },
+    };
+    for (const auto& wait : waits) {
+        std::atomic<bool> isNear{false};
+        Worker waiter([&](Worker&) {
+            isNear = true;
+            wait();
+        });
+        EXPECT_TRUE(waiter.start());
+        ASSERT_TRUE(eventually([&] { return isNear.load(); }));
+        EXPECT_TRUE(waiter.terminate());
+        EXPECT_TRUE(isFree(cond));
+        Worker poster([&](Worker&) { semaphore.post(); });
+        EXPECT_TRUE(poster.start() && poster.stop(Long, false));
+    }
+}
+
+TEST(LockTest, WhatIsHeldCanBeDestroyed) {
+    // Twice in the same place: a lock that was not destroyed well would show in the next one.
+    std::optional<Mutex> mutex;
+    std::optional<Cond> cond;
+    for (int round = 0; round < 2; ++round) {
+        EXPECT_TRUE(isFree(mutex.emplace()));
+        EXPECT_TRUE(isFree(cond.emplace()));
+        EXPECT_TRUE(mutex->lock() && cond->lock());
+        mutex.reset();
+        cond.reset();
+    }
+}
+
+TEST(LockTest, AMutexLetsInOneAtATimeAndAPauseTheOthers) {
+    constexpr int Turns = 5000;
+    Mutex mutex;
+    int turns = 0;
+    int inside = 0;
+    const auto takeTurns = [&](Worker&) {
+        for (int turn = 0; turn < Turns; ++turn) {
+            const MutexGuard held(mutex);
+            EXPECT_EQ(++inside, 1);
+            ++turns;
+            --inside;
+            const LockPause<Mutex> pause(mutex);  // holds it again before the guard lets go
+        }
+    };
+    Worker workers[] = {Worker(takeTurns), Worker(takeTurns), Worker(takeTurns)};
+    for (auto& worker : workers)
+        EXPECT_TRUE(worker.start());
+    for (auto& worker : workers)
+        EXPECT_TRUE(worker.stop(Long, false));
+    EXPECT_EQ(turns, 3 * Turns);
+}
+
+}  // namespace
