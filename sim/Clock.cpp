@@ -2,6 +2,7 @@
 
 #include <cmath>
 
+#include "sim/SignalsBlocked.h"
 #include "sim/posix/Real.h"
 
 namespace sim {
@@ -31,8 +32,7 @@ Clock::State Clock::host() {
     return {monotonic, monotonic, hostClock(CLOCK_REALTIME), suspended, 1.0, false, nullptr};
 }
 
-Clock::State Clock::now() const {
-    const State* const last = current;
+Clock::State Clock::after(const State* last) {
     if (!last)
         return host();
     State state = *last;
@@ -44,6 +44,15 @@ Clock::State Clock::now() const {
     return state;
 }
 
+Clock::State Clock::now() const {
+    for (;;) {
+        const unsigned before = version;
+        const State state = after(current);
+        if (before % 2 == 0 && version == before)
+            return state;
+    }
+}
+
 Nanoseconds Clock::monotonic() const { return now().monotonic; }
 Nanoseconds Clock::wall() const { return now().wall; }
 Nanoseconds Clock::boot() const {
@@ -52,12 +61,16 @@ Nanoseconds Clock::boot() const {
 }
 
 template <class Change> void Clock::change(Change apply) {
+    const SignalsBlocked blocked;  // a handler that asks for the time would wait for ever
     const std::lock_guard<std::mutex> held(mutex);
-    State state = now();
-    apply(state);
-    state.older = newest;
-    newest = new State(state);
-    current = newest;
+    auto* const next = new State;  // before the change begins, for the same reason
+    ++version;
+    *next = after(current);
+    apply(*next);
+    next->older = newest;
+    newest = next;
+    current = next;
+    ++version;
 }
 
 double Clock::speed() const {
@@ -92,7 +105,10 @@ void Clock::thaw() {
     change([](State& state) { state.frozen = false; });
 }
 
-void Clock::reset() { current = nullptr; }
+void Clock::reset() {
+    const std::lock_guard<std::mutex> held(mutex);
+    current = nullptr;
+}
 
 Nanoseconds Clock::realDuration(Nanoseconds simulated) const {
     return scaled(simulated, 1.0 / speed());

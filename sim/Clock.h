@@ -15,7 +15,8 @@ using Nanoseconds = std::chrono::nanoseconds;
 /// set without touching the host's.
 ///
 /// One per process, since the calls it stands behind know no terminal. Any thread may use it;
-/// reading takes no lock. A wait in progress keeps the real time it was begun with.
+/// reading takes no lock, it waits only while a change is being made. A wait in progress keeps the
+/// real time it was begun with.
 class Clock {
 public:
     static Clock& get() { return instance; }
@@ -41,6 +42,9 @@ public:
     /// Back to the host's clocks at speed 1.
     void reset();
 
+    /// Nothing changes while somebody holds this.
+    std::unique_lock<std::mutex> hold() { return std::unique_lock<std::mutex>(mutex); }
+
     /// True until the first change, and after reset().
     bool isHosts() const { return current == nullptr; }
 
@@ -60,6 +64,7 @@ private:
     constexpr Clock() = default;
     static State host();
     State now() const;
+    static State after(const State* last);
     template <class Change> void change(Change apply);
 
     // Ready before any code runs and without allocating: memory allocators ask for the time.
@@ -68,6 +73,7 @@ private:
     std::mutex mutex;               // one change at a time
     const State* newest = nullptr;  // a reader may still look at an older one: all stay
     std::atomic<const State*> current{nullptr};  // null: the host's clocks
+    std::atomic<unsigned> version{0};            // odd during a change: time does not run back
 };
 
 /// A time beyond what nanoseconds can count (about 292 years) is the last that they can.

@@ -89,22 +89,17 @@ Programs::Programs(Journal& eventJournal, const RootFolder& rootFolder)
     // Processes that go to the background become this one's children, and can be signalled as its
     // own and reaped.
     prctl(PR_SET_CHILD_SUBREAPER, 1);
-    const SignalsBlocked blocked;
-    const HostTime hostTime;
-    server = std::thread([this] { serve(); });
+    server.start([this] { serve(); });
 }
 
 Programs::~Programs() {
-    if (getpid() == owner)
-        shutDown();
-    else if (server.joinable())
-        server.detach();  // a child has no such thread
+    shutDown();
     SIM_REAL(close)(listener);
     SIM_REAL(close)(wakeUp);
 }
 
 void Programs::shutDown() {
-    if (!server.joinable())
+    if (!server.isRunning())
         return;
     const uint64_t one = 1;
     SIM_REAL(write)(wakeUp, &one, sizeof one);
@@ -200,7 +195,7 @@ void Programs::serve() {
             SIM_REAL(close)(waited[i].fd);
             const std::lock_guard<std::mutex> held(mutex);
             const auto gone = visitors.find(waited[i].fd);
-            if (gone->second.isDaemon)
+            if (gone->second.isDaemon || !gone->second.isOwnChild)
                 ended.push_back(gone->second.process);
             visitors.erase(gone);
         }
@@ -237,10 +232,11 @@ bool Programs::hear(int socket) {
 }
 
 Words Programs::reply(Visitor& visitor, const Words& question) {
-    if (question[0] == door::Begin && question.size() > 2) {
+    if (question[0] == door::Begin && question.size() > 3) {
         visitor.process = static_cast<pid_t>(std::stol(question[1]));
-        visitor.program = question[2];
-        journal.note(visitor.program, "start " + joined(question, 3));
+        visitor.isOwnChild = std::stol(question[2]) == owner;
+        visitor.program = question[3];
+        journal.note(visitor.program, "start " + joined(question, 4));
         const std::lock_guard<std::mutex> held(mutex);
         const auto failure = failures.find(visitor.program);
         const bool fails = failure != failures.end() && failure->second.times > 0;
@@ -255,9 +251,13 @@ Words Programs::reply(Visitor& visitor, const Words& question) {
     return model != answers.end() && model->second ? model->second(question) : Words{""};
 }
 
-/// A process that has just ended may still be its parent's child, until that has ended too.
+/// A process that has just ended may still be its parent's child, until that has reaped it or has
+/// ended too.
 void Programs::reapEnded() {
-    const auto isReaped = [](pid_t process) { return ::waitpid(process, nullptr, WNOHANG) > 0; };
+    const auto isReaped = [](pid_t process) {
+        return ::waitpid(process, nullptr, WNOHANG) > 0 ||
+               (SIM_REAL(kill)(process, 0) != 0 && errno == ESRCH);
+    };
     ended.erase(std::remove_if(ended.begin(), ended.end(), isReaped), ended.end());
 }
 

@@ -6,7 +6,6 @@
 #include <map>
 #include <mutex>
 #include <string>
-#include <thread>
 #include <vector>
 
 #include "sim/Journal.h"
@@ -20,8 +19,8 @@ using Words = std::vector<std::string>;
 /// application names, so that processes, signals, pid files and exit codes are real. What they do
 /// to the terminal they ask for at a door, where the models answer.
 ///
-/// Programs that go to the background become children of this process and are reaped here when they
-/// end. What still runs when the terminal goes ends with it. Any thread may use it.
+/// Programs that go to the background, or lose the shell they were started by, become children of
+/// this process and are reaped here when they end. What still runs when the terminal goes ends with it. Any thread may use it.
 class Programs {
 public:
     /// What a running program asks, by its first word; the result goes back. Called on the door's
@@ -65,7 +64,8 @@ private:
     struct Visitor {
         std::string program;
         pid_t process = 0;
-        bool isDaemon = false;
+        bool isDaemon = false;    // has gone to the background
+        bool isOwnChild = false;  // the application's, which waits for it itself
     };
     struct Failure {
         std::string answer;
@@ -95,7 +95,7 @@ private:
     std::map<std::string, bool> missing;
 
     int wakeUp = -1;
-    std::thread server;
+    ServerThread server;
 };
 
 }  // namespace sim

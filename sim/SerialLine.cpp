@@ -15,7 +15,6 @@
 
 #include "sim/HostTime.h"
 #include "sim/SerialFile.h"
-#include "sim/SignalsBlocked.h"
 #include "sim/posix/Real.h"
 
 namespace sim {
@@ -69,15 +68,11 @@ SerialLine::SerialLine(std::string lineName, Journal& lineJournal)
       wakeUp(eventfd(0, EFD_NONBLOCK | EFD_CLOEXEC)) {
     if (!createPair() || wakeUp < 0)
         throw std::runtime_error("no pseudo-terminal for line " + name);
-    const SignalsBlocked blocked;
-    server = std::thread([this] { serve(); });
+    server.start([this] { serve(); });
 }
 
 SerialLine::~SerialLine() {
-    if (getpid() == owner)
-        shutDown();
-    else if (server.joinable())
-        server.detach();  // a child has no such thread
+    shutDown();
     closePair();
     SIM_REAL(close)(wakeUp);
 }
@@ -131,7 +126,7 @@ void SerialLine::wake() const {
 void SerialLine::connect(LinePeer* newPeer) {
     std::unique_lock<std::mutex> held(mutex);
     peer = newPeer;
-    if (std::this_thread::get_id() != server.get_id())
+    if (!server.isCaller())
         consumed.wait(held, [this] { return !isDelivering; });
 }
 

@@ -1,7 +1,5 @@
 #pragma once
 
-#include <unistd.h>
-
 #include <condition_variable>
 #include <deque>
 #include <functional>
@@ -9,11 +7,11 @@
 #include <mutex>
 #include <string>
 #include <string_view>
-#include <thread>
 
 #include "sim/Clock.h"
 #include "sim/Device.h"
 #include "sim/Journal.h"
+#include "sim/ServerThread.h"
 
 namespace sim {
 
@@ -127,9 +125,8 @@ private:
     int modemBits = 0;
     bool isStopping = false;
 
-    const pid_t owner = getpid();
     int wakeUp = -1;
-    std::thread server;
+    ServerThread server;
 };
 
 }  // namespace sim

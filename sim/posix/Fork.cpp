@@ -21,6 +21,7 @@ void beforeFork() {
     if (sim::Terminal* const terminal = sim::Terminal::current())
         heldForFork = terminal->holdForFork();
     heldForFork.push_back(sim::Descriptors::get().hold());
+    heldForFork.push_back(sim::Clock::get().hold());
 }
 
 void inParent() { heldForFork.clear(); }

@@ -9,6 +9,7 @@
 #include <sys/statvfs.h>
 #include <sys/time.h>
 #include <unistd.h>
+#include <utime.h>
 
 #include <cerrno>
 #include <cstdio>
@@ -203,6 +204,10 @@ int utimensat(int folder, const char* path, const timespec times[2], int flags) 
 int utimes(const char* path, const timeval times[2]) noexcept {
     return changePath("utimes", AT_FDCWD, path,
                       [=](int, const char* host) { return SIM_REAL(utimes)(host, times); });
+}
+int utime(const char* path, const utimbuf* times) noexcept {
+    return changePath("utimes", AT_FDCWD, path,
+                      [=](int, const char* host) { return SIM_REAL(utime)(host, times); });
 }
 
 int truncate(const char* path, off_t size) noexcept {

@@ -14,6 +14,7 @@
 #include <sys/stat.h>
 #include <sys/time.h>
 #include <unistd.h>
+#include <utime.h>
 
 #include <algorithm>
 #include <cerrno>
@@ -212,6 +213,12 @@ int __utimensat64(int folder, const char* path, const Timespec64 times[2], int f
 }
 int __utimes64(const char* path, const Timeval64 times[2]) {
     return utimes(path, Given<timeval>(times, 2).get());
+}
+int __utime64(const char* path, const int64_t times[2]) {
+    if (!times)
+        return utime(path, nullptr);
+    const utimbuf narrow{narrowed(times[0]), narrowed(times[1])};
+    return utime(path, &narrow);
 }
 
 }  // extern "C"

@@ -18,8 +18,10 @@ namespace {
 constexpr int NoTerminal = 126;
 
 [[noreturn]] void endWith(const std::string& how, int number) {
-    if (how == "kill")
+    if (how == "kill") {
+        ::signal(number, SIG_DFL);
         ::raise(number);
+    }
     _exit(number);
 }
 
@@ -41,7 +43,7 @@ Door::Door(const std::string& programName) : name(programName) {
 }
 
 void Door::begin(const Words& arguments) {
-    Words question{door::Begin, std::to_string(getpid()), name};
+    Words question{door::Begin, std::to_string(getpid()), std::to_string(getppid()), name};
     question.insert(question.end(), arguments.begin(), arguments.end());
     const std::string order = ask(question)[0];
     const size_t blank = order.find(' ');

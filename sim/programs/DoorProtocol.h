@@ -13,7 +13,8 @@ constexpr char SocketPath[] = "/.door";  // below it, where no path of the termi
 constexpr size_t LongestPacket = 65536;
 
 // First words of what every program may say. The rest is the program's own.
-constexpr char Begin[] = "begin";    // its name and arguments: "" or "exit STATUS" or "kill SIGNAL"
+constexpr char Begin[] = "begin";    // its and its parent's number, name and arguments: the answer
+                                     // is "", "exit STATUS" or "kill SIGNAL"
 constexpr char Daemon[] = "daemon";  // its number: it goes on in the background from here
 
 }  // namespace door
