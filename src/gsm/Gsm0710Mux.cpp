@@ -175,4 +175,5 @@ void Gsm0710Mux::closeMux() {
         writeToPhysical(gsm0710::ControlChannel, closeDown, sizeof closeDown, gsm0710::Uih);
         sleep(CloseGapMs);
     }
+    drainOutput();
 }
