@@ -6,6 +6,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <atomic>
 #include <cerrno>
 #include <cstdlib>
 #include <functional>
@@ -294,7 +295,7 @@ TEST_F(WlanConnectionTest, EveryFailureIsReportedOnceAndLeavesNothingRunning) {
         {"Failed initializing WPA supplicant", false,
          [&] { terminal.programs().failNext("wpa_supplicant", 255); }},
         {"Failed initializing WPA supplicant", false,
-         [&] { terminal.programs().crashNext("wpa_supplicant", SIGSEGV); }},
+         [&] { terminal.programs().crashNext("wpa_supplicant", SIGTERM); }},
         {"Failed to communicate with WPA supplicant", false,
          [&] { terminal.faults().fail("connect", "/tmp/wpa_supplicant.ctrl/ra0", ECONNREFUSED); }},
         {"Failed to configure network settings", false,
@@ -605,6 +606,10 @@ TEST_F(WlanConnectionTest, TheWorkerKeepsALinkThatDropsAndASupplicantThatDies) {
 
 TEST_F(WlanConnectionTest, AWorkerStoppedInAnyStepLeavesNoProcessDescriptorOrVariable) {
     const test::EventThread events;
+    std::atomic<bool> runs{false};
+    window.onKey = [&] { runs = true; };
+    GuiLibrary::postKey(28, true);
+    ASSERT_TRUE(test::soon([&] { return runs.load(); }));
     const struct {
         const char* step;
         WLAN_CONNECTION_SETTINGS settings;
