@@ -18,7 +18,6 @@
 #include <stdexcept>
 
 #include "sim/HostTime.h"
-#include "sim/SignalsBlocked.h"
 #include "sim/posix/Real.h"
 #include "sim/programs/DoorProtocol.h"
 
@@ -178,7 +177,6 @@ std::string Programs::hostCommandOf(const std::string& command) const {
 }
 
 void Programs::serve() {
-    const HostTime hostTime;
     for (;;) {
         std::vector<pollfd> waited{{wakeUp, POLLIN, 0}, {listener, POLLIN, 0}};
         for (const auto& visitor : visitors)

@@ -78,6 +78,8 @@ SerialLine::~SerialLine() {
 }
 
 void SerialLine::shutDown() {
+    if (!server.isRunning())
+        return;
     {
         const std::lock_guard<std::mutex> held(mutex);
         isStopping = true;
@@ -85,8 +87,7 @@ void SerialLine::shutDown() {
         consumed.notify_all();
     }
     wake();
-    if (server.joinable())
-        server.join();
+    server.join();
 }
 
 bool SerialLine::createPair() {
@@ -320,7 +321,6 @@ void SerialLine::takeReceived(std::unique_lock<std::mutex>& held) {
 }
 
 void SerialLine::serve() {
-    const HostTime hostTime;
     std::unique_lock<std::mutex> held(mutex);
     while (!isStopping) {
         const Nanoseconds nextAction = runDue(held);

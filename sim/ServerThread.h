@@ -10,8 +10,8 @@
 
 namespace sim {
 
-/// A thread of the simulator's own: it lives on the host's time and takes no signal, and starting it
-/// is no call of the application. A child of the process that started it has no such thread, and
+/// A thread of the simulator's own: it lives on the host's time and takes no signal, and starting
+/// it is no call of the application. A child of the process that started it has no such thread, and
 /// only forgets it.
 class ServerThread {
 public:

@@ -12,6 +12,7 @@
 #include <thread>
 
 #include "sim/HostTime.h"
+#include "sim/SignalsBlocked.h"
 #include "sim/Terminal.h"
 #include "sim/console/Console.h"
 #include "sim/console/Trace.h"
@@ -58,6 +59,7 @@ __attribute__((constructor)) void startTerminal() {
     terminal->power().setLasting(isInteractive);
     auto* const trace = new sim::Trace;
     terminal->journal().watch([trace](const sim::Journal::Entry& entry) { trace->print(entry); });
+    const sim::SignalsBlocked blocked;  // the program's signals are for its own threads
     std::thread([=] { work(*terminal, script, isInteractive); }).detach();
 }
 

@@ -16,14 +16,12 @@
 namespace {
 
 using namespace std::chrono_literals;
-using sim::RadioNetwork;
 using sim::RadioSim;
 using sim::Reply;
 using std::string;
 using test::soon;
 using testing::EndsWith;
 using testing::HasSubstr;
-using testing::StartsWith;
 
 constexpr char LinePath[] = "/dev/ttyAT1";
 

@@ -16,7 +16,6 @@
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/swap.h>
-#include <sys/timex.h>
 #include <sys/uio.h>
 #include <sys/wait.h>
 #include <termios.h>
@@ -24,11 +23,9 @@
 
 #include <atomic>
 #include <cerrno>
-#include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <string>
 #include <thread>
 
 #include "power/BoardProtocol.h"
@@ -48,271 +45,189 @@ int delete_module(const char*, unsigned);
 namespace {
 
 constexpr char Line[] = "/dev/ttyAT2";
-constexpr char Speaker[] = "/dev/input/event2";
 constexpr char False[] = "/bin/false";  // a program that would end the test as failed
-constexpr auto Limit = std::chrono::seconds(60);
+constexpr timespec Long{1000, 0};
+constexpr timespec Early{1000, 0};
 
-char buffer[128];
-iovec part{buffer, sizeof buffer};
+char bytes[128];
+iovec part{bytes, 4};
 termios settings;
 int number = 0;
-constexpr timespec Never{1000, 0};
+pollfd file{-1, POLLIN, 0};
+fd_set set;
+char* const arguments[] = {const_cast<char*>(False), nullptr};
+pid_t spawned = 0;
 
-pollfd files(int fd) { return {fd, POLLIN, 0}; }
-
-fd_set setOf(int fd) {
-    fd_set set;
-    FD_ZERO(&set);
-    FD_SET(fd, &set);
-    return set;
-}
-
-struct DescriptorCall {
+struct Call {
+    const char* fault;  // the name that the call has for the fault rules; "" when it has none
+    int error;          // that it fails with otherwise
     const char* name;
-    const char* fault;  // the name that the call has for the fault rules
     long (*call)(int fd);
 };
 
-constexpr DescriptorCall DescriptorCalls[] = {
-    {"read", "read", [](int fd) -> long { return read(fd, buffer, 4); }},
-    {"__read_chk", "read", [](int fd) -> long { return __read_chk(fd, buffer, 4, 4); }},
-    {"readv", "read", [](int fd) -> long { return readv(fd, &part, 1); }},
-    {"write", "write", [](int fd) -> long { return write(fd, buffer, 4); }},
-    {"writev", "write", [](int fd) -> long { return writev(fd, &part, 1); }},
-    {"ioctl", "ioctl", [](int fd) -> long { return ioctl(fd, TIOCMGET, &number); }},
-    {"tcgetattr", "tcgetattr", [](int fd) -> long { return tcgetattr(fd, &settings); }},
-    {"tcsetattr", "tcsetattr", [](int fd) -> long { return tcsetattr(fd, TCSANOW, &settings); }},
-    {"tcflush", "tcflush", [](int fd) -> long { return tcflush(fd, TCIFLUSH); }},
-    {"tcsendbreak", "tcsendbreak", [](int fd) -> long { return tcsendbreak(fd, 0); }},
-    {"tcdrain", "tcdrain", [](int fd) -> long { return tcdrain(fd); }},
-    {"poll", "poll",
-     [](int fd) -> long {
-         pollfd file = files(fd);
-         return poll(&file, 1, -1);
-     }},
-    {"__poll_chk", "poll",
-     [](int fd) -> long {
-         pollfd file = files(fd);
-         return __poll_chk(&file, 1, -1, sizeof file);
-     }},
-    {"ppoll", "poll",
-     [](int fd) -> long {
-         pollfd file = files(fd);
-         return ppoll(&file, 1, &Never, nullptr);
-     }},
-    {"__ppoll_chk", "poll",
-     [](int fd) -> long {
-         pollfd file = files(fd);
-         return __ppoll_chk(&file, 1, &Never, nullptr, sizeof file);
-     }},
-    {"select", "select",
-     [](int fd) -> long {
-         fd_set set = setOf(fd);
-         return select(fd + 1, nullptr, nullptr, &set, nullptr);
-     }},
-    {"pselect", "select",
-     [](int fd) -> long {
-         fd_set set = setOf(fd);
-         return pselect(fd + 1, &set, nullptr, nullptr, &Never, nullptr);
-     }},
-    {"close", "close", [](int fd) -> long { return close(fd); }},
-};
+constexpr Call callOf(const char* fault, int error, const char* name, long (*call)(int fd)) {
+    return {fault, error, name, call};
+}
 
-struct SystemCall {
-    const char* name;
-    int error;
-    long (*call)();  // that fails
+#define CALL(fault, error, expression) \
+    callOf(fault, error, #expression, [](int fd [[maybe_unused]]) -> long { return expression; })
+
+// Those that wait find `file` and `set` made for the descriptor.
+constexpr Call DescriptorCalls[] = {
+    CALL("read", 0, read(fd, bytes, 4)),
+    CALL("read", 0, __read_chk(fd, bytes, 4, 4)),
+    CALL("read", 0, readv(fd, &part, 1)),
+    CALL("write", 0, write(fd, bytes, 4)),
+    CALL("write", 0, writev(fd, &part, 1)),
+    CALL("ioctl", 0, ioctl(fd, TIOCMGET, &number)),
+    CALL("tcgetattr", 0, tcgetattr(fd, &settings)),
+    CALL("tcsetattr", 0, tcsetattr(fd, TCSANOW, &settings)),
+    CALL("tcflush", 0, tcflush(fd, TCIFLUSH)),
+    CALL("tcsendbreak", 0, tcsendbreak(fd, 0)),
+    CALL("tcdrain", 0, tcdrain(fd)),
+    CALL("poll", 0, poll(&file, 1, 0)),
+    CALL("poll", 0, __poll_chk(&file, 1, 0, sizeof file)),
+    CALL("poll", 0, ppoll(&file, 1, &Long, nullptr)),
+    CALL("poll", 0, __ppoll_chk(&file, 1, &Long, nullptr, sizeof file)),
+    CALL("select", 0, select(fd + 1, nullptr, nullptr, &set, nullptr)),
+    CALL("select", 0, pselect(fd + 1, &set, nullptr, nullptr, &Long, nullptr)),
+    CALL("close", 0, close(fd)),
 };
 
 /// A request, with nonsense to be set, to an interface that the host has and the terminal does not.
-long requestOn(unsigned long request) {
+int requestOn(unsigned long request) {
     ifreq interface {};
-    strcpy(interface.ifr_name, "lo");
+    interface.ifr_name[0] = 'l';
+    interface.ifr_name[1] = 'o';
     interface.ifr_mtu = -1;
-    const int socketFd = socket(AF_INET, SOCK_DGRAM, 0);
-    const long result = ioctl(socketFd, request, &interface);
+    const int fd = socket(AF_INET, SOCK_DGRAM, 0);
+    const int result = ioctl(fd, request, &interface);
     const int error = errno;
-    close(socketFd);
+    close(fd);
     errno = error;
     return result;
 }
 
-long adjustClock(int (*adjust)(timex*)) {
-    timex adjustment{};
-    adjustment.modes = ADJ_TICK;
-    adjustment.tick = 1;  // far outside of what the kernel takes
-    return adjust(&adjustment);
-}
-
-long spawned(int error) {
+/// As -1 with errno, from a call whose result is the error.
+int failed(int error) {
     errno = error;
-    return error ? -1 : 0;
+    return error != 0 ? -1 : 0;
 }
 
-char* const Arguments[] = {const_cast<char*>(False), nullptr};
-pid_t spawnedProcess = 0;
-
-constexpr SystemCall Refused[] = {
-    {"reboot", EPERM, []() -> long { return reboot(0); }},
-    {"swapon", EPERM, []() -> long { return swapon("/none", 0); }},
-    {"swapoff", EPERM, []() -> long { return swapoff("/none"); }},
-    {"sethostname", EPERM, []() -> long { return sethostname(buffer, 100); }},
-    {"setdomainname", EPERM, []() -> long { return setdomainname(buffer, 100); }},
-    {"pivot_root", EPERM, []() -> long { return pivot_root("/none", "/none"); }},
-    {"chroot", EPERM, []() -> long { return chroot("/none"); }},
-    {"init_module", EPERM, []() -> long { return init_module(nullptr, 0, ""); }},
-    {"finit_module", EPERM, []() -> long { return finit_module(-1, "", 0); }},
-    {"delete_module", EPERM, []() -> long { return delete_module("none", 0); }},
-    {"mount", ENODEV, []() -> long { return mount("none", "/none", "none", 0, nullptr); }},
-    {"umount", EINVAL, []() -> long { return umount("/none"); }},
-    {"umount2", EINVAL, []() -> long { return umount2("/none", 0); }},
-    {"kill of init", EPERM, []() -> long { return kill(1, 0); }},
-    {"kill of everybody", EPERM, []() -> long { return kill(-1, 0); }},
-    {"kill of the own group", EPERM, []() -> long { return kill(0, 0); }},
-    {"kill of nobody", ESRCH, []() -> long { return kill(0x7FFFFFF0, SIGKILL); }},
-    {"killpg", EPERM, []() -> long { return killpg(1, 0); }},
-    {"sigqueue", EPERM, []() -> long { return sigqueue(1, 0, sigval{}); }},
-    {"popen", ENOENT, []() -> long { return popen("exit 3", "r") ? 0 : -1; }},
-    {"execve", ENOENT, []() -> long { return execve(False, Arguments, environ); }},
-    {"execv", ENOENT, []() -> long { return execv(False, Arguments); }},
-    {"execvp", ENOENT, []() -> long { return execvp(False, Arguments); }},
-    {"execvpe", ENOENT, []() -> long { return execvpe(False, Arguments, environ); }},
-    {"execl", ENOENT, []() -> long { return execl(False, False, nullptr); }},
-    {"execle", ENOENT, []() -> long { return execle(False, False, nullptr, environ); }},
-    {"execlp", ENOENT, []() -> long { return execlp(False, False, nullptr); }},
-    {"execveat", ENOENT, []() -> long { return execveat(-1, False, Arguments, environ, 0); }},
-    {"fexecve", ENOENT, []() -> long { return fexecve(open(False, O_PATH), Arguments, environ); }},
-    {"posix_spawn", ENOENT,
-     [] {
-         return spawned(posix_spawn(&spawnedProcess, False, nullptr, nullptr, Arguments, environ));
-     }},
-    {"posix_spawnp", ENOENT,
-     [] {
-         return spawned(posix_spawnp(&spawnedProcess, False, nullptr, nullptr, Arguments, environ));
-     }},
-    {"adjtimex", EPERM, [] { return adjustClock(adjtimex); }},
-    {"ntp_adjtime", EPERM, [] { return adjustClock(ntp_adjtime); }},
-    {"clock_adjtime", EPERM,
-     [] {
-         return adjustClock([](timex* change) { return clock_adjtime(CLOCK_REALTIME, change); });
-     }},
-    {"adjtime", EPERM,
-     []() -> long {
-         const timeval tooMuch{1000000, 0};
-         return adjtime(&tooMuch, nullptr);
-     }},
-    {"a route", EPERM, [] { return requestOn(SIOCADDRT); }},
-    {"an interface's packet size", ENODEV, [] { return requestOn(SIOCSIFMTU); }},
-    {"an interface's flags", ENODEV, [] { return requestOn(SIOCGIFFLAGS); }},
-    {"a wireless network's name", ENODEV, [] { return requestOn(0x8B1A); }},
+constexpr Call SystemCalls[] = {
+    CALL("", EPERM, reboot(0)),
+    CALL("", EPERM, swapon("/none", 0)),
+    CALL("", EPERM, swapoff("/none")),
+    CALL("", EPERM, sethostname(bytes, 100)),
+    CALL("", EPERM, setdomainname(bytes, 100)),
+    CALL("", EPERM, pivot_root("/none", "/none")),
+    CALL("", EPERM, chroot("/none")),
+    CALL("", EPERM, init_module(nullptr, 0, "")),
+    CALL("", EPERM, finit_module(-1, "", 0)),
+    CALL("", EPERM, delete_module("none", 0)),
+    CALL("mount", ENODEV, mount("none", "/none", "none", 0, nullptr)),
+    CALL("umount", EINVAL, umount("/none")),
+    CALL("umount", EINVAL, umount2("/none", 0)),
+    CALL("kill", EPERM, kill(1, 0)),
+    CALL("kill", EPERM, kill(-1, 0)),
+    CALL("kill", EPERM, kill(0, 0)),
+    CALL("kill", ESRCH, kill(0x7FFFFFF0, SIGKILL)),
+    CALL("kill", EPERM, killpg(1, 0)),
+    CALL("kill", EPERM, sigqueue(1, 0, sigval{})),
+    CALL("exec", ENOENT, execve(False, arguments, environ)),
+    CALL("exec", ENOENT, execv(False, arguments)),
+    CALL("exec", ENOENT, execvp(False, arguments)),
+    CALL("exec", ENOENT, execvpe(False, arguments, environ)),
+    CALL("exec", ENOENT, execl(False, False, nullptr)),
+    CALL("exec", ENOENT, execle(False, False, nullptr, environ)),
+    CALL("exec", ENOENT, execlp(False, False, nullptr)),
+    CALL("exec", ENOENT, execveat(-1, False, arguments, environ, 0)),
+    CALL("exec", ENOENT, fexecve(open(False, O_PATH), arguments, environ)),
+    CALL("posix_spawn", ENOENT,
+         failed(posix_spawn(&spawned, False, nullptr, nullptr, arguments, environ))),
+    CALL("posix_spawn", ENOENT,
+         failed(posix_spawnp(&spawned, False, nullptr, nullptr, arguments, environ))),
+    CALL("popen", ENOENT, popen("exit 3", "r") ? 0 : -1),
+    CALL("system", 0, system(nullptr)),
+    CALL("clock_settime", 0, clock_settime(CLOCK_REALTIME, &Early)),
+    CALL("", EPERM, requestOn(SIOCADDRT)),
+    CALL("ioctl", ENODEV, requestOn(SIOCSIFMTU)),
+    CALL("ioctl", ENODEV, requestOn(SIOCGIFFLAGS)),
+    CALL("ioctl", ENODEV, requestOn(0x8B1A)),  // SIOCSIWESSID
 };
 
-template <class Call> int errorOf(Call call) {
+template <class Function> int errorOf(Function call) {
     errno = 0;
     return call() == -1 ? errno : 0;
 }
 
 class InterposedCallsTest : public testing::Test {
 protected:
-    int fault(const char* call) {
-        terminal.faults().fail(call, "", EBADE);
-        return EBADE;
-    }
-
     sim::Terminal terminal;
 };
 
-TEST_F(InterposedCallsTest, CallsOnADescriptorReachTheTerminal) {
-    for (const DescriptorCall& call : DescriptorCalls) {
-        const int fd = open(Line, O_RDWR | O_NONBLOCK);
-        terminal.faults().fail(call.fault, Line, EBADE);
-        EXPECT_EQ(errorOf([&] { return call.call(fd); }), EBADE) << call.name;
-        close(fd);
+TEST_F(InterposedCallsTest, CallsOnADescriptorReachTheTerminalAndOnlyIts) {
+    const int null = open("/dev/null", O_RDWR);
+    for (const Call& call : DescriptorCalls) {
+        for (const int fd : {open(Line, O_RDWR | O_NONBLOCK), dup(null)}) {
+            file.fd = fd;
+            FD_ZERO(&set);
+            FD_SET(fd, &set);
+            terminal.faults().clear();
+            terminal.faults().fail(call.fault, Line, EBADE);
+            const bool isLine = isatty(fd);
+            if (isLine || strcmp(call.fault, "select") != 0) {
+                EXPECT_EQ(errorOf([&] { return call.call(fd); }) == EBADE, isLine) << call.name;
+            }
+            EXPECT_EQ(terminal.faults().calls(), isLine ? 1 : 0) << call.name;
+            close(fd);
+        }
     }
-    EXPECT_EQ(errorOf([] { return open("/nowhere/at/all", O_RDONLY); }), ENOENT);
-    terminal.faults().clear();
-    const int host = open("/dev/null", O_RDWR);
-    for (const DescriptorCall& call : DescriptorCalls) {
-        if (strcmp(call.fault, "poll") != 0 && strcmp(call.fault, "select") != 0)
-            call.call(host);
-    }
-    EXPECT_EQ(terminal.faults().calls(), 0) << "the host's descriptors are none of its business";
+    close(null);
 }
 
 TEST_F(InterposedCallsTest, WhatWouldChangeTheHostIsRefused) {
-    for (const SystemCall& call : Refused)
-        EXPECT_EQ(errorOf(call.call), call.error) << call.name;
-    EXPECT_EQ(system(nullptr), 0) << "no shell";
-    EXPECT_EQ(WEXITSTATUS(system("exit 3")), 127);
-}
-
-TEST_F(InterposedCallsTest, SystemCallsFailByTheirFaults) {
-    const SystemCall calls[] = {
-        {"mount", 0, []() -> long { return mount("none", "/none", "none", 0, nullptr); }},
-        {"umount", 0, []() -> long { return umount("/none"); }},
-        {"kill", 0, []() -> long { return kill(getpid(), 0); }},
-        {"fork", 0, []() -> long { return fork(); }},
-        {"system", 0, []() -> long { return system("true"); }},
-        {"popen", 0, []() -> long { return popen("true", "r") ? 0 : -1; }},
-        {"exec", 0, []() -> long { return execv(False, Arguments); }},
-        {"posix_spawn", 0,
-         [] { return spawned(posix_spawn(nullptr, False, nullptr, nullptr, Arguments, environ)); }},
-        {"clock_settime", 0,
-         []() -> long {
-             const timespec now{1, 0};
-             return clock_settime(CLOCK_REALTIME, &now);
-         }},
-        {"pthread_create", 0,
-         [] {
-             pthread_t thread{};
-             return spawned(pthread_create(
-                 &thread, nullptr, [](void*) -> void* { return nullptr; }, nullptr));
-         }},
-    };
-    for (const SystemCall& call : calls)
-        EXPECT_EQ(errorOf([&] { return fault(call.name) ? call.call() : 0; }), EBADE) << call.name;
-    EXPECT_EQ(terminal.faults().failed(), 10);
-    {
-        fault("pthread_create");
-        const sim::HostTime hostTime;
-        std::thread([] {}).join();  // of the simulator or of a test: no call of the application
+    for (const Call& call : SystemCalls) {
+        EXPECT_EQ(errorOf([&] { return call.call(-1); }), call.error) << call.name;
+        if (*call.fault == '\0')
+            continue;
+        terminal.faults().fail(call.fault, "", EBADE);
+        EXPECT_EQ(errorOf([&] { return call.call(-1); }), EBADE) << call.name;
     }
+    EXPECT_EQ(WEXITSTATUS(system("exit 3")), 127);
+    terminal.faults().fail("fork", "", EAGAIN);
+    EXPECT_EQ(errorOf([] { return fork(); }), EAGAIN);
+
+    pthread_t thread{};
+    const auto create = [&] {
+        return pthread_create(
+            &thread, nullptr, [](void*) -> void* { return nullptr; }, nullptr);
+    };
+    terminal.faults().fail("pthread_create", "", EAGAIN);
+    {
+        const sim::HostTime hostTime;  // of a test: no call of the application
+        EXPECT_EQ(create(), 0);
+        pthread_join(thread, nullptr);
+    }
+    EXPECT_EQ(create(), EAGAIN);
 }
 
 TEST_F(InterposedCallsTest, FaultsAreCountedAndTakenInTurn) {
     sim::Faults& faults = terminal.faults();
-    const auto request = [] { return errorOf([] { return access("/dev/rtc", F_OK); }); };
+    const auto look = [](const char* path) { return errorOf([=] { return access(path, F_OK); }); };
     faults.failNth(3, EIO);
-    EXPECT_EQ(request(), 0);
-    EXPECT_EQ(errorOf([] { return access("/dev/oled", F_OK); }), 0);
-    EXPECT_EQ(request(), EIO);
-    EXPECT_EQ(request(), 0);
+    for (const int error : {0, 0, EIO, 0})
+        EXPECT_EQ(look("/dev/rtc"), error);
     EXPECT_EQ(faults.calls(), 4);
     faults.clear();
     faults.fail("access", "/dev/rtc", EACCES, 1, 2);
     faults.fail("", "/dev/rtc", ENXIO, 0, 1);
-    const int expected[] = {ENXIO, EACCES, EACCES, 0};
-    for (const int error : expected) {
-        EXPECT_EQ(errorOf([] { return access("/dev/oled", F_OK); }), 0);
-        EXPECT_EQ(request(), error);
+    for (const int error : {ENXIO, EACCES, EACCES, 0}) {
+        EXPECT_EQ(look("/dev/oled"), 0);
+        EXPECT_EQ(look("/dev/rtc"), error);
     }
     EXPECT_EQ(faults.failed(), 3);
     EXPECT_EQ(faults.calls(), 8);
-}
-
-TEST_F(InterposedCallsTest, AProgramSignalsItselfAndItsChildren) {
-    EXPECT_EQ(kill(getpid(), 0), 0);
-    const pid_t child = fork();
-    if (child == 0) {
-        for (;;)
-            pause();
-    }
-    EXPECT_EQ(kill(child, 0), 0);
-    EXPECT_EQ(kill(child, SIGKILL), 0);
-    int status = 0;
-    EXPECT_EQ(waitpid(child, &status, 0), child);
-    EXPECT_EQ(WTERMSIG(status), SIGKILL);
-    EXPECT_EQ(errorOf([=] { return kill(child, 0); }), ESRCH);
 }
 
 TEST_F(InterposedCallsTest, DuplicatesStandForTheSameOpen) {
@@ -324,20 +239,29 @@ TEST_F(InterposedCallsTest, DuplicatesStandForTheSameOpen) {
     for (const int copy : copies) {
         EXPECT_EQ(ioctl(copy, board::SetKeyboardLight, copy), 0) << copy;
         EXPECT_EQ(terminal.powerControl().keyboardLight(), copy);
+        close(copy);
     }
     // A descriptor that is replaced is closed, and is no device any more.
     const int line = open(Line, O_RDWR);
     const int twin = dup(line);
     const int null = open("/dev/null", O_RDWR);
     EXPECT_EQ(dup2(null, line), line);
-    EXPECT_TRUE(terminal.barcodeLine().isOpen());
     EXPECT_EQ(errorOf([=] { return ioctl(line, TIOCMGET, &number); }), ENOTTY);
     EXPECT_EQ(errorOf([=] { return dup2(-1, twin); }), EBADF);
     EXPECT_EQ(ioctl(twin, TIOCMGET, &number), 0);
     EXPECT_EQ(dup3(null, twin, 0), twin);
     EXPECT_FALSE(terminal.barcodeLine().isOpen());
-    for (const int fd : {line, twin, null, copies[0], copies[1], copies[2], copies[3], copies[4]})
+    for (const int fd : {line, twin, null})
         EXPECT_EQ(close(fd), 0);
+}
+
+/// Whether a child finds what it should.
+bool isRightInChild(int inherited) {
+    return access("/var/run/ppp0.pid", F_OK) == 0 &&
+           errorOf([] { return open(board::PowerControlPath, O_RDWR); }) == ENXIO &&
+           errorOf([] { return umount("/mnt/mmc"); }) == EPERM &&
+           errorOf([] { return open("/sys/kernel", O_RDONLY); }) == ENOENT &&
+           errorOf([] { return execv(False, arguments); }) == ENOENT && close(inherited) == 0;
 }
 
 TEST_F(InterposedCallsTest, AChildHasTheFilesButNoDevices) {
@@ -345,28 +269,22 @@ TEST_F(InterposedCallsTest, AChildHasTheFilesButNoDevices) {
     std::thread busy([&] {  // holds any lock at any time
         while (!stop) {
             close(open(board::PowerControlPath, O_RDWR));
-            access("/mnt/mmc/file", F_OK);
             umount("/mnt/mmc");
         }
     });
     const int inherited = open(Line, O_RDWR);
     terminal.files().write("/var/run/ppp0.pid", "1\n");
+    int status = 0;
     for (int i = 0; i < 20; ++i) {
         const pid_t child = fork();
         if (child == 0) {
-            const bool isRight =
-                access("/var/run/ppp0.pid", F_OK) == 0 &&
-                errorOf([] { return open(board::PowerControlPath, O_RDWR); }) == ENXIO &&
-                errorOf([] { return umount("/mnt/mmc"); }) == EPERM &&
-                errorOf([] { return open("/sys/kernel", O_RDONLY); }) == ENOENT &&
-                close(inherited) == 0 && errorOf([] { return execv(False, Arguments); }) == ENOENT;
+            const bool isRight = isRightInChild(inherited);
             if (i == 0)
                 terminal.~Terminal();  // as a static one at the child's end
             _exit(isRight ? 0 : 1);
         }
-        int status = -1;
-        ASSERT_TRUE(
-            sim::eventually([&] { return waitpid(child, &status, WNOHANG) == child; }, Limit));
+        ASSERT_TRUE(sim::eventually([&] { return waitpid(child, &status, WNOHANG) == child; },
+                                    std::chrono::seconds(60)));
         EXPECT_EQ(status, 0);
     }
     stop = true;
@@ -374,60 +292,61 @@ TEST_F(InterposedCallsTest, AChildHasTheFilesButNoDevices) {
     EXPECT_TRUE(terminal.barcodeLine().isOpen()) << "closed by the children only";
     EXPECT_TRUE(terminal.files().exists("/var/run/ppp0.pid"));
     close(inherited);
+
+    const pid_t child = fork();
+    while (child == 0)
+        pause();
+    EXPECT_EQ(kill(child, SIGKILL), 0);
+    EXPECT_EQ(waitpid(child, &status, 0), child);
+    EXPECT_EQ(WTERMSIG(status), SIGKILL);
+    EXPECT_EQ(errorOf([=] { return kill(child, 0); }), ESRCH);
 }
 
 TEST_F(InterposedCallsTest, CallsThatCannotUnwindSurviveACancellation) {
     const int line = open(Line, O_RDWR);
-    const int speaker = open(Speaker, O_RDWR);
-    std::atomic<bool> survived{false};
-    std::thread cancelled([&] {
+    bool survived = false;
+    std::thread([&] {
         pthread_cancel(pthread_self());
-        struct stat status {};
-        stat(Line, &status);
+        struct stat found {};
+        stat(Line, &found);
         access("/mnt/mmc/file", F_OK);
         mkdir("/dev/folder", 0700);
         ioctl(line, TIOCMGET, &number);
-        ioctl(speaker, board::GetEventTypes, &number);
         tcgetattr(line, &settings);
         tcsetattr(line, TCSADRAIN, &settings);
         tcflush(line, TCIOFLUSH);
         tcsendbreak(line, 0);
         mount("/dev/mmcblk0p1", "/mnt/mmc", "vfat", 0, "");
         umount("/mnt/mmc");
-        kill(1, 0);
         kill(getppid(), 0);
         dup2(dup(line), 210);
-        const timespec now{1000, 0};
-        clock_settime(CLOCK_REALTIME, &now);
+        clock_settime(CLOCK_REALTIME, &Early);
         survived = true;
         pthread_testcancel();
         survived = false;
-    });
-    cancelled.join();
+    }).join();
     EXPECT_TRUE(survived);
     EXPECT_EQ(terminal.journal().history("card"), "mount rw, unmount");
-    for (const int fd : {line, speaker, 210})
-        close(fd);
+    close(line);
+    close(210);
 }
 
 TEST_F(InterposedCallsTest, AWaitingCallIsACancellationPoint) {
-    static int line, keypad;
-    line = open(Line, O_RDWR);
-    keypad = open("/dev/input/event0", O_RDWR);
-    void (*const waits[])() = {
-        [] { read(line, buffer, 1); },
-        [] { read(keypad, buffer, sizeof buffer); },
-        [] {
-            pollfd file = files(line);
-            poll(&file, 1, -1);
-        },
-        [] { pause(); },
-        [] { sleep(1000); },
+    const int line = open(Line, O_RDWR);
+    const int keypad = open("/dev/input/event0", O_RDWR);
+    file.fd = line;
+    const Call waits[] = {
+        CALL("", 0, read(fd, bytes, sizeof bytes)),
+        CALL("", 0, poll(&file, 1, -1)),
+        CALL("", 0, pause()),
+        CALL("", 0, nanosleep(&Long, nullptr)),
     };
-    for (const auto& wait : waits) {
-        std::thread waiting(wait);
-        pthread_cancel(waiting.native_handle());
-        waiting.join();
+    for (const int fd : {line, keypad}) {
+        for (const Call& wait : waits) {
+            std::thread waiting([&] { wait.call(fd); });
+            pthread_cancel(waiting.native_handle());
+            waiting.join();
+        }
     }
     EXPECT_EQ(ioctl(line, TIOCMGET, &number), 0) << "the models have survived it";
     close(line);

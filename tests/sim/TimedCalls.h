@@ -1,0 +1,242 @@
+#pragma once
+
+// Tests of every call that waits for a while and of those that read or set the clock, as the suite
+// TIMED_CALLS_TEST. Compiled twice: with the usual time_t, and with that of 64 bits, where these
+// are other functions. There nothing of the simulator's that has a timespec in it may be used: to
+// it that has 32 bits.
+
+#include <gtest/gtest.h>
+#include <poll.h>
+#include <pthread.h>
+#include <semaphore.h>
+#include <sys/select.h>
+#include <sys/time.h>
+#include <sys/timex.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <atomic>
+#include <cerrno>
+#include <csignal>
+#include <ctime>
+#include <limits>
+#include <thread>
+
+#include "sim/HostTime.h"
+#include "sim/Terminal.h"
+
+extern "C" {
+int __poll_chk(pollfd*, nfds_t, int, size_t);
+int __ppoll_chk(pollfd*, nfds_t, const timespec*, const sigset_t*, size_t);
+}
+
+namespace {
+
+constexpr timespec Duration{2, 0};  // of each wait
+
+inline double secondsOf(const timespec& time) {
+    return static_cast<double>(time.tv_sec) + static_cast<double>(time.tv_nsec) / 1e9;
+}
+
+inline double clockNow(clockid_t clock) {
+    timespec now{};
+    EXPECT_EQ(clock_gettime(clock, &now), 0);
+    return secondsOf(now);
+}
+
+inline double hostNow(clockid_t clock) {
+    const sim::HostTime hostTime;
+    return clockNow(clock);
+}
+
+/// The end of a wait that begins now.
+inline const timespec* end(clockid_t clock) {
+    static timespec until;
+    clock_gettime(clock, &until);
+    until.tv_sec += Duration.tv_sec;
+    return &until;
+}
+
+/// What the waits wait for, in vain.
+struct Awaited {
+    pthread_mutex_t mutex = PTHREAD_MUTEX_INITIALIZER;  // held
+    pthread_mutex_t taken = PTHREAD_MUTEX_INITIALIZER;  // likewise
+    pthread_cond_t condition = PTHREAD_COND_INITIALIZER;
+    pthread_cond_t monotonicCondition = PTHREAD_COND_INITIALIZER;
+    sem_t semaphore{};
+    timeval left{2, 0};
+
+    Awaited() {
+        pthread_mutex_lock(&mutex);
+        pthread_mutex_lock(&taken);
+        pthread_condattr_t attributes;
+        pthread_condattr_init(&attributes);
+        pthread_condattr_setclock(&attributes, CLOCK_MONOTONIC);
+        pthread_cond_init(&monotonicCondition, &attributes);
+        sem_init(&semaphore, 0, 0);
+    }
+};
+
+struct Wait {
+    const char* name;
+    int result;
+    int (*wait)(Awaited& at);
+};
+
+constexpr Wait waitOf(int result, const char* name, int (*wait)(Awaited& at)) {
+    return {name, result, wait};
+}
+
+#define WAIT(result, expression) \
+    waitOf(result, #expression,  \
+           [](Awaited& at [[maybe_unused]]) { return static_cast<int>(expression); })
+
+constexpr Wait Waits[] = {
+    WAIT(0, nanosleep(&Duration, nullptr)),
+    WAIT(0, clock_nanosleep(CLOCK_MONOTONIC, 0, &Duration, nullptr)),
+    WAIT(0, clock_nanosleep(CLOCK_REALTIME, TIMER_ABSTIME, end(CLOCK_REALTIME), nullptr)),
+    WAIT(0, clock_nanosleep(CLOCK_BOOTTIME, TIMER_ABSTIME, end(CLOCK_BOOTTIME), nullptr)),
+    WAIT(0, usleep(2'000'000)),
+    WAIT(0, sleep(2)),
+    WAIT(0, poll(nullptr, 0, 2000)),
+    WAIT(0, __poll_chk(nullptr, 0, 2000, 0)),
+    WAIT(0, ppoll(nullptr, 0, &Duration, nullptr)),
+    WAIT(0, select(0, nullptr, nullptr, nullptr, &at.left)),
+    WAIT(0, pselect(0, nullptr, nullptr, nullptr, &Duration, nullptr)),
+    WAIT(ETIMEDOUT, pthread_cond_timedwait(&at.condition, &at.mutex, end(CLOCK_REALTIME))),
+    WAIT(ETIMEDOUT,
+         pthread_cond_timedwait(&at.monotonicCondition, &at.mutex, end(CLOCK_MONOTONIC))),
+    WAIT(ETIMEDOUT,
+         pthread_cond_clockwait(&at.condition, &at.mutex, CLOCK_MONOTONIC, end(CLOCK_MONOTONIC))),
+    WAIT(ETIMEDOUT, pthread_mutex_timedlock(&at.taken, end(CLOCK_REALTIME))),
+    WAIT(ETIMEDOUT, pthread_mutex_clocklock(&at.taken, CLOCK_MONOTONIC, end(CLOCK_MONOTONIC))),
+    WAIT(-1, sem_timedwait(&at.semaphore, end(CLOCK_REALTIME))),
+#if !defined(_TIME_BITS) || _TIME_BITS != 64 || defined(__LP64__)
+    WAIT(0, __ppoll_chk(nullptr, 0, &Duration, nullptr, 0)),
+#endif
+};
+
+class TIMED_CALLS_TEST : public testing::Test {
+protected:
+    /// Whether two readings are of one moment: a busy machine may stop for a while in between.
+    static void expectClose(double first, double second) { EXPECT_NEAR(first, second, 20); }
+
+    sim::Terminal terminal;
+};
+
+TEST_F(TIMED_CALLS_TEST, WaitsAreAsMuchShorterAsTheClockIsFaster) {
+    terminal.clock().setWall(std::chrono::hours(1));  // no deadline is the host's by chance
+    terminal.clock().setMonotonic(std::chrono::hours(2));
+    terminal.clock().setSpeed(50);
+    Awaited awaited;
+    for (const Wait& wait : Waits) {
+        // A busy machine makes a wait longer, never shorter.
+        double shortest = 1000;
+        for (int tries = 0; tries < 5 && shortest >= 1; ++tries) {
+            awaited.left = {2, 0};
+            const double begin = hostNow(CLOCK_MONOTONIC);
+            EXPECT_EQ(wait.wait(awaited), wait.result) << wait.name;
+            shortest = std::min(shortest, hostNow(CLOCK_MONOTONIC) - begin);
+        }
+        EXPECT_LT(shortest, 1) << wait.name;
+        EXPECT_GE(shortest, 0.039) << wait.name;
+    }
+}
+
+TEST_F(TIMED_CALLS_TEST, WhatCannotBeIsRefusedAtAnySpeed) {
+    const timespec wrong{1, 2'000'000'000};
+    const timespec past{-1, 0};
+    Awaited awaited;
+    for (const double speed : {1.0, 50.0}) {
+        terminal.clock().setSpeed(speed);
+        EXPECT_EQ(nanosleep(&wrong, nullptr), -1);
+        EXPECT_EQ(clock_nanosleep(CLOCK_REALTIME, TIMER_ABSTIME, &wrong, nullptr), EINVAL);
+        EXPECT_EQ(ppoll(nullptr, 0, &wrong, nullptr), -1);
+        EXPECT_EQ(pselect(0, nullptr, nullptr, nullptr, &wrong, nullptr), -1);
+        timeval wrongLeft{1, -1};
+        EXPECT_EQ(select(0, nullptr, nullptr, nullptr, &wrongLeft), -1);
+        EXPECT_EQ(pthread_cond_timedwait(&awaited.condition, &awaited.mutex, &wrong), EINVAL);
+        EXPECT_EQ(sem_timedwait(&awaited.semaphore, &past), -1);
+        EXPECT_EQ(errno, ETIMEDOUT);
+    }
+    // What is too far away to be counted is no moment of the past.
+    for (const double speed : {1.0, 1e-6, 50.0}) {
+        terminal.clock().setSpeed(speed);
+        std::thread poster([&] {
+            sim::pauseBriefly();
+            sem_post(&awaited.semaphore);
+        });
+        const timespec last{std::numeric_limits<time_t>::max(), 999'999'999};
+        EXPECT_EQ(sem_timedwait(&awaited.semaphore, &last), 0) << speed;
+        poster.join();
+    }
+    timex adjustment{};
+    adjustment.modes = ADJ_TICK;
+    adjustment.tick = 1;  // far outside of what the kernel takes
+    const timeval tooMuch{1000000, 0};
+    for (const auto& refused :
+         {adjtimex(&adjustment), ntp_adjtime(&adjustment),
+          clock_adjtime(CLOCK_REALTIME, &adjustment), adjtime(&tooMuch, nullptr)})
+        EXPECT_EQ(refused, -1);
+    EXPECT_EQ(errno, EPERM);
+}
+
+TEST_F(TIMED_CALLS_TEST, SettingTheClockLeavesTheHostsAlone) {
+    const double before = hostNow(CLOCK_REALTIME) - hostNow(CLOCK_MONOTONIC);
+    const timespec set{86400, 0};
+    EXPECT_EQ(clock_settime(CLOCK_REALTIME, &set), 0);
+    expectClose(clockNow(CLOCK_REALTIME), 86400);
+    expectClose(clockNow(CLOCK_REALTIME_COARSE), 86400);
+    const timeval setAgain{172800, 0};
+    EXPECT_EQ(settimeofday(&setAgain, nullptr), 0);
+    timeval now{};
+    EXPECT_EQ(gettimeofday(&now, nullptr), 0);
+    expectClose(static_cast<double>(now.tv_sec), 172800);
+    time_t stored = 0;
+    EXPECT_EQ(time(&stored), stored);
+    expectClose(static_cast<double>(stored), 172800);
+    const timespec wrong{0, -1};
+    EXPECT_EQ(clock_settime(CLOCK_REALTIME, &wrong), -1);
+    EXPECT_EQ(clock_settime(CLOCK_MONOTONIC, &set), -1);
+    const timeval wrongToo{0, 1'000'000};
+    EXPECT_EQ(settimeofday(&wrongToo, nullptr), -1);
+    expectClose(clockNow(CLOCK_REALTIME), 172800);
+    EXPECT_NEAR(hostNow(CLOCK_REALTIME) - hostNow(CLOCK_MONOTONIC), before, 1);
+}
+
+TEST_F(TIMED_CALLS_TEST, TheRestOfAWaitIsHandedBack) {
+    terminal.clock().setSpeed(50);
+    int ends[2];
+    ASSERT_EQ(pipe(ends), 0);
+    EXPECT_EQ(write(ends[1], "", 1), 1);
+    fd_set readable;
+    FD_ZERO(&readable);
+    FD_SET(ends[0], &readable);
+    timeval left{1'000'000, 0};
+    EXPECT_EQ(select(ends[0] + 1, &readable, nullptr, nullptr, &left), 1);
+    EXPECT_NEAR(static_cast<double>(left.tv_sec), 1'000'000, 100'000);
+    close(ends[0]);
+    close(ends[1]);
+
+    struct sigaction ignore {
+    }, former{};
+    ignore.sa_handler = [](int) {};
+    sigaction(SIGUSR2, &ignore, &former);
+    std::atomic<bool> isOver{false};
+    std::thread sleeper([&] {
+        const timespec wanted{1'000'000, 0};
+        timespec rest{};
+        EXPECT_EQ(nanosleep(&wanted, &rest), -1);
+        EXPECT_NEAR(static_cast<double>(rest.tv_sec), 1'000'000, 100'000);
+        isOver = true;
+    });
+    const auto interrupted = [&] {  // tried until it sleeps
+        pthread_kill(sleeper.native_handle(), SIGUSR2);
+        return isOver.load();
+    };
+    EXPECT_TRUE(sim::eventually(interrupted, std::chrono::seconds(60)));
+    sleeper.join();
+    sigaction(SIGUSR2, &former, nullptr);
+}
+
+}  // namespace
