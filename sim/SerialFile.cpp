@@ -119,6 +119,8 @@ int SerialFile::flush(int queue) {
     const std::lock_guard<std::mutex> held(line->mutex);
     const int result = OpenFile::flush(queue);
     if (isCurrent() && queue != TCIFLUSH) {
+        // The system empties the way, but leaves what the far end has been given and not yet read.
+        SIM_REAL(tcflush)(line->farEnd, TCIFLUSH);
         line->consumedBytes = line->writtenBytes;
         line->consumed.notify_all();
     }

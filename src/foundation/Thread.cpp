@@ -16,6 +16,15 @@ constexpr int StopStepMs = 100;
 // joining the worker, the handle may already belong to a stranger.
 thread_local const Thread* current = nullptr;
 
+/// Before the worker exists: an interruption may reach it before its first instruction, and without
+/// a handler would end the program.
+void installHandler() {
+    struct sigaction action {};
+    action.sa_handler = Thread::signalHandler;
+    sigemptyset(&action.sa_mask);
+    sigaction(SIGUSR1, &action, nullptr);  // no SA_RESTART: blocking calls end with EINTR
+}
+
 }  // namespace
 
 void Thread::run() {}
@@ -27,6 +36,7 @@ bool Thread::start() {
     stopped = false;
     stopRequestedFlag = false;
     ++startRound;
+    installHandler();
     pthread_attr_t attributes;
     pthread_attr_init(&attributes);
     pthread_attr_setstacksize(&attributes, StackSize);
@@ -170,11 +180,6 @@ void* Thread::threadRun(void* thread) {
     sigemptyset(&interruption);
     sigaddset(&interruption, SIGUSR1);
     pthread_sigmask(SIG_UNBLOCK, &interruption, nullptr);
-
-    struct sigaction action {};
-    action.sa_handler = signalHandler;
-    sigemptyset(&action.sa_mask);
-    sigaction(SIGUSR1, &action, nullptr);  // no SA_RESTART: blocking calls end with EINTR
 
     pthread_setcancelstate(PTHREAD_CANCEL_ENABLE, nullptr);
     pthread_setcanceltype(PTHREAD_CANCEL_DEFERRED, nullptr);

@@ -56,7 +56,7 @@ public:
     /// Sleeps `ms` milliseconds. False when a signal cut the sleep short; it is not resumed.
     static bool sleep(int ms);
 
-    /// The handler of SIGUSR1, installed by every worker. It does nothing: that it exists makes the
+    /// The handler of SIGUSR1, installed by every start(). It does nothing: that it exists makes the
     /// signal end blocking calls.
     static void signalHandler(int signal);
 
