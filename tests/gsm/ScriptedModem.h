@@ -1,13 +1,11 @@
 #pragma once
 
-#include <algorithm>
-#include <chrono>
 #include <deque>
 #include <map>
 #include <mutex>
 #include <string>
 #include <string_view>
-#include <vector>
+#include <utility>
 
 #include "sim/SerialLine.h"
 
@@ -33,8 +31,9 @@ public:
         answers[command] = std::move(lines);
     }
 
-    /// What has arrived since the last call: whole command lines, or every byte.
-    std::vector<std::string> takeCommands() {
+    /// What has arrived since the last call: whole command lines, each followed by a blank, or
+    /// every byte.
+    std::string takeCommands() {
         const std::lock_guard<std::mutex> held(mutex);
         return std::exchange(commands, {});
     }
@@ -42,9 +41,9 @@ public:
         const std::lock_guard<std::mutex> held(mutex);
         return std::exchange(bytes, {});
     }
-    size_t commandCount() {
+    bool hasHeard(const std::string& command) {
         const std::lock_guard<std::mutex> held(mutex);
-        return commands.size();
+        return commands.find(command) != std::string::npos;
     }
 
     void received(std::string_view arrived) override {
@@ -60,7 +59,7 @@ public:
 
 private:
     void answer(const std::string& command) {
-        commands.push_back(command);
+        commands += command + " ";
         const auto found = answers.find(command);
         std::string reply = "\r\nOK\r\n";
         if (found != answers.end()) {
@@ -75,7 +74,7 @@ private:
     sim::SerialLine& line;
     std::mutex mutex;  // guards everything below
     std::map<std::string, std::deque<std::string>> answers;
-    std::vector<std::string> commands;
+    std::string commands;
     std::string bytes;
     std::string pending;
 };
