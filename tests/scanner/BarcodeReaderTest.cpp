@@ -154,10 +154,13 @@ TEST_F(BarcodeReaderTest, ACodeIsDeliveredWithoutItsWhiteSpaceUnlessItIsTooShort
     };
     initialize();
     for (const auto& tried : cases) {
-        if (tried.code.empty())
+        if (tried.code.empty()) {
+            takeLines();
             awaitCalls(20, tried.burst);  // the worker has ended the burst and looks for the next
-        else
+            EXPECT_EQ(take("app"), "") << tried.burst;
+        } else {
             EXPECT_EQ(delivered(tried.burst), "scan " + tried.code);
+        }
         EXPECT_EQ(delivered("next\r\n"), "scan next") << tried.burst;
     }
 }
@@ -215,7 +218,7 @@ TEST_F(BarcodeReaderTest, AScanThatFindsNothingIsStopped5SecondsAfterTheLastTrig
     EXPECT_TRUE(await("app: scan 12345"));
     takeLines();
     awaitCalls(60);  // more than 5 seconds
-    EXPECT_EQ(take("barcode"), "") << "a code ends the time";
+    EXPECT_THAT(takeLines(), testing::ElementsAre()) << "a code ends the time";
 }
 
 TEST_F(BarcodeReaderTest, AHungUpLineKeepsTheWorkerWaitingAndOneWithErrorsTrying) {
