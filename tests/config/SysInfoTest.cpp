@@ -3,11 +3,11 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <future>
 #include <memory>
 #include <string>
 #include <vector>
 
-#include "foundation/Thread.h"
 #include "support/FreshProcess.h"
 #include "support/Resources.h"
 #include "support/TerminalTest.h"
@@ -49,7 +49,6 @@ TEST_F(BootEnvironmentTest, AnEntryIsFoundByItsWholeNameAndCopiedAsFarAsItFits) 
         string expected;
     } cases[] = {
         {"serial=123\0"s, "serial", 5, "123\0\0"s},
-        {"serial=123\0"s, "serial", 3, "123"},
         {"serial=123\0"s, "serial", 2, "12"},
         {"serial=123\0"s, "serial", 0, ""},
         {"serial=\0x=1\0"s, "serial", 2, "\0\0"s},
@@ -60,14 +59,11 @@ TEST_F(BootEnvironmentTest, AnEntryIsFoundByItsWholeNameAndCopiedAsFarAsItFits) 
         {"=v\0"s, "", 1, "v"},
         {"a=b=c\0"s, "a=b", 1, "-"},
         {"a=1\0\0b=2\0"s, "b", 1, "-"},
-        {"\0a=1\0"s, "a", 1, "-"},
         {"a=" + x300 + "\0b=2\0"s, "a", 255, string(253, 'x') + "\0\0"s},
         {"a=" + x300 + "\0b=2\0"s, "b", 1, "2"},
         {x300 + "=1\0b=2\0"s, x300.c_str(), 1, "-"},
-        {string(254, 'x') + "=1\0"s, "b", 1, "-"},
         {string(1020, 'x') + "\0b="s, "b", 2, "\0\0"s},
         {string(1018, 'x') + "\0b=123"s, "b", 4, "123\0"s},
-        {string(1024, 'x'), "b", 1, "-"},
         {string(1022, 'x') + "\0b=1"s, "b", 1, "-"},
         {"b=" + x300 + x300 + x300 + x300, "b", 254, string(253, 'x') + "\0"s},
     };
@@ -130,8 +126,6 @@ TEST(SysInfoTest, AnswersComeFromTheEnvironmentTheEepromAndTheReleaseFile) {
         {usual, "\1BR"s + string(18, '\0'), "1.2.3\r\n",
          "<S1><C><1><1268649600><BR><X9-1BR><1.2.3>"},
         {usual, "\1"s + string(20, '\0'), "\n", "<S1><C><1><1268649600><><X9-1000><\n>"},
-        {usual, "\1" + c40, "\r\n\n1",
-         "<S1><C><1><1268649600><01234567890123456789><X9-101234567><\r>"},
         {{}, "", "", "<><><1><0>null<-1000><>"},
         {{"model=X9", "cmtype=2"}, "", "a\r\n", "<><><2><0>null<X9-2000><a>"},
         {{"serial=" + c40, "model=" + c40, "cmtype=7x", "mfdate=99999999999"},
@@ -153,7 +147,6 @@ TEST(SysInfoTest, AnswersComeFromTheEnvironmentTheEepromAndTheReleaseFile) {
          "",
          "<><><-3><0>null<M--3ab><> then <><><-3><0><ab><M--3ab><>"},
         {{"model=M"}, "\2" + c40, "", "<><><1><0>null<M-1000><> then <><><1><0><><M-1000><>"},
-        {{"model=M"}, "\0"s + c40, "", "<><><1><0>null<M-1000><>"},
     };
     for (const auto& one : cases) {
         EXPECT_EQ(test::inFreshProcess([&] {
@@ -173,24 +166,22 @@ TEST(SysInfoTest, WhatIsMissingIsLookedUpAgainAndWhatIsFoundIsKept) {
                   for (const char* path : {Flash, Eeprom, Release})
                       terminal.files().remove(path);
                   const long descriptors = test::openDescriptors();
-                  string all = SysInfo::getSerialNumber() + string(SysInfo::getFirmwareVersion()) +
-                               (SysInfo::getScannerInformation() ? "some" : "");
-                  all += std::to_string(test::openDescriptors() - descriptors);
+                  const auto all = [&] {
+                      const char* scanners = SysInfo::getScannerInformation();
+                      return SysInfo::getSerialNumber() + string(SysInfo::getFirmwareVersion()) +
+                             (scanners ? scanners : "none") +
+                             std::to_string(test::openDescriptors() - descriptors) + " ";
+                  };
+                  const string missing = all();
                   terminal.identity().setEnvironment({"serial=1"});
                   terminal.identity().setScanners("12");
                   terminal.identity().setRelease("2.0");
-                  all += SysInfo::getSerialNumber() + string(SysInfo::getFirmwareVersion()) +
-                         SysInfo::getScannerInformation();
+                  const string found = all();
                   for (const char* path : {Flash, Eeprom, Release})
                       terminal.files().remove(path);
-                  all += SysInfo::getSerialNumber() + string(SysInfo::getFirmwareVersion()) +
-                         SysInfo::getScannerInformation();
-                  return all + std::to_string(test::openDescriptors() - descriptors);
+                  return missing + found + all();
               }),
-              "0"
-              "12.012"
-              "12.012"
-              "0");
+              "none0 12.0120 12.0120 ");
 }
 
 TEST(SysInfoTest, AnEepromOfAnotherKindStaysOpen) {
@@ -209,21 +200,12 @@ TEST(SysInfoTest, AnEepromOfAnotherKindStaysOpen) {
     EXPECT_EQ(leftOpen("\1short"), "0");
 }
 
-class AskingThread : public Thread {
-public:
-    void run() override { heard = answers(); }
-    string heard;
-};
-
 TEST(SysInfoTest, FirstCallsAtOnceGiveTheSameAnswers) {
     EXPECT_EQ(test::inFreshProcess([] {
                   const sim::Terminal terminal;
-                  AskingThread first, second;
-                  if (!first.start() || !second.start())
-                      return string("no threads");
-                  first.stop(60000, false);
-                  second.stop(60000, false);
-                  return first.heard == second.heard ? first.heard : first.heard + second.heard;
+                  auto other = std::async(std::launch::async, answers);
+                  const string heard = answers();
+                  return heard + (other.get() == heard ? "" : " differ");
               }),
               "<HT100042><C2><1><1268649600><12><HT-112><1.4.2>");
 }
