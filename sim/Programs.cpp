@@ -87,7 +87,7 @@ Programs::Programs(Journal& eventJournal, const RootFolder& rootFolder)
         throw std::runtime_error("no door for the terminal's programs at " + path);
     // Processes that go to the background become this one's children, and can be signalled as its
     // own and reaped.
-    prctl(PR_SET_CHILD_SUBREAPER, 1);
+    reapsOrphans = prctl(PR_SET_CHILD_SUBREAPER, 1) == 0;
     server.start([this] { serve(); });
 }
 
@@ -106,7 +106,7 @@ void Programs::shutDown() {
     for (const auto& visitor : visitors) {
         if (visitor.second.isDaemon) {
             SIM_REAL(kill)(visitor.second.process, SIGKILL);
-            ended.push_back(visitor.second.process);
+            noteEnd(visitor.second);
         }
         SIM_REAL(close)(visitor.first);
     }
@@ -147,6 +147,12 @@ std::vector<pid_t> Programs::running(const std::string& program) const {
             processes.push_back(visitor.second.process);
     }
     return processes;
+}
+
+bool Programs::isRunning(pid_t process) const {
+    const std::lock_guard<std::mutex> held(mutex);
+    return std::any_of(visitors.begin(), visitors.end(),
+                       [=](const auto& visitor) { return visitor.second.process == process; });
 }
 
 void Programs::signalRunning(const std::string& program, int signal) const {
@@ -193,8 +199,7 @@ void Programs::serve() {
             SIM_REAL(close)(waited[i].fd);
             const std::lock_guard<std::mutex> held(mutex);
             const auto gone = visitors.find(waited[i].fd);
-            if (gone->second.isDaemon || !gone->second.isOwnChild)
-                ended.push_back(gone->second.process);
+            noteEnd(gone->second);
             visitors.erase(gone);
         }
         reapEnded();
@@ -247,6 +252,12 @@ Words Programs::reply(Visitor& visitor, const Words& question) {
     }
     const auto model = answers.find(visitor.program);
     return model != answers.end() && model->second ? model->second(question) : Words{""};
+}
+
+/// A program that nobody else waits for has ended, or is about to.
+void Programs::noteEnd(const Visitor& visitor) {
+    if (reapsOrphans && (visitor.isDaemon || !visitor.isOwnChild))
+        ended.push_back(visitor.process);
 }
 
 /// A process that has just ended may still be its parent's child, until that has reaped it or has

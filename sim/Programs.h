@@ -21,7 +21,7 @@ using Words = std::vector<std::string>;
 /// to the terminal they ask for at a door, where the models answer.
 ///
 /// Programs that go to the background, or lose the shell they were started by, become children of
-/// this process and are reaped here when they end. What still runs when the terminal goes ends with
+/// this process where the host can do that, and are reaped here when they end. What still runs when the terminal goes ends with
 /// it. Any thread may use it.
 class Programs {
 public:
@@ -47,6 +47,9 @@ public:
     /// The numbers of a program's running processes, and sending each of them a signal.
     std::vector<pid_t> running(const std::string& program) const;
     void signalRunning(const std::string& program, int signal) const;
+
+    /// Whether a process is one of them.
+    bool isRunning(pid_t process) const;
 
     /// Where the program that stands for a path or name lies on the host; "" for none.
     std::string hostPathOf(const std::string& program) const;
@@ -78,6 +81,7 @@ private:
     void letIn();
     bool hear(int socket);
     Words reply(Visitor& visitor, const Words& question);
+    void noteEnd(const Visitor& visitor);
     void reapEnded();
 
     Journal& journal;
@@ -88,6 +92,7 @@ private:
     std::map<std::string, Answer> answers;
 
     // Of the door's thread.
+    bool reapsOrphans = false;
     int listener = -1;
     std::vector<pid_t> ended;
 

@@ -33,9 +33,12 @@ pid_t parentOf(pid_t process) {
     return sscanf(text.c_str() + name + 1, " %c %d", &state, &parent) == 2 ? parent : 0;
 }
 
-/// A program may signal itself and what it has started, nobody else.
+/// A program may signal itself and what it has started, also in the background, nobody else.
 bool isOwnProcess(pid_t process) {
     const sim::CancellationOff uncancelled;
+    Terminal* const terminal = Terminal::current();
+    if (terminal && process > 1 && terminal->programs().isRunning(process))
+        return true;
     for (const pid_t self = getpid(); process > 1; process = parentOf(process)) {
         if (process == self)
             return true;
