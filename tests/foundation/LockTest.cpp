@@ -5,7 +5,6 @@
 #include <chrono>
 #include <climits>
 #include <cstdint>
-#include <functional>
 
 #include "foundation/Cond.h"
 #include "foundation/Deadline.h"
@@ -23,7 +22,6 @@ using test::Worker;
 
 constexpr int Long = 60000;  // longer than any test waits, in ms
 using namespace std::chrono_literals;
-using CondGuard = LockGuard<Cond>;
 
 int64_t wallMicroseconds() {
     timeval now{};
@@ -48,22 +46,12 @@ TEST(DeadlineTest, LiesTheTimeoutAheadOfTheWallClock) {
     }));
 }
 
-TEST(TimedWaitTest, EndsAfterItsTimeWithoutASignal) {
-    Cond cond;
+TEST(SemaphoreTest, AWaitEndsAfterItsTimeWithoutAPost) {
     Semaphore semaphore;
-    const auto waitForSignal = [&](int timeoutMs) {
-        const CondGuard held(cond);
-        return cond.wait(timeoutMs);
-    };
-    const std::function<bool(int)> waits[] = {
-        waitForSignal, [&](int timeoutMs) { return semaphore.pend(timeoutMs); }};
-    for (const auto& wait : waits) {
-        for (const int timeoutMs : {INT_MIN, 0, 1, 1100}) {
-            const long waitedMs = elapsedMs([&] { EXPECT_FALSE(wait(timeoutMs)); });
-            EXPECT_GE(waitedMs + 1, timeoutMs) << "the clocks may differ by a little";
-            EXPECT_LT(waitedMs, (timeoutMs > 0 ? timeoutMs : 0) + 5000);
-        }
-        EXPECT_TRUE(isFree(cond));
+    for (const int timeoutMs : {INT_MIN, 0, 1, 1100}) {
+        const long waitedMs = elapsedMs([&] { EXPECT_FALSE(semaphore.pend(timeoutMs)); });
+        EXPECT_GE(waitedMs + 1, timeoutMs) << "the clocks may differ by a little";
+        EXPECT_LT(waitedMs, (timeoutMs > 0 ? timeoutMs : 0) + 5000);
     }
 }
 
@@ -89,29 +77,22 @@ TEST(SemaphoreTest, APostIsForOneWaiterAndIsLostWithoutOne) {
 }
 
 TEST(LockTest, ACancelledWaiterLeavesTheLockFree) {
-    Cond cond;
-    Semaphore semaphore;
-    const std::function<void()> waits[] = {
-        [&] {
-            const CondGuard held(cond);
-            cond.wait();
-        },
-        [&] {
-            const CondGuard held(cond);
-            cond.wait(Long);
-        },
-        [&] { semaphore.pend(); },
-        [&] { semaphore.pend(Long); },
-    };
-    for (const auto& wait : waits) {
-        std::atomic<bool> isNear{false};
-        Worker waiter([&](Worker&) {
-            isNear = true;
-            wait();
+    for (const bool isTimed : {false, true}) {
+        Cond cond;
+        Semaphore semaphore;
+        std::atomic<int> near{0};
+        Worker onCond([&](Worker&) {
+            const LockGuard<Cond> held(cond);
+            ++near;
+            isTimed ? cond.wait(Long) : cond.wait();
         });
-        EXPECT_TRUE(waiter.start());
-        ASSERT_TRUE(eventually([&] { return isNear.load(); }));
-        EXPECT_TRUE(waiter.terminate());
+        Worker onSemaphore([&](Worker&) {
+            ++near;
+            isTimed ? semaphore.pend(Long) : semaphore.pend();
+        });
+        EXPECT_TRUE(onCond.start() && onSemaphore.start());
+        ASSERT_TRUE(eventually([&] { return near == 2; }));
+        EXPECT_TRUE(onCond.terminate() && onSemaphore.terminate());
         EXPECT_TRUE(isFree(cond));
         Worker poster([&](Worker&) { semaphore.post(); });
         EXPECT_TRUE(poster.start() && poster.stop(Long, false));

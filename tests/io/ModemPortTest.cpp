@@ -14,19 +14,6 @@ using test::FedModemPort;
 
 constexpr int ByteMs = 70;
 
-TEST(ModemPortTest, TheTableOfResultCodesIsAsDriversIndexIt) {
-    constexpr const char* Texts[] = {"\nOK\r\n",         "\nCONNECT\r\n", "\nRING\r\n",
-                                     "\nNO CARRIER\r\n", "\nERROR\r\n",   "\nNO ANSWER\r\n",
-                                     "\n+CMS ERROR:",    "\n+CME ERROR:"};
-    int code = 0;
-    for (const char* text : Texts) {
-        EXPECT_STREQ(ModemPort::modemAnswerStrings[code], text);
-        EXPECT_EQ(ModemPort::modemAnswerSizes[code], std::strlen(text)) << text;
-        ++code;
-    }
-    EXPECT_EQ(ModemPort::modemAnswerStrings[code], nullptr);
-}
-
 TEST(ModemPortTest, AReadEndsWithTheLineOfAFinalResultCode) {
     constexpr struct {
         std::string_view input;
@@ -34,7 +21,6 @@ TEST(ModemPortTest, AReadEndsWithTheLineOfAFinalResultCode) {
         int answer;
     } Cases[] = {
         {"AT\r\r\nOK\r\n", 9, 0},
-        {"\r\nOK\r\n", 6, 0},
         {"\nOK\r\nmore", 5, 0},
         {"ATD\r\r\nCONNECT\r\n~PPP", 15, 1},
         {"AT\r\r\nRING\r\n\r\nOK\r\n", 11, 2},  // a ring ends whatever is being read
@@ -42,7 +28,6 @@ TEST(ModemPortTest, AReadEndsWithTheLineOfAFinalResultCode) {
         {"\r\nERROR\r\n", 9, 4},
         {"\r\nNO ANSWER\r\n", 13, 5},
         {"\r\n+CMS ERROR: 500\r\n", 19, 6},
-        {"\r\n+CME ERROR: 10\r\n", 18, 7},
         {"\r\n+CME ERROR:\n", 14, 7},  // only its beginning counts
         {"\n\nOK\r\n", 6, 0},
         {"AT+CPIN?\r\r\n+CPIN: SIM PIN\r\n\r\nOK\r\nRING", 33, 0},
@@ -52,26 +37,21 @@ TEST(ModemPortTest, AReadEndsWithTheLineOfAFinalResultCode) {
         {"\r\nOK\n", 5, -1},
         {"\r\n OK\r\n", 7, -1},
         {"\r\nok\r\n", 6, -1},
-        {"\rOK\r\n", 5, -1},
         {"\r\nNO CARRIER", 12, -1},
-        {"\r\n+CME ERROR", 12, -1},
         {"\r\n+CME ERRO\r: 1\r\n", 17, -1},
-        {"\n", 1, -1},
         {"", 0, -1},
     };
     for (const auto& [input, taken, answer] : Cases) {
         SCOPED_TRACE(input);
-        for (const bool hasPrecedingCode : {false, true}) {
-            FedModemPort port;
-            port.lastAnswer = hasPrecedingCode ? ModemPort::Error : ModemPort::None;
-            port.feed(input);
-            char buffer[128 + 1];
-            std::memset(buffer, '#', sizeof buffer);
-            EXPECT_EQ(port.read(buffer, 128, ByteMs), taken);
+        for (const auto preceding : {ModemPort::Error, ModemPort::None}) {
+            FedModemPort port(input);
+            port.lastAnswer = preceding;
+            char buffer[128];
+            std::memset(buffer, '#', sizeof buffer);  // no terminating NUL is added
+            EXPECT_EQ(port.read(buffer, sizeof buffer - 1, ByteMs), taken);
             EXPECT_EQ(port.lastAnswer, answer);
-            EXPECT_EQ(std::string_view(buffer, static_cast<size_t>(taken)),
-                      input.substr(0, static_cast<size_t>(taken)));
-            EXPECT_EQ(buffer[taken], '#') << "no terminating NUL is added";
+            const auto size = static_cast<size_t>(taken);
+            EXPECT_EQ(std::string(buffer, size + 1), std::string(input.substr(0, size)) + '#');
             EXPECT_EQ(port.waitedMs, answer < 0 ? ByteMs : 0);
         }
     }
@@ -122,23 +102,16 @@ TEST(ModemPortTest, ATextIsWrittenAsItStandsInOneCall) {
     EXPECT_EQ(port.write(nullptr), 0);
     port.refuseWrites = true;
     EXPECT_EQ(port.write("AT\r"), -1);
-
-    ModemPort closed("/nowhere");
-    EXPECT_EQ(closed.write("AT\r"), -1);
-    char buffer[8];
-    EXPECT_EQ(closed.read(buffer, sizeof buffer, -1), 0);
 }
 
 TEST(ModemPortTest, TheEndOfACallIsSeenWhereverItIsCut) {
     constexpr struct {
         std::string_view input;
         int matches;
-    } Cases[] = {{"\nNO CARRIER\r\n", 1},
-                 {"\n\nNO CARRIER\r\n", 1},
+    } Cases[] = {{"\n\nNO CARRIER\r\n", 1},
                  {"\nNO CARRI\nNO CARRIER\r\n", 1},
                  {"\nNO CARRIER\r\r\n", 0},
                  {"NO CARRIER\r\n", 0},
-                 {"\nNO CARRIER \r\n", 0},
                  {"\nNO CARRIER\r\nNO CARRIER\r\n", 1},  // its last line feed begins no other
                  {"\nNO CARRIER\r\n\nNO CARRIER\r\n", 2}};
     for (const auto& [input, matches] : Cases) {

@@ -8,7 +8,6 @@
 #include <unistd.h>
 
 #include <string>
-#include <vector>
 
 #include "io/FileDescriptor.h"
 #include "support/Eventually.h"
@@ -87,11 +86,9 @@ protected:
 
 TEST_F(TcpSocketTest, BytesGoBothWaysUntilThePeerEnds) {
     connect();
-    EXPECT_TRUE(tcp.isConnected());
-    EXPECT_TRUE(send(tcp, "hello"));
+    EXPECT_TRUE(tcp.isConnected() && send(tcp, "hello"));
     EXPECT_EQ(server.receive(5), "hello");
     EXPECT_TRUE(test::eventually([&] { return tcp.getPendingOutput() == 0; }));
-    EXPECT_EQ(tcp.getPendingInput(), 0);
     EXPECT_EQ(::send(server.peer.get(), "world", 5, 0), 5);
     EXPECT_TRUE(test::eventually([&] { return tcp.getPendingInput() == 5; }));
     EXPECT_EQ(tcp.readData(buffer, 3), 3);
@@ -102,8 +99,7 @@ TEST_F(TcpSocketTest, BytesGoBothWaysUntilThePeerEnds) {
     EXPECT_EQ(tcp.readData(buffer, 1), 0);
     EXPECT_TRUE(test::eventually([&] { return !send(tcp, "x"); })) << "and no signal ends us";
     EXPECT_TRUE(tcp.close());
-    EXPECT_FALSE(tcp.close());
-    EXPECT_FALSE(tcp.isConnected());
+    EXPECT_FALSE(tcp.close() || tcp.isConnected());
 }
 
 TEST_F(TcpSocketTest, TimeOutsSetBeforeConnectingHoldAfterIt) {
@@ -144,12 +140,9 @@ TEST_F(TcpSocketTest, WhatCannotBeReachedLeavesTheSocketClosed) {
     EXPECT_FALSE(tcp.connect("::1", server.port)) << "IPv4 only";
     EXPECT_FALSE(tcp.connect(Host, -1));
     EXPECT_EQ(test::openDescriptors(), before);
-    EXPECT_FALSE(tcp.isConnected());
-    EXPECT_FALSE(send(tcp, "x"));
+    EXPECT_FALSE(tcp.isConnected() || send(tcp, "x") || tcp.close());
     EXPECT_EQ(tcp.readData(buffer, 1), 0);
-    EXPECT_EQ(tcp.getPendingInput(), 0);
-    EXPECT_EQ(tcp.getPendingOutput(), 0);
-    EXPECT_FALSE(tcp.close());
+    EXPECT_EQ(tcp.getPendingInput() + tcp.getPendingOutput(), 0);
 }
 
 TEST_F(TcpSocketTest, OnlyCloseAndANewConnectionCloseIt) {
@@ -165,22 +158,6 @@ TEST_F(TcpSocketTest, OnlyCloseAndANewConnectionCloseIt) {
         EXPECT_TRUE(abandoned.connect(Host, server.port));
     }
     EXPECT_EQ(::close(left), 0) << "still open";
-}
-
-class PickySocket : public TcpSocket {
-public:
-    bool setTimeouts(int sendTimeoutMs, int receiveTimeoutMs) override {
-        EXPECT_EQ(sendTimeoutMs, 30000);
-        EXPECT_EQ(receiveTimeoutMs, 30000);
-        return false;
-    }
-};
-
-TEST_F(TcpSocketTest, ConnectingAsksTheVirtualSetTimeouts) {
-    server.listen();
-    PickySocket picky;
-    EXPECT_FALSE(picky.connect(Host, server.port));
-    EXPECT_FALSE(picky.close());
 }
 
 }  // namespace
