@@ -278,7 +278,7 @@ void multiplexer(benchmark::State& state) {
 }
 
 void besideAClosedPort(benchmark::State& state) {
-    Program("/dev/ttyp1");  // closes it again
+    { const Program closedAtOnce("/dev/ttyp1"); }
     setup->engine.line.addFrame(frameOnChannelTwo());
     roundTrip(state, *setup->engine.program);
 }

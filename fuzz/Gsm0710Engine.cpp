@@ -217,6 +217,7 @@ bool isOurs(int fd) { return World::current && fd >= LineFd && fd <= LineFd + Po
 
 }  // namespace
 
+// NOLINTBEGIN(readability-inconsistent-declaration-parameter-name): libc's names are reserved ones
 extern "C" {
 
 int open(const char* path, int flags, ...) {
@@ -285,3 +286,4 @@ int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
 }
 
 }  // extern "C"
+// NOLINTEND(readability-inconsistent-declaration-parameter-name)

@@ -43,22 +43,6 @@ unsigned char Gsm0710Buffer::makeCheckSum(const unsigned char* octets, unsigned 
     return static_cast<unsigned char>(0xFF - checkSum(gsm0710::FcsStart, octets, count));
 }
 
-unsigned int Gsm0710Buffer::getFree() const {
-    return readPos > writePos ? readPos - writePos - 1 : readPos - writePos + (Size - 1);
-}
-
-unsigned int Gsm0710Buffer::getAllocated() const { return countFrom(readPos); }
-
-unsigned int Gsm0710Buffer::countFrom(unsigned int position) const {
-    return position <= writePos ? writePos - position : writePos - position + Size;
-}
-
-unsigned int Gsm0710Buffer::advanceBufPtr(unsigned int position) { return advance(position, 1); }
-
-unsigned int Gsm0710Buffer::advance(unsigned int position, unsigned int count) {
-    return (position + count) % Size;
-}
-
 unsigned int Gsm0710Buffer::write(const unsigned char* octets, unsigned int count) {
     const unsigned int stored = std::min(count, getFree());
     if (stored == 0)
@@ -71,8 +55,10 @@ unsigned int Gsm0710Buffer::write(const unsigned char* octets, unsigned int coun
     return stored;
 }
 
+// The helpers of read() are inline, so that a shared library does not call them through its table.
+
 /// Throws away what stands before the next flag. False when there is none.
-bool Gsm0710Buffer::findFlag() {
+inline bool Gsm0710Buffer::findFlag() {
     while (readPos != writePos) {
         if (storage[readPos] == gsm0710::Flag)
             return true;
@@ -88,13 +74,13 @@ bool Gsm0710Buffer::findFlag() {
     return false;
 }
 
-Gsm0710Buffer::Header Gsm0710Buffer::headerAt(unsigned int position) const {
+inline Gsm0710Buffer::Header Gsm0710Buffer::headerAt(unsigned int position) const {
     return {storage[position], storage[advance(position, 1)], storage[advance(position, 2)]};
 }
 
 /// False when there is no memory for the information field: its octets then fail the checks.
-bool Gsm0710Buffer::copyInformation(Gsm0710Frame& frame, unsigned int position,
-                                    unsigned int length) const {
+inline bool Gsm0710Buffer::copyInformation(Gsm0710Frame& frame, unsigned int position,
+                                           unsigned int length) const {
     frame.data.reset(new (std::nothrow) unsigned char[length]);
     if (!frame.data)
         return false;

@@ -14,8 +14,13 @@ public:
     /// The frame check sequence over `count` octets, as a sender writes it. 0 when `count` is 0.
     static unsigned char makeCheckSum(const unsigned char* octets, unsigned int count);
 
-    unsigned int getFree() const;       ///< octets that fit; 4095 when empty
-    unsigned int getAllocated() const;  ///< octets stored
+    /// The number of octets that fit; 4095 when empty.
+    unsigned int getFree() const {
+        return readPos > writePos ? readPos - writePos - 1 : readPos - writePos + (Size - 1);
+    }
+
+    /// The number of octets stored.
+    unsigned int getAllocated() const { return countFrom(readPos); }
 
     /// Stores as many of the octets as fit, drops the rest, and tells how many were stored.
     unsigned int write(const unsigned char* octets, unsigned int count);
@@ -33,7 +38,7 @@ public:
     bool resynchronize();
 
     /// The position after `position`.
-    static unsigned int advanceBufPtr(unsigned int position);
+    static unsigned int advanceBufPtr(unsigned int position) { return advance(position, 1); }
 
 private:
     static constexpr unsigned int Size = 4096;
@@ -42,8 +47,12 @@ private:
         unsigned char address, control, length;
     };
 
-    static unsigned int advance(unsigned int position, unsigned int count);
-    unsigned int countFrom(unsigned int position) const;
+    static unsigned int advance(unsigned int position, unsigned int count) {
+        return (position + count) % Size;
+    }
+    unsigned int countFrom(unsigned int position) const {
+        return position <= writePos ? writePos - position : writePos - position + Size;
+    }
     bool findFlag();
     Header headerAt(unsigned int position) const;
     bool copyInformation(Gsm0710Frame& frame, unsigned int position, unsigned int length) const;

@@ -33,7 +33,7 @@ private:
     void encode(unsigned char channel, unsigned char control, const unsigned char* data,
                 unsigned int length);
 
-    std::array<unsigned char, Capacity> octets;
+    std::array<unsigned char, Capacity> octets{};
     unsigned int begin = 0;
     unsigned int end = 0;
 };

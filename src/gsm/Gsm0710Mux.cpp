@@ -67,7 +67,7 @@ bool Gsm0710Mux::startMux(const char* physicalPath, const char** virtualPaths) {
 
 bool Gsm0710Mux::stopMux() {
     power().removeListener(this);
-    stop(StopMs, false);
+    stop(StopMs, true);
     closeVirtualPorts();  // the worker has done so, unless it never came as far or was cancelled
     channelCount = 0;
     if (!physicalFd.isOpen())
@@ -85,7 +85,7 @@ bool Gsm0710Mux::stopMux() {
 
 bool Gsm0710Mux::powerStateChange(PowerState from, PowerState to) {
     if (to == POWER_SUSPEND) {
-        stop(StopMs, false);
+        stop(StopMs, true);
         power().gprsSetDTR(false);
     } else if (from == POWER_SUSPEND) {
         power().gprsSetDTR(true);

@@ -50,7 +50,7 @@ public:
     bool startMux(const char* physicalPath, const char** virtualPaths);
 
     /// Closes the multiplexer, the masters and the line, also after the worker has ended by itself.
-    /// True. Takes one to three seconds, at most ten.
+    /// True. Takes half a second; up to ten while the line or a program takes nothing.
     bool stopMux();
 
     /// Closes the multiplexer before a suspend, as stopMux() does, and lets the line's DTR drop;
