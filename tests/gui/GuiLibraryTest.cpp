@@ -203,19 +203,6 @@ TEST_F(GuiLibraryTest, TimerFiresEveryPeriodOnTheEventThreadUntilItIsStopped) {
     GuiLibrary::unlock();
 }
 
-TEST_F(GuiLibraryTest, RestartedTimerCountsItsPeriodAnew) {
-    Timer restarted(40);
-    // Restarted where it cannot be late: on the event thread, by a timer that is always due
-    // earlier.
-    std::atomic<bool> enough{false};
-    Timer restarting(10, [&] { enough || restarted.startTimer(); });
-    restarting.startTimer();
-    ASSERT_TRUE(restarting.awaitRounds(10));
-    EXPECT_EQ(restarted.rounds, 0);
-    enough = true;
-    EXPECT_TRUE(restarted.awaitRounds(2));
-}
-
 TEST_F(GuiLibraryTest, LateTimerFiresOnceAndGoesOnFromThere) {
     constexpr int Period = 10;
     long long blockEnded = 0;
