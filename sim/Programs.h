@@ -21,8 +21,8 @@ using Words = std::vector<std::string>;
 /// to the terminal they ask for at a door, where the models answer.
 ///
 /// Programs that go to the background, or lose the shell they were started by, become children of
-/// this process where the host can do that, and are reaped here when they end. What still runs when the terminal goes ends with
-/// it. Any thread may use it.
+/// this process where the host can do that, and are reaped here when they end. What still runs when
+/// the terminal goes ends with it. Any thread may use it.
 class Programs {
 public:
     /// What a running program asks, by its first word; the result goes back. Called on the door's

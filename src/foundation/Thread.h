@@ -56,8 +56,8 @@ public:
     /// Sleeps `ms` milliseconds. False when a signal cut the sleep short; it is not resumed.
     static bool sleep(int ms);
 
-    /// The handler of SIGUSR1, installed by every start(). It does nothing: that it exists makes the
-    /// signal end blocking calls.
+    /// The handler of SIGUSR1, installed by every start(). It does nothing: that it exists makes
+    /// the signal end blocking calls.
     static void signalHandler(int signal);
 
     /// The start routine; `thread` is the Thread.
