@@ -31,15 +31,11 @@ public:
         answers[command] = std::move(lines);
     }
 
-    /// What has arrived since the last call: whole command lines, each followed by a blank, or
-    /// every byte.
+    /// The command lines that have arrived since the last call, each followed by a blank; an empty
+    /// one is only the blank.
     std::string takeCommands() {
         const std::lock_guard<std::mutex> held(mutex);
         return std::exchange(commands, {});
-    }
-    std::string takeBytes() {
-        const std::lock_guard<std::mutex> held(mutex);
-        return std::exchange(bytes, {});
     }
     bool hasHeard(const std::string& command) {
         const std::lock_guard<std::mutex> held(mutex);
@@ -48,18 +44,19 @@ public:
 
     void received(std::string_view arrived) override {
         const std::lock_guard<std::mutex> held(mutex);
-        bytes += arrived;
         for (const char byte : arrived) {
-            if (byte != '\r')
-                pending += byte;
-            else if (!pending.empty())
+            if (byte == '\r')
                 answer(std::exchange(pending, {}));
+            else
+                pending += byte;
         }
     }
 
 private:
     void answer(const std::string& command) {
         commands += command + " ";
+        if (command.empty())
+            return;
         const auto found = answers.find(command);
         std::string reply = "\r\nOK\r\n";
         if (found != answers.end()) {
@@ -75,7 +72,6 @@ private:
     std::mutex mutex;  // guards everything below
     std::map<std::string, std::deque<std::string>> answers;
     std::string commands;
-    std::string bytes;
     std::string pending;
 };
 
