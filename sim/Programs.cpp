@@ -207,7 +207,7 @@ void Programs::serve() {
 }
 
 void Programs::letIn() {
-    const int socket = ::accept4(listener, nullptr, nullptr, SOCK_CLOEXEC);
+    const int socket = SIM_REAL(accept4)(listener, nullptr, nullptr, SOCK_CLOEXEC);
     if (socket < 0)
         return;
     const std::lock_guard<std::mutex> held(mutex);
@@ -217,7 +217,7 @@ void Programs::letIn() {
 /// Answers one packet. False when the program has ended.
 bool Programs::hear(int socket) {
     std::string packet(door::LongestPacket, '\0');
-    const ssize_t size = ::recv(socket, packet.data(), packet.size(), MSG_DONTWAIT);
+    const ssize_t size = SIM_REAL(recv)(socket, packet.data(), packet.size(), MSG_DONTWAIT);
     if (size <= 0)
         return size < 0 && (errno == EAGAIN || errno == EINTR);
     Visitor visitor;

@@ -47,17 +47,22 @@ public:
         return std::find(lines.begin(), lines.end(), line) != lines.end();
     }
 
-    std::function<void(const string&)> onLine;
+    /// Called with each line before it is noted; null for nothing any more.
+    void onLine(std::function<void(const string&)> newReaction) {
+        const std::lock_guard<std::mutex> held(mutex);
+        reaction = std::move(newReaction);
+    }
 
 private:
     void note(const string& line) {
-        if (onLine)
-            onLine(line);
         const std::lock_guard<std::mutex> held(mutex);
+        if (reaction)
+            reaction(line);
         lines.push_back(line);
     }
 
     std::mutex mutex;
+    std::function<void(const string&)> reaction;
     std::vector<string> lines;
 };
 
@@ -102,10 +107,10 @@ protected:
 
     /// Time passes fast from the moment a text is reported.
     void hurryFrom(const string& line, double speed = 100) {
-        reports.onLine = [=](const string& reported) {
+        reports.onLine([=](const string& reported) {
             if (reported == line)
                 terminal.clock().setSpeed(speed);
-        };
+        });
     }
 
     /// What has happened to the devices and programs.
@@ -316,7 +321,7 @@ TEST_F(WlanConnectionTest, EveryFailureIsReportedOnceAndLeavesNothingRunning) {
     };
     const long descriptors = test::openDescriptors();
     const auto mend = [this] {
-        reports.onLine = nullptr;
+        reports.onLine(nullptr);
         terminal.clock().setSpeed(1);
         terminal.faults().clear();
         terminal.supplicant().clear();
