@@ -16,8 +16,6 @@ namespace {
 
 using namespace std::chrono_literals;
 using sim::RadioMux;
-using sim::RadioSim;
-using sim::Reply;
 using std::string;
 
 constexpr char Line[] = "/dev/ttyAT1";
@@ -108,38 +106,6 @@ TEST_F(RadioModuleTest, CommandsAreEchoedAndAnsweredAsTheSettingsSay) {
     expect("AT\r", "");
     ::tcdrain(line.get());
     EXPECT_EQ(terminal.journal().lines().back(), "radio: ATZ+IPR=115200") << "noise to it now";
-}
-
-TEST_F(RadioModuleTest, AWrongPinThreeTimesAsksForTheOtherCode) {
-    ask("AT+CMEE=1", "OK");
-    expect("AT+CPIN=1234\r\r", "AT+CPIN=1234\r\r\nOK\r\n");  // the second end is of no command
-    ask("AT+CPIN=1234", "+CME ERROR: 3");
-    radio.setSim(RadioSim::PinNeeded);
-    for (const char* wrong : {"AT+CPIN=1", "AT+CPIN=\"2\"", "AT+CPIN=3"})
-        ask(wrong, "+CME ERROR: 16");
-    ask("AT+CPIN=1234", "+CME ERROR: 12");
-    ask("AT+CPIN=1,2", "+CME ERROR: 16");
-    ask("AT+CPIN=12345678,4321", "OK");
-    EXPECT_EQ(radio.simCard().pin, "4321");
-}
-
-TEST_F(RadioModuleTest, HooksAnswerDelayCutGarbleAndSwallow) {
-    radio.onCommand("AT+CPIN?", Reply::error(10)).times(2);
-    radio.failNext("AT+CPIN?");
-    radio.onCommand("AT+CSQ", Reply::final("BUSY").withoutEcho());
-    radio.onCommand("AT+COPS=*", Reply::normal().cut(5));
-    radio.onCommand("AT+CGSN", Reply::raw("half").then([this] { radio.sayUnasked("RING"); }));
-    radio.onCommand("AT+CGMI", Reply::ok().garbled());
-    radio.onCommand("AT+CGMM", Reply::silence());
-    radio.onCommand("AT+CIMI", Reply::normal().after(1h));
-    for (const char* answer :
-         {"+CME ERROR: 10", "+CME ERROR: 10", "ERROR", "+CPIN: SIM PIN\r\n\r\nOK"})
-        ask("AT+CPIN?", answer);
-    expect("AT+CSQ\rAT+COPS=0\rAT+CGSN\rAT+CGMM\rAT+CGMI\r",
-           "\r\nBUSY\r\nAT+COPS=0\r\r\nERRAT+CGSN\rhalf\r\nRING\r\nAT+CGMI\r\x18\x1FZ^\x18\x1F");
-    expect("AT+CIMI\rAT\r", "AT+CIMI\rAT\r");  // the second waits for the first
-    terminal.clock().setSpeed(1e6);
-    expect("", "\r\nERROR\r\n\r\nOK\r\n");
 }
 
 TEST_F(RadioModuleTest, TheMultiplexerAnswersAsThePeerOfTheStandardDoes) {
