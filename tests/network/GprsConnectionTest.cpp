@@ -130,7 +130,6 @@ TEST_F(GprsConnectionTest, ALinkComesUpIsRepairedSleepsAndIsShutDown) {
     ASSERT_TRUE(comes("event 3 50"));
 
     clear();
-    EXPECT_FALSE(link->shutdown()) << "not while connected";
     EXPECT_TRUE(link->disconnect());
     EXPECT_THAT(story(), EndsWith("event 1 Terminating PPP session, event 1 GPRS is shut down"));
     clear();
@@ -218,10 +217,6 @@ TEST_F(GprsConnectionTest, InformationFollowsTheModuleAndAFailedSessionIsTriedAg
     terminal.ppp().setNeverUp(true);
     EXPECT_FALSE(link->netConnect());
     EXPECT_EQ(story(), "event 1 Initializing PPP session, event 2 Failed starting GPRS PPP");
-    clear();
-    radio().dropCall();
-    EXPECT_FALSE(link->netResume());
-    EXPECT_EQ(story(), "event 1 Starting PPP session, event 2 Failed starting GPRS PPP");
     radio().dropCall();
     terminal.ppp().setNeverUp(false);
     clear();

@@ -235,7 +235,6 @@ TEST_F(NetworkConnectionTest, ASuspendIsVetoedUntilTheLinkIsSuspendedAndTheLinkR
     EXPECT_THAT(story(), HasSubstr(Connecting + "resume, " + Down + ", " + Connecting + "resume"));
     EXPECT_GE(leastGap("event 4 down", "connecting"), 1000);
     link.works = true;
-    ASSERT_TRUE(comes("event 4 up"));
     ASSERT_TRUE(comes("check"));
 }
 
