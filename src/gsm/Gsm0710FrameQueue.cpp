@@ -6,26 +6,29 @@
 #include <cerrno>
 
 #include "gsm/Gsm0710Buffer.h"
-#include "gsm/Gsm0710Protocol.h"
 
 namespace gsm0710 {
-namespace {
 
-constexpr unsigned int HeaderSize = 3;             // address, control, length: what the FCS covers
-constexpr unsigned int Overhead = HeaderSize + 3;  // flag, header, FCS, flag
-
-}  // namespace
-
-unsigned int FrameQueue::encodedSize(unsigned int length) {
-    const unsigned int frames = std::max(1U, (length + MaxSentLength - 1) / MaxSentLength);
-    return length + frames * Overhead;
+inline void FrameQueue::encode(unsigned char channel, unsigned char control,
+                               const unsigned char* data, unsigned int length) {
+    unsigned char* at = &octets[end];
+    *at++ = Flag;
+    const unsigned char* const header = at;
+    *at++ = static_cast<unsigned char>(channel << AddressShift | CommandResponseBit | ExtensionBit);
+    *at++ = control;
+    *at++ = static_cast<unsigned char>(length << LengthShift | ExtensionBit);
+    at = std::copy_n(data, length, at);
+    *at++ = Gsm0710Buffer::makeCheckSum(header, HeaderSize);
+    *at = Flag;
+    end += length + Overhead;
 }
 
 bool FrameQueue::add(unsigned char channel, unsigned char control, const unsigned char* data,
                      unsigned int length) {
-    if (encodedSize(length) > Capacity - (end - begin))
+    const unsigned int size = encodedSize(length);
+    if (size > Capacity - (end - begin))
         return false;
-    if (encodedSize(length) > Capacity - end) {
+    if (size > Capacity - end) {
         std::copy(octets.begin() + begin, octets.begin() + end, octets.begin());
         end -= begin;
         begin = 0;
@@ -37,20 +40,6 @@ bool FrameQueue::add(unsigned char channel, unsigned char control, const unsigne
         length -= piece;
     } while (length > 0);
     return true;
-}
-
-void FrameQueue::encode(unsigned char channel, unsigned char control, const unsigned char* data,
-                        unsigned int length) {
-    unsigned char* at = &octets[end];
-    *at++ = Flag;
-    const unsigned char* const header = at;
-    *at++ = static_cast<unsigned char>(channel << AddressShift | CommandResponseBit | ExtensionBit);
-    *at++ = control;
-    *at++ = static_cast<unsigned char>(length << LengthShift | ExtensionBit);
-    at = std::copy_n(data, length, at);
-    *at++ = Gsm0710Buffer::makeCheckSum(header, HeaderSize);
-    *at = Flag;
-    end += length + Overhead;
 }
 
 bool FrameQueue::flush(int line) {

@@ -2,6 +2,8 @@
 
 #include <array>
 
+#include "gsm/Gsm0710Protocol.h"
+
 namespace gsm0710 {
 
 /// Encoded frames on their way to a line that does not always take them at once. A frame is taken
@@ -12,7 +14,10 @@ class FrameQueue {
 public:
     /// The room for what `length` octets become, in frames of at most MaxSentLength octets each. No
     /// octets are one empty frame.
-    static unsigned int encodedSize(unsigned int length);
+    static constexpr unsigned int encodedSize(unsigned int length) {
+        const unsigned int whole = (length + MaxSentLength - 1) / MaxSentLength;
+        return length + (whole > 0 ? whole : 1) * Overhead;
+    }
 
     /// Encodes the octets into frames of one type. False, with nothing added, when not all fit.
     bool add(unsigned char channel, unsigned char control, const unsigned char* data,
@@ -30,6 +35,9 @@ public:
     static constexpr unsigned int Capacity = 1024;
 
 private:
+    static constexpr unsigned int HeaderSize = 3;  // address, control, length: what the FCS covers
+    static constexpr unsigned int Overhead = HeaderSize + 3;  // flag, header, FCS, flag
+
     void encode(unsigned char channel, unsigned char control, const unsigned char* data,
                 unsigned int length);
 
