@@ -117,9 +117,13 @@ termios SerialFile::pseudoTerminalPart(termios settings) {
 
 int SerialFile::flush(int queue) {
     const std::lock_guard<std::mutex> held(line->mutex);
+    if (!isCurrent())
+        return failWith(EIO);
+    // Either end's own flush leaves the bytes that are on the other's side of the way.
     const int result = OpenFile::flush(queue);
-    if (isCurrent() && queue != TCIFLUSH) {
-        // The system empties the way, but leaves what the far end has been given and not yet read.
+    if (queue != TCOFLUSH)
+        line->discardSent(descriptor());
+    if (queue != TCIFLUSH) {
         SIM_REAL(tcflush)(line->farEnd, TCIFLUSH);
         line->consumedBytes = line->writtenBytes;
         line->consumed.notify_all();

@@ -193,6 +193,12 @@ size_t SerialLine::transmit(std::string_view bytes) {
     return bytes.size();
 }
 
+/// What is on its way, and then what has arrived.
+void SerialLine::discardSent(int nearEnd) const {
+    SIM_REAL(tcflush)(farEnd, TCOFLUSH);
+    SIM_REAL(tcflush)(nearEnd, TCIFLUSH);
+}
+
 /// What waits for room waits for the application that is there now.
 void SerialLine::dropWaiting() {
     if (!isHeldBack)
@@ -252,7 +258,7 @@ std::shared_ptr<OpenFile> SerialLine::open(const std::string& path, int flags) {
     if (++opens == 1) {
         const termios settings = SerialFile::pseudoTerminalPart(lineSettings);
         SIM_REAL(tcsetattr)(fd, TCSANOW, &settings);
-        SIM_REAL(tcflush)(fd, TCIFLUSH);
+        discardSent(fd);
         modemBits |= TIOCM_DTR | TIOCM_RTS;
     }
     return std::make_shared<SerialFile>(fd, path, *this, generation);

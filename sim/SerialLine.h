@@ -95,6 +95,7 @@ private:
     void wake() const;
     void enqueue(std::string bytes, Nanoseconds due);
     size_t transmit(std::string_view bytes);
+    void discardSent(int nearEnd) const;
     void dropWaiting();
     Nanoseconds sendDue();
     Nanoseconds runDue(std::unique_lock<std::mutex>& held);

@@ -59,21 +59,27 @@ inline const timespec* end(clockid_t clock) {
 
 /// What the waits wait for, in vain.
 struct Awaited {
-    pthread_mutex_t mutex = PTHREAD_MUTEX_INITIALIZER;  // held
-    pthread_mutex_t taken = PTHREAD_MUTEX_INITIALIZER;  // likewise
+    pthread_mutex_t mutex = PTHREAD_MUTEX_INITIALIZER;
     pthread_cond_t condition = PTHREAD_COND_INITIALIZER;
-    pthread_cond_t monotonicCondition = PTHREAD_COND_INITIALIZER;
+    pthread_cond_t monotonicCondition{};
     sem_t semaphore{};
     timeval left{2, 0};
 
     Awaited() {
-        pthread_mutex_lock(&mutex);
-        pthread_mutex_lock(&taken);
         pthread_condattr_t attributes;
         pthread_condattr_init(&attributes);
         pthread_condattr_setclock(&attributes, CLOCK_MONOTONIC);
         pthread_cond_init(&monotonicCondition, &attributes);
         sem_init(&semaphore, 0, 0);
+    }
+
+    /// With the mutex locked, as most of them want it.
+    template <class... Given, class... Parameters>
+    int locked(int (*call)(Parameters...), Given... given) {
+        pthread_mutex_lock(&mutex);
+        const int result = call(given...);
+        pthread_mutex_unlock(&mutex);
+        return result;
     }
 };
 
@@ -103,13 +109,15 @@ constexpr Wait Waits[] = {
     WAIT(0, ppoll(nullptr, 0, &Duration, nullptr)),
     WAIT(0, select(0, nullptr, nullptr, nullptr, &at.left)),
     WAIT(0, pselect(0, nullptr, nullptr, nullptr, &Duration, nullptr)),
-    WAIT(ETIMEDOUT, pthread_cond_timedwait(&at.condition, &at.mutex, end(CLOCK_REALTIME))),
     WAIT(ETIMEDOUT,
-         pthread_cond_timedwait(&at.monotonicCondition, &at.mutex, end(CLOCK_MONOTONIC))),
+         at.locked(pthread_cond_timedwait, &at.condition, &at.mutex, end(CLOCK_REALTIME))),
+    WAIT(ETIMEDOUT, at.locked(pthread_cond_timedwait, &at.monotonicCondition, &at.mutex,
+                              end(CLOCK_MONOTONIC))),
+    WAIT(ETIMEDOUT, at.locked(pthread_cond_clockwait, &at.condition, &at.mutex, CLOCK_MONOTONIC,
+                              end(CLOCK_MONOTONIC))),
+    WAIT(ETIMEDOUT, at.locked(pthread_mutex_timedlock, &at.mutex, end(CLOCK_REALTIME))),
     WAIT(ETIMEDOUT,
-         pthread_cond_clockwait(&at.condition, &at.mutex, CLOCK_MONOTONIC, end(CLOCK_MONOTONIC))),
-    WAIT(ETIMEDOUT, pthread_mutex_timedlock(&at.taken, end(CLOCK_REALTIME))),
-    WAIT(ETIMEDOUT, pthread_mutex_clocklock(&at.taken, CLOCK_MONOTONIC, end(CLOCK_MONOTONIC))),
+         at.locked(pthread_mutex_clocklock, &at.mutex, CLOCK_MONOTONIC, end(CLOCK_MONOTONIC))),
     WAIT(-1, sem_timedwait(&at.semaphore, end(CLOCK_REALTIME))),
 #if !defined(_TIME_BITS) || _TIME_BITS != 64 || defined(__LP64__)
     WAIT(0, __ppoll_chk(nullptr, 0, &Duration, nullptr, 0)),
@@ -155,7 +163,9 @@ TEST_F(TIMED_CALLS_TEST, WhatCannotBeIsRefusedAtAnySpeed) {
         EXPECT_EQ(pselect(0, nullptr, nullptr, nullptr, &wrong, nullptr), -1);
         timeval wrongLeft{1, -1};
         EXPECT_EQ(select(0, nullptr, nullptr, nullptr, &wrongLeft), -1);
-        EXPECT_EQ(pthread_cond_timedwait(&awaited.condition, &awaited.mutex, &wrong), EINVAL);
+        EXPECT_EQ(
+            awaited.locked(pthread_cond_timedwait, &awaited.condition, &awaited.mutex, &wrong),
+            EINVAL);
         EXPECT_EQ(sem_timedwait(&awaited.semaphore, &past), -1);
         EXPECT_EQ(errno, ETIMEDOUT);
     }
