@@ -7,6 +7,7 @@
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
+#include <utility>
 
 #include "io/FileStream.h"
 #include "network/WlanProtocol.h"
@@ -57,8 +58,8 @@ void endProcess(pid_t process) {
 
 }  // namespace
 
-WlanConnection::WlanConnection(const WLAN_CONNECTION_SETTINGS& connectionSettings)
-    : NetworkConnection(TypeWlan), settings(connectionSettings) {}
+WlanConnection::WlanConnection(WLAN_CONNECTION_SETTINGS connectionSettings)
+    : NetworkConnection(TypeWlan), settings(std::move(connectionSettings)) {}
 
 int WlanConnection::getLastError() { return lastError; }
 

@@ -45,7 +45,7 @@ public:
         SecurityOfDaemon = 4  ///< all is in the daemon's file, "/data/wpa_supplicant.conf"
     };
 
-    explicit WlanConnection(const WLAN_CONNECTION_SETTINGS& connectionSettings);
+    explicit WlanConnection(WLAN_CONNECTION_SETTINGS connectionSettings);
     ~WlanConnection() override = default;
 
     /// True while the interface is up and associated with the network of the settings.
