@@ -9,18 +9,22 @@
 
 namespace gsm0710 {
 
+/// `count` frames in a row, each with the next `length` octets.
 inline void FrameQueue::encode(unsigned char channel, unsigned char control,
-                               const unsigned char* data, unsigned int length) {
+                               const unsigned char* data, unsigned int length, unsigned int count) {
+    const std::array<unsigned char, 1 + HeaderSize> start{
+        Flag,
+        static_cast<unsigned char>(channel << AddressShift | CommandResponseBit | ExtensionBit),
+        control, static_cast<unsigned char>(length << LengthShift | ExtensionBit)};
+    const std::array<unsigned char, 2> finish{Gsm0710Buffer::makeCheckSum(&start[1], HeaderSize),
+                                              Flag};
     unsigned char* at = &octets[end];
-    *at++ = Flag;
-    const unsigned char* const header = at;
-    *at++ = static_cast<unsigned char>(channel << AddressShift | CommandResponseBit | ExtensionBit);
-    *at++ = control;
-    *at++ = static_cast<unsigned char>(length << LengthShift | ExtensionBit);
-    at = std::copy_n(data, length, at);
-    *at++ = Gsm0710Buffer::makeCheckSum(header, HeaderSize);
-    *at = Flag;
-    end += length + Overhead;
+    for (unsigned int i = 0; i < count; ++i) {
+        at = std::copy(start.begin(), start.end(), at);
+        at = std::copy_n(data + i * length, length, at);
+        at = std::copy(finish.begin(), finish.end(), at);
+    }
+    end += count * (length + Overhead);
 }
 
 bool FrameQueue::add(unsigned char channel, unsigned char control, const unsigned char* data,
@@ -33,12 +37,12 @@ bool FrameQueue::add(unsigned char channel, unsigned char control, const unsigne
         end -= begin;
         begin = 0;
     }
-    do {
-        const unsigned int piece = std::min(length, MaxSentLength);
-        encode(channel, control, data, piece);
-        data += piece;
-        length -= piece;
-    } while (length > 0);
+    const unsigned int whole = length / MaxSentLength;
+    const unsigned int rest = length % MaxSentLength;
+    if (whole > 0)
+        encode(channel, control, data, MaxSentLength, whole);
+    if (rest > 0 || length == 0)
+        encode(channel, control, data + (length - rest), rest, 1);
     return true;
 }
 

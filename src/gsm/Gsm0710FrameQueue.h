@@ -39,7 +39,7 @@ private:
     static constexpr unsigned int Overhead = HeaderSize + 3;  // flag, header, FCS, flag
 
     void encode(unsigned char channel, unsigned char control, const unsigned char* data,
-                unsigned int length);
+                unsigned int length, unsigned int count);
 
     std::array<unsigned char, Capacity> octets{};
     unsigned int begin = 0;
