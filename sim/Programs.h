@@ -29,7 +29,7 @@ public:
     /// thread, with no lock held.
     using Answer = std::function<Words(const Words& question)>;
 
-    Programs(Journal& journal, const RootFolder& files);
+    Programs(Journal& journal, const RootFolder& rootFolder);
     Programs(const Programs&) = delete;
     Programs& operator=(const Programs&) = delete;
     ~Programs();
@@ -74,7 +74,7 @@ private:
     };
     struct Failure {
         std::string answer;
-        int times;
+        int times = 0;
     };
 
     void serve();

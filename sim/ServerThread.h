@@ -2,6 +2,7 @@
 
 #include <unistd.h>
 
+#include <new>
 #include <thread>
 #include <utility>
 
@@ -20,7 +21,8 @@ public:
     ServerThread& operator=(const ServerThread&) = delete;
     ~ServerThread() {
         if (thread.joinable())
-            new std::thread(std::move(thread));  // neither joined nor detached: there is none
+            new (std::nothrow)
+                std::thread(std::move(thread));  // neither joined nor detached: there is none
     }
 
     template <class Body> void start(Body body) {

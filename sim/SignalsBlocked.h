@@ -1,7 +1,8 @@
 #pragma once
 
 #include <pthread.h>
-#include <signal.h>
+
+#include <csignal>
 
 namespace sim {
 

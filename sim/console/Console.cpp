@@ -1,9 +1,8 @@
 #include "sim/console/Console.h"
 
-#include <signal.h>
-
 #include <climits>
 #include <cmath>
+#include <csignal>
 #include <cstdlib>
 #include <istream>
 #include <optional>

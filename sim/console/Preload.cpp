@@ -22,7 +22,7 @@ namespace {
 
 std::string takeVariable(const char* name) {
     const char* const value = getenv(name);
-    const std::string text = value ? value : "";
+    std::string text = value ? value : "";
     unsetenv(name);
     return text;
 }

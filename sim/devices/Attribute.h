@@ -9,7 +9,7 @@ namespace sim {
 /// A sysfs attribute: a number or text in a file of the terminal.
 class Attribute {
 public:
-    Attribute(const RootFolder& files, std::string path);
+    Attribute(const RootFolder& rootFolder, std::string path);
 
     const std::string& path() const { return name; }
     void set(long value) const { setText(std::to_string(value) + "\n"); }

@@ -15,7 +15,7 @@ namespace sim {
 /// do. The WLAN driver needs the USB host's module. Any thread may use it.
 class KernelModules {
 public:
-    explicit KernelModules(const RootFolder& files);
+    explicit KernelModules(const RootFolder& rootFolder);
 
     /// Calls `react` after every change, with no lock held. Set before the terminal runs.
     void onChange(std::function<void()> react) { changed = std::move(react); }

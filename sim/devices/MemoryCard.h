@@ -17,7 +17,7 @@ class MemoryCard {
 public:
     enum class State { NotMounted, ReadOnly, ReadWrite };
 
-    MemoryCard(Journal& journal, const RootFolder& files);
+    MemoryCard(Journal& journal, const RootFolder& rootFolder);
 
     /// Without a card every mount fails. Taking it out while mounted leaves the mount there, with
     /// nothing below it that can be opened.

@@ -33,7 +33,7 @@ public:
     void setAddress(const std::string& dotted);
 
     /// A request whose record names this interface.
-    virtual int ioctl(unsigned long request, void* record);
+    virtual int ioctl(unsigned long request, void* argument);
 
 protected:
     /// It has gone: what was set does not outlive it.

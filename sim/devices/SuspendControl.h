@@ -20,7 +20,7 @@ class RealTimeClock;
 /// the clocks jump; the others last until the key.
 class SuspendControl : public Device {
 public:
-    SuspendControl(Journal& journal, RealTimeClock& rtc, InputDevice& keypad);
+    SuspendControl(Journal& journal, RealTimeClock& clockChip, InputDevice& keys);
 
     /// Plans for the next suspend that has no plan yet: `key` is pressed after `after`, and let go.
     void wakeByKey(int key, Nanoseconds after);

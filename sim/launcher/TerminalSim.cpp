@@ -24,6 +24,7 @@ fs::path ownFolder() { return fs::read_symlink("/proc/self/exe").parent_path(); 
 
 [[noreturn]] void runProgram(std::vector<std::string> command) {
     std::vector<char*> arguments;
+    arguments.reserve(command.size() + 1);
     for (std::string& word : command)
         arguments.push_back(word.data());
     arguments.push_back(nullptr);

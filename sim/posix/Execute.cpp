@@ -34,7 +34,7 @@ Program find(const char* call, const char* path, char* const* environment) {
     found.error = sim::faultOf(call, path ? path : "");
     if (terminal && path)
         found.hostPath = terminal->programs().hostPathOf(path);
-    if (found.error == 0 && found.hostPath.empty())
+    if (found.error == 0 && (!terminal || found.hostPath.empty()))
         found.error = ENOENT;
     if (found.error != 0)
         return found;

@@ -1,12 +1,12 @@
 // What changes the system or other processes: done to the simulated terminal, or refused.
 
-#include <signal.h>
 #include <sys/mount.h>
 #include <sys/reboot.h>
 #include <sys/swap.h>
 #include <unistd.h>
 
 #include <cerrno>
+#include <csignal>
 #include <cstdio>
 #include <fstream>
 #include <string>

@@ -70,9 +70,9 @@ timespec hostDeadline(clockid_t clock, const timespec& deadline) {
 
 /// The clock that a condition's deadlines are read on. It was chosen when the condition was made,
 /// and glibc keeps it in this bit.
-clockid_t clockOf(const pthread_cond_t& condition) {
+clockid_t clockOf(const pthread_cond_t* condition) {
     constexpr unsigned OnMonotonicClock = 2;
-    const unsigned state = __atomic_load_n(&condition.__data.__wrefs, __ATOMIC_RELAXED);
+    const unsigned state = __atomic_load_n(&condition->__data.__wrefs, __ATOMIC_RELAXED);
     return state & OnMonotonicClock ? CLOCK_MONOTONIC : CLOCK_REALTIME;
 }
 
@@ -177,7 +177,7 @@ unsigned sleep(unsigned seconds) {
 
 int pthread_cond_timedwait(pthread_cond_t* condition, pthread_mutex_t* mutex,
                            const timespec* until) {
-    const timespec deadline = hostDeadline(clockOf(*condition), *until);
+    const timespec deadline = hostDeadline(clockOf(condition), *until);
     return SIM_REAL(pthread_cond_timedwait)(condition, mutex, &deadline);
 }
 

@@ -1,14 +1,15 @@
 #include "sim/programs/Door.h"
 
 #include <fcntl.h>
-#include <signal.h>
 #include <sys/socket.h>
 #include <sys/un.h>
 #include <unistd.h>
 
+#include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <utility>
 
 #include "sim/programs/DoorProtocol.h"
 
@@ -27,7 +28,7 @@ constexpr int NoTerminal = 126;
 
 }  // namespace
 
-Door::Door(const std::string& programName) : name(programName) {
+Door::Door(std::string programName) : name(std::move(programName)) {
     const char* const folder = getenv(door::RootVariable);
     root = folder ? folder : "";
     sockaddr_un address{};

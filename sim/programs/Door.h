@@ -11,7 +11,7 @@ using Words = std::vector<std::string>;
 class Door {
 public:
     /// Ends the program when there is no terminal.
-    explicit Door(const std::string& programName);
+    explicit Door(std::string programName);
 
     /// Reports the start. The program ends here if the terminal wants it to.
     void begin(const Words& arguments);

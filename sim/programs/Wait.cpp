@@ -1,6 +1,6 @@
 #include <poll.h>
-#include <signal.h>
 
+#include <csignal>
 #include <ctime>
 
 #include "sim/programs/Programs.h"

@@ -66,7 +66,7 @@ bool isReadable(int fd) {
 class DevicesTest : public testing::Test {
 protected:
     std::string take(const char* device) {
-        const std::string history = terminal.journal().history(device);
+        std::string history = terminal.journal().history(device);
         terminal.journal().clear();
         return history;
     }

@@ -32,7 +32,7 @@ int __ppoll_chk(pollfd*, nfds_t, const timespec*, const sigset_t*, size_t);
 
 namespace {
 
-constexpr timespec Duration{2, 0};  // of each wait
+inline constexpr timespec Duration{2, 0};  // of each wait
 
 inline double secondsOf(const timespec& time) {
     return static_cast<double>(time.tv_sec) + static_cast<double>(time.tv_nsec) / 1e9;
@@ -97,7 +97,7 @@ constexpr Wait waitOf(int result, const char* name, int (*wait)(Awaited& at)) {
     waitOf(result, #expression,  \
            [](Awaited& at [[maybe_unused]]) { return static_cast<int>(expression); })
 
-constexpr Wait Waits[] = {
+inline constexpr Wait Waits[] = {
     WAIT(0, nanosleep(&Duration, nullptr)),
     WAIT(0, clock_nanosleep(CLOCK_MONOTONIC, 0, &Duration, nullptr)),
     WAIT(0, clock_nanosleep(CLOCK_REALTIME, TIMER_ABSTIME, end(CLOCK_REALTIME), nullptr)),
