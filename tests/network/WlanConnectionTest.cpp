@@ -2,12 +2,12 @@
 
 #include <arpa/inet.h>
 #include <net/if.h>
-#include <signal.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <atomic>
 #include <cerrno>
+#include <csignal>
 #include <cstdlib>
 #include <functional>
 #include <memory>
@@ -528,7 +528,7 @@ TEST_F(WlanConnectionTest, AnOddNameFromTheDriverStaysWithinItsBuffer) {
     } cases[] = {
         {"Warehouse", 9, "Warehouse"},
         {"Warehouse", 5, "Wareh"},
-        {"Warehouse\0x", 10, "Warehouse"},
+        {string("Warehouse\0x", 11), 11, "Warehouse"},
         {string(64, 'x'), 64, string(64, 'x')},
         {string(500, 'x'), 65535, string(64, 'x')},
         {"", 64, ""},

@@ -1,13 +1,13 @@
 #include "network/WpaControl.h"
 
 #include <fcntl.h>
-#include <signal.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <atomic>
 #include <cerrno>
+#include <csignal>
 #include <cstring>
 #include <filesystem>
 #include <functional>
@@ -316,7 +316,9 @@ TEST_F(WpaControlTest, WhatCannotBeSentOrHasNowhereToGoIsRefused) {
     EXPECT_EQ(wpa_ctrl_request(control, nullptr, 4, buffer, &length, nullptr), -1);
     EXPECT_EQ(wpa_ctrl_request(control, "PING", 4, nullptr, &length, nullptr), -1);
     EXPECT_EQ(wpa_ctrl_request(control, "PING", 4, buffer, nullptr, nullptr), -1);
-    EXPECT_EQ(request(string(10'000'000, 'x')), -1) << "more than a datagram holds";
+    string longCommand;
+    longCommand.resize(10'000'000, 'x');
+    EXPECT_EQ(request(longCommand), -1) << "more than a datagram holds";
     EXPECT_EQ(length, sizeof buffer);
 }
 
