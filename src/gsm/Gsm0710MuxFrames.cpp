@@ -21,6 +21,27 @@ constexpr int DrainMs = 1000;
 
 constexpr unsigned char withFinal(gsm0710::FrameType type) { return type | gsm0710::PollFinal; }
 
+/// Data for a program that has come in successive frames.
+struct Piece {
+    int channel = 0;
+    unsigned int length = 0;
+    std::array<unsigned char, MaxRead> octets{};
+
+    bool hasRoomFor(const Gsm0710Frame& frame) const {
+        return frame.channel == channel && frame.length <= octets.size() - length;
+    }
+    void append(const Gsm0710Frame& frame) {
+        channel = frame.channel;
+        std::copy_n(frame.data.get(), frame.length, octets.data() + length);
+        length += frame.length;
+    }
+};
+
+bool isForProgram(const Gsm0710Frame& frame) {
+    return frame.channel != gsm0710::ControlChannel &&
+           (frame.matchControl(gsm0710::Uih) || frame.matchControl(gsm0710::Ui));
+}
+
 bool isHungUp(int fd) {
     pollfd asked{fd, 0, 0};
     return ::poll(&asked, 1, 0) > 0 && (asked.revents & POLLHUP);
@@ -82,7 +103,7 @@ bool Gsm0710Mux::isListening(int channel) {
 }
 
 /// Hands data to a program. The number of octets taken; what is not taken within a second is
-/// dropped, and from then on at once what does not fit, until a whole frame fits again.
+/// dropped, and from then on at once what does not fit, until all of it fits again.
 unsigned int Gsm0710Mux::writeToVirtual(const unsigned char* data, unsigned int length,
                                         int channel) {
     if (length == 0 || channel < 1 || channel > channelCount || !isListening(channel))
@@ -114,13 +135,28 @@ void Gsm0710Mux::handlePhysicalInput(Gsm0710Buffer& buffer, StopType& stopType) 
     handleSerialFrames(buffer, stopType);
 }
 
+/// What comes for one program in one go is handed over in one go.
 void Gsm0710Mux::handleSerialFrames(Gsm0710Buffer& buffer, StopType& stopType) {
+    Piece piece;
+    const auto deliver = [&] {
+        writeToVirtual(piece.octets.data(), piece.length, piece.channel);
+        piece.length = 0;
+    };
     do {
-        while (const auto frame = std::unique_ptr<Gsm0710Frame>(buffer.read()))
-            handleFrame(*frame, stopType);
+        while (const auto frame = std::unique_ptr<Gsm0710Frame>(buffer.read())) {
+            const bool continues = isForProgram(*frame);
+            if (!continues || !piece.hasRoomFor(*frame))
+                deliver();
+            if (continues)
+                piece.append(*frame);
+            else
+                handleFrame(*frame, stopType);
+        }
     } while (buffer.resynchronize());
+    deliver();
 }
 
+/// A frame that is not data for a program.
 void Gsm0710Mux::handleFrame(Gsm0710Frame& frame, StopType& stopType) {
     const bool isControl = frame.channel == gsm0710::ControlChannel;
     // A channel we have no place for is never open.
@@ -133,12 +169,7 @@ void Gsm0710Mux::handleFrame(Gsm0710Frame& frame, StopType& stopType) {
 
     switch (static_cast<gsm0710::FrameType>(frame.control & ~gsm0710::PollFinal)) {
     case gsm0710::Ui:
-    case gsm0710::Uih:
-        if (isControl)
-            handleCommand(frame, stopType);
-        else
-            writeToVirtual(frame.data.get(), frame.length, frame.channel);
-        break;
+    case gsm0710::Uih: handleCommand(frame, stopType); break;
     case gsm0710::Sabm:
         open = true;
         answer(isKnown ? gsm0710::Ua : gsm0710::Dm);
