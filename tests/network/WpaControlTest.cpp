@@ -248,7 +248,7 @@ TEST_F(WpaControlTest, WithoutAReplyTheWaitEndsAfterTwoSecondsOrWithASignal) {
             sim::pauseBriefly();
         }
     });
-    const long elapsed = [&] {
+    const auto elapsed = [&] {
         const auto start = std::chrono::steady_clock::now();
         EXPECT_EQ(request("PING"), -2);
         return (std::chrono::steady_clock::now() - start) / 1ms;
