@@ -2,10 +2,10 @@
 // pseudo-terminal.
 
 #include <fcntl.h>
-#include <stdlib.h>
 #include <unistd.h>
 
 #include <cstdio>
+#include <cstdlib>
 
 #include "bench/Ratio.h"
 #include "io/SerialPort.h"
