@@ -16,6 +16,7 @@
 #include "sim/RootFolder.h"
 #include "sim/devices/Attribute.h"
 #include "sim/devices/BarcodeEngine.h"
+#include "sim/devices/BluetoothAir.h"
 #include "sim/devices/DhcpServer.h"
 #include "sim/devices/Display.h"
 #include "sim/devices/Identity.h"
@@ -78,6 +79,7 @@ public:
     Supplicant& supplicant() { return wlanSupplicant; }
     DhcpServer& dhcp() { return dhcpServer; }
     PppLink& ppp() { return pppLink; }
+    BluetoothAir& air() { return bluetoothAir; }
     Identity& identity() { return identityFiles; }
     BarcodeEngine& barcode() { return *engine; }
     SerialLine& barcodeLine() { return *engineLine; }
@@ -136,6 +138,7 @@ private:
     Supplicant wlanSupplicant{log, wlanAdapter, externalPrograms};
     DhcpServer dhcpServer{log, wlanAdapter, externalPrograms};
     PppLink pppLink{log, externalPrograms};
+    BluetoothAir bluetoothAir{log};
 
     std::mutex mutex;  // guards what follows
     std::unordered_map<std::string, std::shared_ptr<Device>> nodes;
