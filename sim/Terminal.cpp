@@ -5,6 +5,7 @@
 #include <atomic>
 #include <cstdlib>
 
+#include "bluetooth/LmxProtocol.h"
 #include "power/BoardProtocol.h"
 #include "sim/HostTime.h"
 #include "sim/posix/Descriptors.h"
@@ -47,6 +48,7 @@ Terminal::Terminal(const std::string& folder)
     control->onSupply(board::SupplyScanner, [this](bool on) { engine->setPowered(on); });
     connectRadio();
     connectWlan();
+    packetLine->connect(&packetBluetooth);
 
     root.makeFolder("/etc/ppp");
     root.makeFolder("/var/run");
@@ -65,7 +67,8 @@ Terminal::Terminal(const std::string& folder)
              {inputPath(1), touch},
              {inputPath(2), sound},
              {"/dev/ttyAT1", radioLine},
-             {"/dev/ttyAT2", engineLine}};
+             {"/dev/ttyAT2", engineLine},
+             {lmx::DevicePath, packetLine}};
     pseudoTerminals.addTo(nodes);
 
     Terminal* none = nullptr;
@@ -81,6 +84,7 @@ Terminal::~Terminal() {
     Descriptors::get().forgetAll();
     engineLine->shutDown();
     radioLine->shutDown();
+    packetLine->shutDown();
     Clock::get().reset();
 }
 

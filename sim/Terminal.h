@@ -23,6 +23,7 @@
 #include "sim/devices/InputDevice.h"
 #include "sim/devices/KernelModules.h"
 #include "sim/devices/MemoryCard.h"
+#include "sim/devices/PacketBluetoothModule.h"
 #include "sim/devices/PowerControl.h"
 #include "sim/devices/PppLink.h"
 #include "sim/devices/PseudoTerminals.h"
@@ -80,6 +81,7 @@ public:
     DhcpServer& dhcp() { return dhcpServer; }
     PppLink& ppp() { return pppLink; }
     BluetoothAir& air() { return bluetoothAir; }
+    PacketBluetoothModule& packetModule() { return packetBluetooth; }
     Identity& identity() { return identityFiles; }
     BarcodeEngine& barcode() { return *engine; }
     SerialLine& barcodeLine() { return *engineLine; }
@@ -139,6 +141,8 @@ private:
     DhcpServer dhcpServer{log, wlanAdapter, externalPrograms};
     PppLink pppLink{log, externalPrograms};
     BluetoothAir bluetoothAir{log};
+    std::shared_ptr<SerialLine> packetLine = std::make_shared<SerialLine>("packet", log);
+    PacketBluetoothModule packetBluetooth{log, *packetLine, bluetoothAir};
 
     std::mutex mutex;  // guards what follows
     std::unordered_map<std::string, std::shared_ptr<Device>> nodes;

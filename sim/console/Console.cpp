@@ -3,6 +3,7 @@
 #include <climits>
 #include <cmath>
 #include <csignal>
+#include <cstdint>
 #include <cstdlib>
 #include <istream>
 #include <optional>
@@ -134,6 +135,10 @@ const Console::Command Console::Commands[] = {
      &Console::supplicant},
     {"dhcp lease", 4, "IP MASK ROUTER DNS", "what it gives", &Console::dhcpLease},
     {"dhcp", 1, "answer|fail", "the DHCP server answers or does not", &Console::dhcp},
+    {"packet refuse", 1, "OPCODE", "it refuses the next request of that opcode (hex)",
+     &Console::packetRefuse},
+    {"packet", 1, "silent|normal|hangup",
+     "the packet Bluetooth module goes mute, or its line hangs up", &Console::packet},
     {"program", 2, "NAME STATUS", "its next start ends with that exit status", &Console::program},
     {"missing", 1, "PATH", "takes a device node or file away", &Console::node},
     {"present", 1, "PATH", "puts it back", &Console::node},
@@ -369,6 +374,22 @@ std::string Console::dhcp(const Words& words) {
 
 std::string Console::dhcpLease(const Words& words) {
     terminal.dhcp().setLease({words[1], words[2], words[3], words[4]});
+    return "";
+}
+
+std::string Console::packet(const Words& words) {
+    if (words[1] == "hangup")
+        terminal.packetModule().line().hangUp();
+    else
+        terminal.packetModule().setSilent(choice(words[1], "silent", "normal"));
+    return "";
+}
+
+std::string Console::packetRefuse(const Words& words) {
+    const double opcode = number("0x" + words[1]);
+    if (opcode < 0 || opcode > UINT8_MAX)
+        throw Wrong{"not an opcode: " + words[1]};
+    terminal.packetModule().onRequest(static_cast<uint8_t>(opcode), PacketReply::refusal());
     return "";
 }
 

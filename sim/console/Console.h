@@ -56,6 +56,8 @@ private:
     std::string supplicant(const Words& words);
     std::string dhcp(const Words& words);
     std::string dhcpLease(const Words& words);
+    std::string packet(const Words& words);
+    std::string packetRefuse(const Words& words);
     std::string program(const Words& words);
     std::string node(const Words& words);
     std::string wakeKey(const Words& words);
