@@ -17,6 +17,7 @@ std::atomic<Terminal*> currentTerminal{nullptr};
 
 constexpr uint32_t eventType(unsigned type) { return 1U << type; }
 constexpr unsigned InputPosition = 3;  // of a touch screen
+constexpr char RadioPath[] = "/dev/ttyAT1";
 
 std::string inputPath(int number) { return "/dev/input/event" + std::to_string(number); }
 
@@ -48,6 +49,7 @@ Terminal::Terminal(const std::string& folder)
     control->onSupply(board::SupplyScanner, [this](bool on) { engine->setPowered(on); });
     connectRadio();
     connectWlan();
+    connectTextModule();
     packetLine->connect(&packetBluetooth);
 
     root.makeFolder("/etc/ppp");
@@ -66,7 +68,7 @@ Terminal::Terminal(const std::string& folder)
              {inputPath(0), keys},
              {inputPath(1), touch},
              {inputPath(2), sound},
-             {"/dev/ttyAT1", radioLine},
+             {RadioPath, radioLine},
              {"/dev/ttyAT2", engineLine},
              {lmx::DevicePath, packetLine}};
     pseudoTerminals.addTo(nodes);
@@ -84,6 +86,7 @@ Terminal::~Terminal() {
     Descriptors::get().forgetAll();
     engineLine->shutDown();
     radioLine->shutDown();
+    textLine->shutDown();
     packetLine->shutDown();
     Clock::get().reset();
 }
@@ -103,6 +106,25 @@ void Terminal::connectWlan() {
     control->onLine(board::LineMpci3V3, [this](bool on) { wlanAdapter.setPower(on); });
     control->onLine(board::LineMpciRadio, [this](bool on) { wlanAdapter.setRadio(on); });
     kernelModules.serve(externalPrograms);
+}
+
+void Terminal::connectTextModule() {
+    textLine->connect(&textBluetooth);
+    const auto whenFitted = [this](void (TextBluetoothModule::*react)(bool)) {
+        return [this, react](bool state) {
+            if (isTextModuleFitted)
+                (textBluetooth.*react)(state);
+        };
+    };
+    control->onSupply(board::SupplyBluetooth, whenFitted(&TextBluetoothModule::setSupply));
+    control->onLine(board::LineBluetoothEnable, whenFitted(&TextBluetoothModule::setEnable));
+    control->onLine(board::LineBluetoothReset, whenFitted(&TextBluetoothModule::setReset));
+}
+
+void Terminal::fitTextModule(bool isFitted) {
+    isTextModuleFitted = isFitted;
+    const std::lock_guard<std::mutex> held(mutex);
+    nodes[RadioPath] = isFitted ? textLine : radioLine;
 }
 
 NetworkInterface* Terminal::findInterface(const std::string& name) {

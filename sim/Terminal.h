@@ -2,6 +2,7 @@
 
 #include <sys/types.h>
 
+#include <atomic>
 #include <memory>
 #include <mutex>
 #include <set>
@@ -31,6 +32,7 @@
 #include "sim/devices/RealTimeClock.h"
 #include "sim/devices/Supplicant.h"
 #include "sim/devices/SuspendControl.h"
+#include "sim/devices/TextBluetoothModule.h"
 #include "sim/devices/WlanAdapter.h"
 
 namespace sim {
@@ -81,6 +83,7 @@ public:
     DhcpServer& dhcp() { return dhcpServer; }
     PppLink& ppp() { return pppLink; }
     BluetoothAir& air() { return bluetoothAir; }
+    TextBluetoothModule& textModule() { return textBluetooth; }
     PacketBluetoothModule& packetModule() { return packetBluetooth; }
     Identity& identity() { return identityFiles; }
     BarcodeEngine& barcode() { return *engine; }
@@ -96,6 +99,10 @@ public:
 
     /// A key of the keypad goes down or up; that also wakes a suspended terminal.
     void pressKey(int code, bool down);
+
+    /// Puts the text-command Bluetooth module in the radio module's place, on "/dev/ttyAT1" and on
+    /// its supply and lines: a terminal has either. To be done while neither is in use.
+    void fitTextModule(bool isFitted = true);
 
     /// Takes a node or file away, or puts it back.
     void setPresent(const std::string& path, bool present);
@@ -115,6 +122,7 @@ public:
 private:
     void connectRadio();
     void connectWlan();
+    void connectTextModule();
 
     const pid_t owner;
     Journal log;
@@ -141,6 +149,9 @@ private:
     DhcpServer dhcpServer{log, wlanAdapter, externalPrograms};
     PppLink pppLink{log, externalPrograms};
     BluetoothAir bluetoothAir{log};
+    std::shared_ptr<SerialLine> textLine = std::make_shared<SerialLine>("text module", log);
+    TextBluetoothModule textBluetooth{log, *textLine, bluetoothAir};
+    std::atomic<bool> isTextModuleFitted{false};
     std::shared_ptr<SerialLine> packetLine = std::make_shared<SerialLine>("packet", log);
     PacketBluetoothModule packetBluetooth{log, *packetLine, bluetoothAir};
 

@@ -7,7 +7,7 @@
 
 namespace sim {
 
-/// How the radio module answers a command line. Made by one of the functions, then bent:
+/// How a module that takes command lines answers one. Made by one of the functions, then bent:
 /// `Reply::error(10).after(500ms)`, `Reply::normal().cut(4)`.
 class Reply {
 public:
@@ -30,6 +30,7 @@ public:
 private:
     friend class RadioModule;
     friend class RadioCommands;
+    friend class TextBluetoothModule;
 
     enum class Kind { Normal, Lines, Raw, Silence };
 
