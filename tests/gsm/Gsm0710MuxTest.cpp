@@ -13,6 +13,7 @@
 #include <ctime>
 #include <future>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -58,6 +59,25 @@ string pattern(size_t size) {
         bytes[i] = static_cast<char>(i + i / 251);
     return bytes;
 }
+
+/// While it exists the line's thread stands still: nothing is taken from the line any more.
+class BlockedLine {
+public:
+    explicit BlockedLine(sim::SerialLine& line) {
+        const auto stands = std::make_shared<std::promise<void>>();
+        line.at(0ns, [stands, end = released.get_future().share()] {
+            stands->set_value();
+            end.wait();
+        });
+        stands->get_future().wait();
+    }
+    BlockedLine(const BlockedLine&) = delete;
+    BlockedLine& operator=(const BlockedLine&) = delete;
+    ~BlockedLine() { released.set_value(); }
+
+private:
+    std::promise<void> released;
+};
 
 /// The engine between the simulated radio module and programs that open the slaves.
 class Gsm0710MuxTest : public test::PoweredTest {
@@ -188,19 +208,6 @@ protected:
 
     bool soonReceived(const string& expected) {
         return soon([&] { return text().size() >= expected.size(); }) && text() == expected;
-    }
-
-    /// The line's thread stands still until the returned promise is kept: nothing is taken from the
-    /// line any more.
-    std::shared_ptr<std::promise<void>> blockLine() {
-        auto released = std::make_shared<std::promise<void>>();
-        auto blocked = std::make_shared<std::promise<void>>();
-        radio.line().at(terminal.clock().monotonic(), [released, blocked] {
-            blocked->set_value();
-            released->get_future().wait();
-        });
-        blocked->get_future().wait();
-        return released;
     }
 
     /// The processor time this process uses in `duration`.
@@ -513,18 +520,16 @@ TEST_F(Gsm0710MuxTest, ALineThatStopsTakingLosesAndRepeatsNothing) {
     start();
     const io::FileDescriptor first = program(1), second = program(2);
     const string sent = pattern(200000);
-    auto released = blockLine();
+    std::optional<BlockedLine> blocked(radio.line());
     auto writing = test::inBackground([&] { return write(first, sent); });
     auto other = test::inBackground([&] { return write(second, sent); });
     EXPECT_LT(cpuTimeIn(500ms), 400ms);
     send(2, "the way back is open");
     EXPECT_EQ(read(second, 20), "the way back is open");
-    for (int round = 0; round < 10; ++round) {
-        released->set_value();
-        released = blockLine();
-    }
+    for (int round = 0; round < 10; ++round)
+        blocked.emplace(radio.line());
     EXPECT_LT(received(1).size() + received(2).size(), 2 * sent.size());
-    released->set_value();
+    blocked.reset();
     EXPECT_TRUE(writing.get() && other.get());
     EXPECT_TRUE(soon([&] { return received(1).size() + received(2).size() >= 2 * sent.size(); }));
     EXPECT_TRUE(received(1) == sent && received(2) == sent);
@@ -533,13 +538,14 @@ TEST_F(Gsm0710MuxTest, ALineThatStopsTakingLosesAndRepeatsNothing) {
 TEST_F(Gsm0710MuxTest, StopComesBackWhileTheLineTakesNothing) {
     start();
     const io::FileDescriptor first = program(1);
-    const auto released = blockLine();
-    pollfd port{first.get(), POLLOUT, 0};
     const string bytes = pattern(1000);
-    while (::poll(&port, 1, 200) > 0)  // until the port is full as well
-        ASSERT_GT(::write(first.get(), bytes.data(), bytes.size()), 0);
-    EXPECT_LT(test::elapsedMs([&] { EXPECT_TRUE(mux->stopMux()); }), 10000);
-    released->set_value();
+    {
+        const BlockedLine blocked(radio.line());
+        pollfd port{first.get(), POLLOUT, 0};
+        while (::poll(&port, 1, 200) > 0)  // until the port is full as well
+            ASSERT_GT(::write(first.get(), bytes.data(), bytes.size()), 0);
+        EXPECT_LT(test::elapsedMs([&] { EXPECT_TRUE(mux->stopMux()); }), 10000);
+    }
     EXPECT_FALSE(write(first, bytes)) << "it sees a hang-up";
 }
 
