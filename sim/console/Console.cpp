@@ -1,5 +1,6 @@
 #include "sim/console/Console.h"
 
+#include <algorithm>
 #include <climits>
 #include <cmath>
 #include <csignal>
@@ -11,6 +12,7 @@
 #include <sstream>
 
 #include "sim/HostTime.h"
+#include "sim/console/Arguments.h"
 
 namespace sim {
 namespace {
@@ -19,40 +21,6 @@ constexpr int TriggerKey = 59;  // F1, which the trigger of the terminal sends
 constexpr int EnterKey = 28;
 constexpr auto TriggerHold = std::chrono::milliseconds(300);
 constexpr auto LongestAwait = std::chrono::minutes(5);  // of the host's time
-
-/// A failed command. Thrown within the console only.
-struct Wrong {
-    std::string reason;
-};
-
-double number(const std::string& text) {
-    char* end = nullptr;
-    const double value = strtod(text.c_str(), &end);
-    if (text.empty() || *end || !std::isfinite(value) || std::fabs(value) > 1e9)
-        throw Wrong{"not a number: " + text};
-    return value;
-}
-
-Nanoseconds seconds(const std::string& text) {
-    const double value = number(text);
-    if (value < 0)
-        throw Wrong{"not a duration: " + text};
-    return Nanoseconds(std::llround(value * 1e9));
-}
-
-/// Everything from the word numbered `from` on.
-std::string rest(const std::vector<std::string>& words, size_t from) {
-    std::string text;
-    for (size_t i = from; i < words.size(); ++i)
-        text += (i == from ? "" : " ") + words[i];
-    return text;
-}
-
-bool choice(const std::string& word, const std::string& yes, const std::string& no) {
-    if (word != yes && word != no)
-        throw Wrong{"'" + yes + "' or '" + no + "', not: " + word};
-    return word == yes;
-}
 
 /// Whether a line begins with the name of a command, which then becomes its first word.
 bool takeName(std::vector<std::string>& words, const std::string& name) {
@@ -64,22 +32,6 @@ bool takeName(std::vector<std::string>& words, const std::string& name) {
     words.erase(words.begin());
     words[0] = name;
     return true;
-}
-
-template <class Value> struct Named {
-    const char* name;
-    Value value;
-};
-
-template <class Value, size_t Count>
-Value choice(const std::string& word, const Named<Value> (&choices)[Count]) {
-    std::string names;
-    for (const auto& known : choices) {
-        if (word == known.name)
-            return known.value;
-        names += std::string(names.empty() ? "" : ", ") + known.name;
-    }
-    throw Wrong{"one of " + names + ", not: " + word};
 }
 
 void pass(Nanoseconds simulated) {
@@ -135,6 +87,22 @@ const Console::Command Console::Commands[] = {
      &Console::supplicant},
     {"dhcp lease", 4, "IP MASK ROUTER DNS", "what it gives", &Console::dhcpLease},
     {"dhcp", 1, "answer|fail", "the DHCP server answers or does not", &Console::dhcp},
+    {"bt fit", 1, "text|radio", "which module is on /dev/ttyAT1", &Console::btFit},
+    {"bt present", 2, "ADDRESS NAME", "a Bluetooth device comes into reach", &Console::btPresent},
+    {"bt away", 1, "ADDRESS", "it is out of reach", &Console::btAway},
+    {"bt pin", 2, "ADDRESS PIN", "what it asks a caller for", &Console::btChange},
+    {"bt signal", 2, "ADDRESS DBM", "its power as the terminal receives it", &Console::btChange},
+    {"bt service", 2, "ADDRESS echo|sink", "what it does with data", &Console::btChange},
+    {"bt mood", 2, "ADDRESS normal|refusing|deaf", "how it takes a call", &Console::btChange},
+    {"bt ring", 1, "ADDRESS [PORT]", "it calls the terminal", &Console::btRing},
+    {"bt send", 2, "ADDRESS TEXT", "it sends data over its link", &Console::btSend},
+    {"bt drop", 1, "ADDRESS", "it ends its link", &Console::btDrop},
+    {"bt refuse", 1, "COMMAND", "the text module refuses the next such command",
+     &Console::btRefuse},
+    {"bt say", 1, "TEXT", "it sends an unsolicited line", &Console::btSay},
+    {"bt silent", 0, "", "it neither hears nor answers", &Console::btMood},
+    {"bt normal", 0, "", "it does again", &Console::btMood},
+    {"bt hangup", 0, "", "its line hangs up", &Console::btHangUp},
     {"packet refuse", 1, "OPCODE", "it refuses the next request of that opcode (hex)",
      &Console::packetRefuse},
     {"packet", 1, "silent|normal|hangup",
@@ -199,7 +167,7 @@ std::string Console::help(const Words&) {
     std::string text;
     for (const Command& command : Commands) {
         std::string usage = std::string(command.name) + " " + command.usage;
-        usage.resize(30, ' ');
+        usage.resize(std::max<size_t>(30, usage.size() + 2), ' ');
         text += (text.empty() ? "" : "\n") + usage + command.what;
     }
     return text;

@@ -56,6 +56,17 @@ private:
     std::string supplicant(const Words& words);
     std::string dhcp(const Words& words);
     std::string dhcpLease(const Words& words);
+    std::string btFit(const Words& words);
+    std::string btPresent(const Words& words);
+    std::string btAway(const Words& words);
+    std::string btChange(const Words& words);
+    std::string btRing(const Words& words);
+    std::string btSend(const Words& words);
+    std::string btDrop(const Words& words);
+    std::string btRefuse(const Words& words);
+    std::string btSay(const Words& words);
+    std::string btMood(const Words& words);
+    std::string btHangUp(const Words& words);
     std::string packet(const Words& words);
     std::string packetRefuse(const Words& words);
     std::string program(const Words& words);
