@@ -7,6 +7,7 @@
 
 #include "bluetooth/LmxProtocol.h"
 #include "power/BoardProtocol.h"
+#include "scanner/RfidProtocol.h"
 #include "sim/HostTime.h"
 #include "sim/posix/Descriptors.h"
 
@@ -70,6 +71,8 @@ Terminal::Terminal(const std::string& folder)
              {inputPath(2), sound},
              {RadioPath, radioLine},
              {"/dev/ttyAT2", engineLine},
+             {rfid::NxpPath, rfidEngine},
+             {rfid::AmsPath, rfidEngine},
              {lmx::DevicePath, packetLine}};
     pseudoTerminals.addTo(nodes);
 

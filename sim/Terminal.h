@@ -30,6 +30,7 @@
 #include "sim/devices/PseudoTerminals.h"
 #include "sim/devices/RadioModule.h"
 #include "sim/devices/RealTimeClock.h"
+#include "sim/devices/RfidEngine.h"
 #include "sim/devices/Supplicant.h"
 #include "sim/devices/SuspendControl.h"
 #include "sim/devices/TextBluetoothModule.h"
@@ -88,6 +89,7 @@ public:
     Identity& identity() { return identityFiles; }
     BarcodeEngine& barcode() { return *engine; }
     SerialLine& barcodeLine() { return *engineLine; }
+    RfidEngine& rfid() { return *rfidEngine; }
 
     Attribute& battery() { return batteryMillivolts; }     ///< millivolts
     Attribute& temperature() { return temperatureInput; }  ///< hundredths of a degree
@@ -137,6 +139,7 @@ private:
     std::shared_ptr<MemoryCard> memoryCard;
     std::shared_ptr<SerialLine> engineLine;
     std::unique_ptr<BarcodeEngine> engine;
+    std::shared_ptr<RfidEngine> rfidEngine = std::make_shared<RfidEngine>(log);
     std::shared_ptr<SerialLine> radioLine;
     std::unique_ptr<RadioModule> radioModule;
     PseudoTerminals pseudoTerminals;

@@ -38,6 +38,10 @@ private:
     std::string trigger(const Words& words);
     std::string code(const Words& words);
     std::string engine(const Words& words);
+    std::string rfidPresent(const Words& words);
+    std::string rfidRemove(const Words& words);
+    std::string rfidType(const Words& words);
+    std::string scanners(const Words& words);
     std::string setAttribute(const Words& words);
     std::string usb(const Words& words);
     std::string card(const Words& words);
