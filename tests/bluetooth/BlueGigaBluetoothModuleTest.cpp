@@ -1,0 +1,456 @@
+#include "bluetooth/BlueGigaBluetoothModule.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <cerrno>
+#include <climits>
+#include <memory>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "bluetooth/BluetoothSPPConnection.h"
+#include "bluetooth/InquiryAnswer.h"
+#include "foundation/Thread.h"
+#include "support/Resources.h"
+#include "support/TerminalTest.h"
+
+namespace {
+
+using namespace std::chrono_literals;
+using namespace std::string_literals;
+using sim::Reply;
+using std::string;
+using test::soon;
+using testing::ElementsAre;
+using testing::HasSubstr;
+
+constexpr char Path[] = "/dev/ttyAT1";
+constexpr char Phone[] = "00:1A:7D:DA:71:13";
+constexpr char Printer[] = "5C:F3:70:8B:12:34";
+
+/// Answers take a few milliseconds of a second or more; only waits for the whole of it run faster.
+constexpr double Exchanging = 5;
+constexpr double Calling = 10;
+constexpr double Waiting = 50;
+
+/// A frame as the module sends it.
+string frame(int link, std::string_view payload) {
+    return "\xBF"s + static_cast<char>(link) + '\0' + static_cast<char>(payload.size()) +
+           string(payload) + static_cast<char>(~link);
+}
+
+unsigned size(const string& text) { return static_cast<unsigned>(text.size()); }
+
+class BlueGigaBluetoothModuleTest : public test::TerminalTest {
+protected:
+    struct Deleter {
+        void operator()(BluetoothSPPConnection* link) const {
+            BluetoothModule::pModule.load()->deleteSPPConnection(link);
+        }
+    };
+    using Link = std::unique_ptr<BluetoothSPPConnection, Deleter>;
+
+    BlueGigaBluetoothModuleTest() {
+        terminal.fitTextModule();
+        terminal.air().present(Phone, "Phone");
+        terminal.air().present(Printer, "Printer");
+    }
+    ~BlueGigaBluetoothModuleTest() override { terminal.clock().setSpeed(Waiting); }
+
+    sim::TextBluetoothModule& module() { return terminal.textModule(); }
+
+    void start() {
+        terminal.clock().setSpeed(Exchanging);
+        ASSERT_TRUE(driver->open());
+        module().setEnable(true);
+        module().setSupply(true);
+        ASSERT_TRUE(driver->isAlive());
+    }
+
+    /// Opens the line of a module without power: what comes is what a test transmits. Its reader
+    /// has polled and sleeps.
+    void openOnly() {
+        terminal.clock().setSpeed(Waiting);
+        ASSERT_TRUE(driver->open());
+        driver->pollIncomingData(0);
+        terminal.clock().setSpeed(1);
+    }
+
+    /// A connection with a link number of its own, without a call.
+    Link linkNumbered(int number) {
+        Link link(
+            driver->createSPPConnection(reinterpret_cast<const unsigned char*>(Phone), 0, ""));
+        EXPECT_TRUE(link && link->setLocalPort(number));
+        return link;
+    }
+
+    static string taken(BluetoothSPPConnection& link) {
+        string data(2000, '\0');
+        data.resize(static_cast<size_t>(link.readData(data.data(), size(data))));
+        return data;
+    }
+
+    std::unique_ptr<BlueGigaBluetoothModule> driver =
+        std::make_unique<BlueGigaBluetoothModule>(Path);
+};
+
+TEST_F(BlueGigaBluetoothModuleTest, FramesAndFinalLinesAreTheModules) {
+    char buffer[129];
+    const auto made = [&](const string& payload, unsigned room, int link) {
+        return driver->createMuxFrame(buffer, room, payload.data(), size(payload), link);
+    };
+    EXPECT_EQ(made("abc", 128, 2), 8U);
+    EXPECT_EQ(string(buffer, 8), "\xBF\x02\x00\x03\x61\x62\x63\xFD"s);
+    EXPECT_EQ(made(string(124, 'x'), 128, 0xFF), 129U);
+    EXPECT_EQ(buffer[128], '\0');
+    EXPECT_EQ(made(string(125, 'x'), 128, 0), 0U);
+    EXPECT_EQ(made("", 4, 0), 5U);
+    EXPECT_EQ(made("", 3, 0), 0U);
+    EXPECT_EQ(driver->createMuxFrame(buffer, 128, "", ~0U, 0), 0U);
+
+    openOnly();
+    const struct {
+        const char* text;
+        unsigned length;
+        int type;
+    } cases[] = {
+        {"READY.\r\n", 8, BlueGigaBluetoothModule::ANSWER_OK},
+        {"WELCOME\r\nREADY.\r\n", 8, BlueGigaBluetoothModule::ANSWER_OK},
+        {"x SYNTAX ERROR\r\n", 14, BlueGigaBluetoothModule::ANSWER_ERROR},
+        {"INQUIRY 0\r\n", 11, BlueGigaBluetoothModule::ANSWER_ERROR},
+        {"SET CONTROL MUX 1\r\n", 19, BlueGigaBluetoothModule::ANSWER_OK},
+        {"READY.??", 8, BlueGigaBluetoothModule::ANSWER_OK},
+        {"READY.\r", 0, BlueGigaBluetoothModule::ANSWER_NONE},
+        {"OK\r\n", 0, BlueGigaBluetoothModule::ANSWER_NONE},
+        {"", 0, BlueGigaBluetoothModule::ANSWER_NONE},
+    };
+    for (const auto& expected : cases) {
+        EXPECT_EQ(driver->setAnswerType(expected.text, size(expected.text)), expected.length);
+        EXPECT_EQ(driver->getAnswerType(), expected.type) << expected.text;
+    }
+}
+
+TEST_F(BlueGigaBluetoothModuleTest, BufferedFramesAreTakenUntilOneIsNotInOrder) {
+    const Link first = linkNumbered(1);
+    const Link second = linkNumbered(2);
+    const string hello = frame(2, "he\xBF\x01lo");
+    const struct {
+        string bytes;
+        bool isInOrder;
+        string one, two, answer;
+    } cases[] = {
+        {hello, true, "", "he\xBF\x01lo", ""},
+        {"noise" + hello + "?" + frame(0xFF, "PING\r\n"), true, "", "he\xBF\x01lo", "PING\r\n"},
+        {frame(1, "a") + frame(0xFF, "x\r\nREADY.\r\n") + frame(1, "b"), true, "ab", "", "x\r\n"},
+        {frame(8, "nobody's") + frame(7, "nobody's") + frame(1, ""), true, "", "", ""},
+        {frame(1, "a") + frame(9, "b") + frame(1, "c"), false, "a", "", ""},
+        {frame(1, "a") + "\xBF\x01\x00\x01x?"s + frame(1, "c"), false, "a", "", ""},
+        {frame(1, string(255, 'x')), true, string(255, 'x'), "", ""},
+    };
+    for (const auto& expected : cases) {
+        SCOPED_TRACE(testing::PrintToString(expected.bytes));
+        std::vector<char> buffer(expected.bytes.begin(), expected.bytes.end());  // to its last byte
+        string answer;
+        EXPECT_EQ(driver->parseMuxFrame(&answer, buffer.data(), 0, size(expected.bytes)),
+                  expected.isInOrder ? buffer.size() : 0);
+        EXPECT_EQ(taken(*first), expected.one);
+        EXPECT_EQ(taken(*second), expected.two);
+        EXPECT_EQ(answer, expected.answer);
+    }
+    for (unsigned cut = 1; cut < hello.size(); ++cut) {
+        std::vector<char> buffer(hello.begin(), hello.begin() + cut);
+        EXPECT_EQ(driver->parseMuxFrame(nullptr, buffer.data(), 0, cut), 0U);
+        EXPECT_EQ(first->getFifoCnt() + second->getFifoCnt(), 0) << "cut at " << cut;
+    }
+    char none[] = "none\xBF";
+    EXPECT_EQ(driver->parseMuxFrame(nullptr, none, 1, 4), 1U) << "where the search began";
+    EXPECT_EQ(driver->parseMuxFrame(nullptr, none, 4, 4), 4U);
+}
+
+TEST_F(BlueGigaBluetoothModuleTest, AnInquirysLinesBecomeDevices) {
+    const auto devices = bluetooth::devicesIn("INQUIRY 2 NAME\r\n"
+                                              "INQUIRY 3\r\n"
+                                              "NAME 00:11:22:33:44:55 \"too early\"\r\n"
+                                              "INQUIRY 00:11:22:33:44:55 5a020c\r\n"
+                                              "INQUIRY 66:77:88:99:aa:bb 240404 x\r\n"
+                                              "INQUIRY 00:11:22:33:44:55 99999999999\r\n"
+                                              "INQUIRY 00:11:22:33:44:55\r\n"
+                                              "NAME 00:11:22:33:44:55 \"A B\"\r\n"
+                                              "NAME ff:ff:ff:ff:ff:ff \"unknown\"\r\n"
+                                              "NAME 66:77:88:99:aa:bb \n"
+                                              "NAME 66:77:88:99:aa:bb\r\nNAME \r\n\n \n"
+                                              "INQUIRY 11:11:11:11:11:11 without its end");
+    ASSERT_EQ(devices.size(), 3U);
+    EXPECT_EQ(devices[0].address, "00:11:22:33:44:55");
+    EXPECT_EQ(devices[0].name, "\"A B\"");
+    EXPECT_EQ(devices[0].number, 5);
+    EXPECT_EQ(devices[1].address, "66:77:88:99:aa:bb");
+    EXPECT_EQ(devices[1].name, "");
+    EXPECT_EQ(devices[1].number, 240404);
+    EXPECT_EQ(devices[2].name, "") << "the same device again";
+    EXPECT_EQ(devices[2].number, INT_MAX);
+}
+
+TEST_F(BlueGigaBluetoothModuleTest, AnAnswerInPiecesIsLookedAtFromItsBeginningEachTime) {
+    openOnly();
+    const Link link = linkNumbered(3);
+    string answer;
+    const auto read = [&](int timeoutMs) {
+        driver->lock();
+        answer.clear();
+        const bool came = driver->readAnswer(&answer, timeoutMs);
+        driver->unlock();
+        return came;
+    };
+    EXPECT_FALSE(read(10));
+    {
+        auto reading = test::inBackground([&] { return read(60000); });
+        module().transmit("one\r\n");
+        EXPECT_TRUE(soon([&] { return answer.size() == 5; }));
+        module().transmit("READY.\r\n");
+        EXPECT_TRUE(reading.get());
+        EXPECT_EQ(answer, "one\r\none\r\n") << "without the final line";
+    }
+    // Frames from here on, though nobody has asked for them.
+    auto reading = test::inBackground([&] { return read(60000); });
+    module().transmit(frame(0xFF, "two\r\n"));
+    module().transmit(frame(3, "A"));
+    EXPECT_TRUE(soon([&] { return link->getFifoCnt() == 1; }));
+    module().transmit(frame(3, "B"));
+    EXPECT_TRUE(soon([&] { return link->getFifoCnt() == 3; }));
+    module().transmit(frame(0xFF, "READY.\r\n") + frame(3, "C"));
+    EXPECT_TRUE(reading.get());
+    EXPECT_EQ(taken(*link), "AABABC") << "the data is delivered with each look";
+    EXPECT_EQ(driver->getAnswerType(), BlueGigaBluetoothModule::ANSWER_OK);
+
+    // As long as the last final line was one of the table, a read ends after each piece.
+    module().transmit(frame(3, "D"));
+    EXPECT_TRUE(read(60000));
+    module().transmit(frame(3, "E"));
+    EXPECT_TRUE(read(60000));
+    EXPECT_EQ(taken(*link), "DE");
+
+    // A module that falls silent in a packet: what is left of it is lost, the next one is not.
+    module().transmit(frame(3, "lost").substr(0, 6));
+    EXPECT_TRUE(read(20));
+    module().transmit(frame(3, "lost").substr(6));
+    EXPECT_TRUE(read(20));
+    module().transmit(frame(3, "found"));
+    EXPECT_TRUE(read(60000));
+    EXPECT_EQ(taken(*link), "found");
+
+    // More than the buffer of 1024 bytes holds: the frame across its end is lost.
+    string expected;
+    string waiting;
+    for (char piece = 1; piece <= 14; ++piece) {
+        waiting += frame(3, string(100, piece));
+        expected += piece == 10 ? "" : string(100, piece);
+    }
+    module().transmit(waiting);
+    string data;
+    for (int reads = 0; reads < 20 && data.size() < expected.size(); ++reads) {
+        read(20);
+        data += taken(*link);
+    }
+    EXPECT_EQ(data, expected);
+    module().transmit(string(3000, '\xBF') + string(100, '\0') + frame(3, "."));
+    while (read(20))
+        continue;
+
+    // The line is gone: nothing to read, and nothing waits for it.
+    module().line().hangUp();
+    EXPECT_FALSE(read(60000));
+    EXPECT_FALSE(driver->ping());
+}
+
+TEST_F(BlueGigaBluetoothModuleTest, ItsOperationsFollowTheModulesAnswers) {
+    const long descriptors = test::openDescriptors();
+    const long threads = test::runningThreads();
+    start();
+    EXPECT_FALSE(driver->open()) << "it is";
+    EXPECT_EQ(module().line().settings(), "115200 8N1");
+    EXPECT_FALSE(driver->disableEcho()) << "the echo has a line end";
+    EXPECT_TRUE(driver->disableEcho()) << "and now there is none";
+    EXPECT_FALSE(driver->setLAP("9e8b33"));
+    EXPECT_TRUE(driver->enableMUX());
+    EXPECT_TRUE(driver->disableMUX());
+    EXPECT_TRUE(driver->enableMUX() && driver->enableMUX());
+    EXPECT_TRUE(module().isMultiplexing());
+    EXPECT_TRUE(driver->setLAP("9e8b33"));
+    EXPECT_FALSE(driver->setLAP(string(120, 'f').c_str())) << "fits in no frame";
+    EXPECT_EQ(module().accessCode(), "9e8b33");
+    EXPECT_EQ(driver->getLocalMac(), "00:07:80:12:34:56");
+    EXPECT_THAT(driver->getVersion(), HasSubstr("2.1.0"));
+    module().onCommand("SET", Reply::final("SET BT BDADDR 00:07"), 1);
+    EXPECT_EQ(driver->getLocalMac(), "");
+
+    auto devices = driver->scanDevices();
+    ASSERT_EQ(devices.size(), 2U);
+    EXPECT_EQ(devices[1].address, Printer);
+    EXPECT_EQ(devices[1].name, "\"Printer\"");
+    terminal.air().takeAway(Printer);
+    module().onCommand("INQUIRY*", Reply::final("INQUIRY 0"), 1);
+    EXPECT_TRUE(driver->scanDevices().empty());
+
+    EXPECT_EQ(driver->getSignalStrength(), -28);
+    EXPECT_FALSE(driver->ping());
+    EXPECT_FALSE(driver->listenSPP(0) || driver->addSDPRecord(0, nullptr, 0));
+    ASSERT_TRUE(driver->shutdown() && driver->close());
+    EXPECT_FALSE(driver->ping() || driver->setLAP("") || driver->isAlive());
+    EXPECT_EQ(driver->getVersion() + driver->queryActiveConnections(), "");
+    EXPECT_TRUE(soon([&] { return test::openDescriptors() == descriptors; }));
+    EXPECT_TRUE(soon([&] { return test::runningThreads() == threads; }));
+}
+
+TEST_F(BlueGigaBluetoothModuleTest, LinksAreCalledCarryDataAndAreEnded) {
+    start();
+    ASSERT_TRUE(driver->enableMUX());
+    sim::BluetoothAir::Remote printer = *terminal.air().find(Printer);
+    printer.pin = "1234";
+    printer.service = printer.Sink;
+    printer.dBm = -75;
+    terminal.air().present(printer);
+    const auto make = [&](const char* address, const char* pin) {
+        return Link(
+            driver->createSPPConnection(reinterpret_cast<const unsigned char*>(address), 0, pin));
+    };
+    const Link spare = make(Phone, "");
+    const Link phone = make(Phone, "");
+    const Link print = make(Printer, "1234");
+    const Link wrong = make(Printer, "4321");
+    terminal.clock().setSpeed(Waiting);
+    EXPECT_FALSE(wrong->connect());
+    module().onCommand("SET BT AUTH*", Reply::final("SYNTAX ERROR?"), 1);
+    EXPECT_FALSE(wrong->connect());
+    module().onCommand("CALL*", Reply::silence(), 1);
+    EXPECT_FALSE(wrong->connect());
+    module().onCommand("CALL*", Reply::raw("\xBF\xFF\x00\x07"s + "CONNECT" + '\0'), 1);
+    EXPECT_FALSE(wrong->connect()) << "no link number";
+    EXPECT_FALSE(wrong->isConnected());
+    EXPECT_THAT(terminal.journal().lines(),
+                testing::Contains("bt: CALL 5c:f3:70:8b:12:34 1101 RFCOMM"));
+
+    terminal.clock().setSpeed(Calling);
+    EXPECT_TRUE(phone->connect());
+    EXPECT_EQ(phone->getLocalPort(), 0);
+    EXPECT_TRUE(print->connect());
+    EXPECT_EQ(print->getLocalPort(), 1);
+    EXPECT_EQ(module().pin(), "1234");
+    EXPECT_THAT(driver->queryActiveConnections(), HasSubstr("LIST 1 CONNECTED RFCOMM "s + Printer));
+    terminal.clock().setSpeed(1);
+    EXPECT_EQ(driver->getSignalStrength(), 25);
+    EXPECT_TRUE(driver->ping());
+
+    // The first connection with the number gets the data, called or not.
+    const string document(124, 'd');
+    EXPECT_EQ(print->writeData(document.data(), size(document)), 124);
+    EXPECT_EQ(print->writeData((document + "x").data(), 125), 0);
+    EXPECT_TRUE(soon([&] { return terminal.air().find(Printer)->received == document; }));
+    EXPECT_EQ(phone->writeData("echo", 4), 4);
+    EXPECT_TRUE(spare->isInputPending(60000));
+    EXPECT_EQ(taken(*spare), "echo");
+    EXPECT_TRUE(spare->setLocalPort(6));
+    EXPECT_EQ(phone->writeData("once more", 9), 9);
+    EXPECT_TRUE(soon([&] { return phone->getFifoCnt() > 0; }));
+    EXPECT_EQ(taken(*phone), "once more");
+
+    // Nobody has asked for this.
+    terminal.air().present("00:00:00:00:00:01", "stranger");
+    EXPECT_TRUE(terminal.air().ring("00:00:00:00:00:01"));
+    EXPECT_TRUE(terminal.air().sendFrom("00:00:00:00:00:01", "for nobody"));
+    EXPECT_TRUE(terminal.air().sendFrom(Printer, "paper out"));
+    driver->pollIncomingData(100);
+    EXPECT_EQ(taken(*print), "paper out");
+
+    // The other side's end of a link is not told, the driver's own is.
+    terminal.clock().setSpeed(Calling);
+    EXPECT_TRUE(terminal.air().drop(Printer));
+    driver->pollIncomingData(100);
+    EXPECT_TRUE(print->isConnected());
+    EXPECT_FALSE(print->disconnect());
+    EXPECT_TRUE(phone->disconnect());
+    EXPECT_THAT(module().links(), ElementsAre(2));
+    EXPECT_TRUE(phone->isConnected());
+    terminal.clock().setSpeed(Waiting);
+    module().setSilent(true);
+    EXPECT_EQ(phone->writeData("void", 4), 4) << "the line takes it";
+    EXPECT_FALSE(phone->disconnect());
+}
+
+TEST_F(BlueGigaBluetoothModuleTest, SpoiltAnswersGiveFailuresAndNoMore) {
+    start();
+    ASSERT_TRUE(driver->enableMUX());
+    terminal.clock().setSpeed(Waiting);
+    const struct {
+        const char* command;
+        Reply reply;
+    } spoils[] = {
+        {"*", Reply::silence()},           {"*", Reply::normal().garbled()},
+        {"*", Reply::normal().cut(3)},     {"*", Reply::normal().cut(9)},
+        {"*", Reply::normal().after(20s)}, {"*", Reply::raw(string(5000, '\xFF'))},
+    };
+    for (const auto& spoil : spoils) {
+        const Link link = linkNumbered(0);
+        module().onCommand(spoil.command, spoil.reply);
+        EXPECT_FALSE(link->connect());
+        driver->getLocalMac();
+        driver->scanDevices();
+        driver->disableMUX();
+        module().clearHooks();
+    }
+    module().line().fragment(1);
+    module().loseBytes(2);
+    EXPECT_EQ(driver->getLocalMac(), "");
+    module().line().fragment(0);
+}
+
+TEST_F(BlueGigaBluetoothModuleTest, ItIsClosedAndDestroyedAtAnyMoment) {
+    const long descriptors = test::openDescriptors();
+    const long threads = test::runningThreads();
+    terminal.clock().setSpeed(Waiting);
+    for (int round = 0; round < 20; ++round) {
+        ASSERT_TRUE(driver->open());
+        Link link = linkNumbered(1);
+        auto sending = test::inBackground([&] {
+            for (int i = 0; i < round; ++i)
+                driver->sendSPPData(2, "x", 1);
+            return driver->ping();
+        });
+        if (round % 3 > 0)
+            module().transmit(frame(1, "some data"));
+        if (round % 2 > 0) {
+            EXPECT_TRUE(driver->close());
+        }
+        sending.wait();
+        link.reset();
+        if (round % 4 > 1)
+            driver = std::make_unique<BlueGigaBluetoothModule>(Path);
+        else
+            EXPECT_TRUE(driver->close());
+    }
+    driver.reset();
+    EXPECT_TRUE(soon([&] { return test::openDescriptors() == descriptors; }));
+    EXPECT_TRUE(soon([&] { return test::runningThreads() == threads; }));
+}
+
+TEST_F(BlueGigaBluetoothModuleTest, AFailedOpenHoldsTheModuleForGood) {
+    terminal.faults().fail("open", Path, EIO);
+    EXPECT_FALSE(driver->open());
+    struct Caller : Thread {
+        explicit Caller(BluetoothModule& calledModule) : module(calledModule) {}
+        ~Caller() override { terminate(); }
+        void run() override {
+            module.pollIncomingData(0);
+            hasReturned = true;
+        }
+        BluetoothModule& module;
+        std::atomic<bool> hasReturned{false};
+    } caller(*driver);
+    ASSERT_TRUE(caller.start());
+    EXPECT_FALSE(sim::eventually([&] { return caller.hasReturned.load(); }, 100ms));
+}
+
+}  // namespace
