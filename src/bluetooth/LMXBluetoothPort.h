@@ -37,9 +37,6 @@ public:
     int getPkt(unsigned char* type, unsigned char* opcode, void* buf, unsigned int bufSize,
                int timeoutMs);
 
-    /// True once the line has hung up: getPkt() does not wait then.
-    using SerialPort::isHungUp;
-
 private:
     bool findStart(int timeoutMs);
     unsigned int receive(unsigned char* bytes, unsigned int size, int timeoutMs);

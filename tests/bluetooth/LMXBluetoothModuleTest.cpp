@@ -1,0 +1,417 @@
+#include "bluetooth/LMXBluetoothModule.h"
+
+#include <gtest/gtest.h>
+
+#include <cerrno>
+#include <memory>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "bluetooth/BluetoothSPPConnection.h"
+#include "sim/console/Console.h"
+#include "support/Resources.h"
+#include "support/TerminalTest.h"
+
+namespace {
+
+using namespace std::chrono_literals;
+using namespace std::string_literals;
+using sim::PacketReply;
+using std::string;
+using test::soon;
+
+constexpr char Phone[] = "00:1A:7D:DA:71:13";
+constexpr double Fast = 50;
+constexpr double Slow = 0.25;  // a confirmation has 400 ms of the host's time
+
+/// The driver with what only those that derive from it may reach.
+struct Driver : LMXBluetoothModule {
+    Driver() : LMXBluetoothModule("/dev/ttyS0") {}
+    using BluetoothModule::registryLock;
+};
+
+class LMXBluetoothModuleTest : public test::TerminalTest {
+protected:
+    LMXBluetoothModuleTest() {
+        terminal.identity().setEnvironment({"serial=4711"});
+        terminal.air().present(Phone, "phone");
+    }
+    ~LMXBluetoothModuleTest() override {
+        hurry();
+        delete BluetoothModule::pModule;
+    }
+
+    sim::PacketBluetoothModule& module() { return terminal.packetModule(); }
+    sim::BluetoothAir& air() { return terminal.air(); }
+    LMXBluetoothModule& driver() {
+        return *dynamic_cast<LMXBluetoothModule*>(BluetoothModule::pModule.load());
+    }
+
+    /// With a driver that is up, on a clock that leaves confirmations the time they need.
+    void start() {
+        terminal.clock().setSpeed(Slow);
+        ASSERT_TRUE(LMXBluetoothModule::initialize());
+        takeLines();
+    }
+
+    /// Time passes fast, also for a thread that waits for a packet already.
+    void hurry() {
+        terminal.clock().setSpeed(Fast);
+        module().setSilent(false);
+        module().sendPacket('?', 0, "");
+    }
+
+    /// When this returns, the thread has handled whatever was sent before.
+    void settle() {
+        EXPECT_TRUE(driver().sendChipEnable(true));
+        terminal.journal().clear();
+    }
+
+    using Connection = std::unique_ptr<BluetoothSPPConnection>;
+    Connection call(const char* pin = "") {
+        const auto* const address = reinterpret_cast<const unsigned char*>(Phone);
+        return Connection(driver().createSPPConnection(address, 3, pin));
+    }
+    Connection listenOn(int port) { return Connection(driver().createIncomingSPPConnection(port)); }
+
+    /// All that comes over a link until it is `size` bytes.
+    static string receive(BluetoothSPPConnection& link, size_t size) {
+        string all;
+        char part[200];
+        soon([&] {
+            const int count = link.readData(part, sizeof part);
+            all.append(part, static_cast<size_t>(count));
+            return all.size() >= size;
+        });
+        return all;
+    }
+    bool mayBeSuspended() {
+        const bool may = driver().powerStateChange(POWER_ON, POWER_SUSPEND);
+        return driver().powerStateChange(POWER_SUSPEND, POWER_ON) && may;
+    }
+};
+
+TEST_F(LMXBluetoothModuleTest, TheModuleIsAskedSetUpNamedAndBecomesTheOne) {
+    terminal.clock().setSpeed(Slow);
+    module().setIdentity("66:55:44:33:22:11", "6.3");
+    module().onRequest(0x26, PacketReply::refusal(), 4);
+    EXPECT_TRUE(LMXBluetoothModule::initialize());
+    EXPECT_EQ(take("packet"), "26, 26, 26, 26, 26, 17 00, 4E 00, 2A, 4A 00, 28 14 01 08, "
+                              "04 09 4B 56 32 20 34 37 31 31 00, 22 00 00 00 00");
+    EXPECT_EQ(module().name(), "KV2 4711");
+    EXPECT_EQ(module().line().settings(), "115200 8N1 rtscts");
+    EXPECT_EQ(driver().getVersion(), "6.3");
+    EXPECT_TRUE(LMXBluetoothModule::initialize());
+    EXPECT_TRUE(driver().open());
+    EXPECT_FALSE(driver().initComm()) << "there is a line";
+    EXPECT_FALSE(driver().openPort());
+
+    module().onRequest(0x05, PacketReply::normal().shortened(6));
+    module().onRequest(0x05, PacketReply::refusal());
+    EXPECT_EQ(driver().getLocalMac(), "");
+    EXPECT_EQ(driver().getLocalMac(), "");
+    EXPECT_EQ(driver().getLocalMac(), "66:55:44:33:22:11");
+    EXPECT_EQ(driver().getLocalMac(), "66:55:44:33:22:11");
+    EXPECT_EQ(take("packet"), "05, 05, 05") << "kept";
+    EXPECT_EQ(driver().getAnswerType(), 0);
+}
+
+TEST_F(LMXBluetoothModuleTest, AModuleThatCannotBeSetUpIsNone) {
+    terminal.clock().setSpeed(Slow);
+    module().onRequest(0x26, PacketReply::refusal(), 5);
+    EXPECT_FALSE(LMXBluetoothModule::initialize());
+    EXPECT_EQ(take("packet"), "26, 26, 26, 26, 26");
+    module().line().distortSent([](string& bytes) { bytes[6] = '\xC8'; });
+    {
+        Driver alone;
+        EXPECT_FALSE(alone.closePort());
+        EXPECT_TRUE(alone.initComm());
+        EXPECT_EQ(alone.getVersion(), "6.3.1") << "no more than the packet holds";
+        EXPECT_TRUE(alone.shutdown());
+        EXPECT_FALSE(alone.closePort());
+        EXPECT_FALSE(alone.sendChipEnable(true)) << "there is no line";
+    }
+    module().line().distortSent(nullptr);
+    terminal.clock().setSpeed(Fast);
+    const long descriptors = test::openDescriptors(), threads = test::runningThreads();
+    int failures = 0;
+    for (int failing = 1; failing < 40; ++failing) {
+        terminal.faults().clear();
+        terminal.faults().failNth(failing, EIO);
+        failures += LMXBluetoothModule::initialize() ? 0 : 1;
+        delete BluetoothModule::pModule;
+        EXPECT_EQ(BluetoothModule::pModule, nullptr);
+        EXPECT_TRUE(soon([&] {
+            return test::openDescriptors() == descriptors && test::runningThreads() == threads;
+        })) << "call "
+            << failing;
+    }
+    EXPECT_GE(failures, 1 + 4 + 1) << "the open, a write of each kind and the thread";
+}
+
+TEST_F(LMXBluetoothModuleTest, ACallCarriesDataBothWaysAndKeepsTheTerminalAwake) {
+    start();
+    Connection link = call();
+    EXPECT_TRUE(link->connect());
+    EXPECT_EQ(take("packet"), "22 04 00 00 00, 0A 03 00 1A 7D DA 71 13 03");
+    EXPECT_FALSE(driver().powerStateChange(POWER_ON, POWER_ALARM_WAKE));
+    EXPECT_FALSE(driver().powerStateChange(POWER_ON, POWER_SUSPEND));
+    EXPECT_TRUE(driver().powerStateChange(POWER_ON, POWER_SHUTDOWN));
+    EXPECT_EQ(take("packet"), "");
+
+    const string text(300, 't');
+    EXPECT_EQ(link->writeData(text.data(), 300), 300);
+    EXPECT_EQ(take("packet"), "0F 03, 128 bytes, 0F 03, 128 bytes, 0F 03, 44 bytes");
+    EXPECT_EQ(receive(*link, 300), text);
+    module().onRequest(0x0F, PacketReply::normal());
+    module().onRequest(0x0F, PacketReply::refusal());
+    EXPECT_EQ(link->writeData(text.data(), 300), 0);
+    EXPECT_EQ(take("packet"), "0F 03, 128 bytes, 0F 03, 128 bytes") << "none after the refused one";
+    EXPECT_TRUE(driver().sendSPPData(2, nullptr, 0));
+    EXPECT_FALSE(driver().sendSPPData(2, nullptr, 1));
+
+    link.reset();
+    EXPECT_EQ(take("packet"), "22 00 00 00 00, 29 00 00, 0D 03");
+    EXPECT_TRUE(soon([&] { return mayBeSuspended(); })) << "though the link's end is told too late";
+}
+
+TEST_F(LMXBluetoothModuleTest, TheChipSleepsWithTheTerminalAndWakesAsItWas) {
+    start();
+    EXPECT_TRUE(driver().powerStateChange(POWER_ON, POWER_SUSPEND));
+    EXPECT_TRUE(driver().powerStateChange(POWER_SUSPEND, POWER_ALARM_WAKE));
+    EXPECT_FALSE(module().isEnabled());
+    EXPECT_TRUE(driver().powerStateChange(POWER_ALARM_WAKE, POWER_ON));
+    EXPECT_TRUE(driver().powerStateChange(POWER_ON, POWER_DARK));
+    EXPECT_TRUE(driver().setEnabled(false));
+    EXPECT_TRUE(mayBeSuspended());
+    EXPECT_EQ(take("packet"), "06 00 00, disabled, 06 01 01, enabled, 06 00 00, disabled, "
+                              "06 00 00, disabled, 06 00 00, disabled");
+}
+
+TEST_F(LMXBluetoothModuleTest, ADeviceCallsAnOpenPortAndCanCallAgain) {
+    start();
+    Connection link = listenOn(1);
+    string record(328, 'r');
+    EXPECT_FALSE(driver().addSDPRecord(0, record.data(), 329)) << "too long for a packet";
+    EXPECT_FALSE(driver().addSDPRecord(7, record.data(), 4));
+    EXPECT_TRUE(driver().addSDPRecord(3, record.data(), 328));
+    takeLines();
+    EXPECT_TRUE(driver().addSDPRecord(0, record.data(), 2));
+    EXPECT_FALSE(air().ring(Phone, 1)) << "the port is closed";
+    EXPECT_TRUE(link->listen());
+    EXPECT_EQ(take("packet"), "31 00 22 44 02 00 72 72, 29 01 01, 22 01 00 00 00");
+    EXPECT_EQ(module().services(1), std::vector<string>{"rr"});
+
+    for (const char* greeting : {"first", "second"}) {
+        EXPECT_TRUE(air().ring(Phone, 1));
+        EXPECT_TRUE(soon([&] { return link->isConnected(); }));
+        EXPECT_TRUE(air().sendFrom(Phone, greeting));
+        EXPECT_EQ(receive(*link, 5), greeting);
+        EXPECT_TRUE(air().drop(Phone));
+        EXPECT_TRUE(soon([&] { return !link->isConnected(); }));
+    }
+    EXPECT_TRUE(soon([&] { return mayBeSuspended(); }));
+    EXPECT_TRUE(driver().listenSPP(7));
+    EXPECT_FALSE(driver().disconnectSPP(-1));
+}
+
+TEST_F(LMXBluetoothModuleTest, PinsAreTheConnectionsOwnOrThatForCallers) {
+    start();
+    sim::BluetoothAir::Remote phone;
+    phone.address = Phone;
+    phone.pin = "0000111122223333";
+    air().present(phone);
+    Connection incoming = listenOn(1);
+    EXPECT_TRUE(incoming->listen());
+    takeLines();
+    EXPECT_TRUE(air().ring(Phone, 1));
+    settle();
+    EXPECT_TRUE(air().drop(Phone)) << "nothing is answered without a PIN";
+    EXPECT_TRUE(driver().setIncomingPin("0000111122223333"));
+    EXPECT_TRUE(air().ring(Phone, 1));
+    EXPECT_TRUE(soon([&] { return incoming->isConnected(); }));
+    EXPECT_EQ(take("packet"),
+              "75 00 1A 7D DA 71 13 10 30 30 30 30 31 31 31 31 32 32 32 32 33 33 33 33");
+    EXPECT_TRUE(air().drop(Phone));
+
+    for (const string pin : {"4321", "", "0000111122223333"}) {
+        const Connection own = call(pin.c_str());
+        EXPECT_EQ(own->connect(), pin == phone.pin) << "answered with " << pin;
+    }
+}
+
+TEST_F(LMXBluetoothModuleTest, OnlyReportsThatAreWholeAndConcernAConnectionCount) {
+    start();
+    Connection two = call(), first = listenOn(1), last = listenOn(7);
+    const string address = "\x00\x1A\x7D\xDA\x71\x13"s;
+    const auto state = [&](BluetoothSPPConnection& link) { return link.isConnected(); };
+    const struct {
+        int opcode;
+        string payload;
+    } Ignored[] = {{0x0B, "\0"s + address + "\x03"},
+                   {0x0B, "\0"s + address + "\x03\0\0"s},
+                   {0x0B, "\0"s + address + "\x07\0"s},
+                   {0x0B, "\0"s + address + "\0\0"s},
+                   {0x0B, "\0"s + address + "\x04\0"s},
+                   {0x0B, "\x01" + address + "\x03\0"s},
+                   {0x0C, address},
+                   {0x0C, address + "\x07"},
+                   {0x0C, address + "\xFF"},
+                   {0x0C, address + "\x01\0"s},
+                   {0x0F, address + "\x01"},
+                   {0x10, "\x03\0\0"s},
+                   {0x10, "\x04\x01\0x"s},
+                   {0x10, ""},
+                   {0x0E, "\0"s},
+                   {0x75, address + "\0"s}};
+    for (const auto& [opcode, payload] : Ignored)
+        module().sendPacket('i', static_cast<uint8_t>(opcode), payload);
+    module().sendPacket('?', 0x0C, address + "\x01");
+    module().sendPacket('C', 0x0C, address + "\x01");
+    settle();
+    EXPECT_FALSE(state(*two) || state(*first) || state(*last));
+    EXPECT_EQ(two->getFifoCnt(), 0);
+    EXPECT_TRUE(mayBeSuspended());
+
+    module().sendPacket('i', 0x0B, "\0"s + address + "\x03\0"s);
+    module().sendPacket('i', 0x0C, address + "\x01");
+    module().sendPacket('i', 0x10, "\x03\xFF\xFFx"s);
+    module().sendPacket('i', 0x0E, "\0\x03\0"s);
+    settle();
+    EXPECT_TRUE(state(*two) && state(*first));
+    EXPECT_EQ(receive(*two, 1), "x");
+    module().sendPacket('i', 0x0E, "\x05\x03"s);
+    module().sendPacket('i', 0x0B, "\x01" + address + "\x01\0"s);
+    settle();
+    EXPECT_FALSE(state(*two) || state(*first));
+    EXPECT_TRUE(mayBeSuspended());
+}
+
+TEST_F(LMXBluetoothModuleTest, OnlyAConfirmationInTimeOfTheRightKindCounts) {
+    start();
+    const struct {
+        const char* what;
+        PacketReply reply;
+        bool result, isAwaited;
+    } Cases[] = {
+        {"twice", PacketReply::normal().twice(), true, false},
+        {"refused", PacketReply::refusal(), false, false},
+        {"empty", PacketReply::normal().shortened(0), false, false},
+        {"silent", PacketReply::unconfirmed(), false, true},
+        {"garbled", PacketReply::normal().garbled(), false, true},
+        {"for another", PacketReply::normal().confirming(0x0F), false, true},
+        {"slow", PacketReply::normal().after(20ms), true, false},
+    };
+    for (const auto& [what, reply, result, isAwaited] : Cases) {
+        module().onRequest(0x06, reply);
+        const auto begin = terminal.clock().monotonic();
+        EXPECT_EQ(driver().setEnabled(true), result) << what;
+        const auto limit = isAwaited ? 100ms : 0ms;
+        EXPECT_GE(terminal.clock().monotonic() - begin, limit) << what;
+        EXPECT_TRUE(driver().addSDPRecord(0, nullptr, 0)) << "after " << what;
+    }
+    module().onRequest(0x06, PacketReply::normal().after(150ms));
+    module().onRequest(0x06, PacketReply::unconfirmed());
+    EXPECT_FALSE(driver().setEnabled(true)) << "late";
+    EXPECT_TRUE(driver().setEnabled(true)) << "the late one cannot be told from its own";
+    module().loseBytes(3);
+    EXPECT_FALSE(driver().setEnabled(true));
+    settle();
+    module().onRequest(0x06, PacketReply::normal().cut(7));
+    EXPECT_FALSE(driver().setEnabled(true));
+    EXPECT_FALSE(driver().setEnabled(true)) << "eaten by the packet that has not ended";
+    module().sendPacket('C', 0x77, string(333, '\0'));
+    settle();
+    sim::Console console(terminal);
+    EXPECT_EQ(console.execute("packet refuse 6") + console.execute("packet silent"), "");
+    EXPECT_FALSE(driver().setEnabled(true));
+    console.execute("packet normal");
+    EXPECT_FALSE(driver().setEnabled(true));
+    EXPECT_TRUE(driver().setEnabled(true));
+}
+
+TEST_F(LMXBluetoothModuleTest, ACallEndsInTimeWhateverTheModuleAndTheDeviceDo) {
+    start();
+    hurry();
+    Connection link = call();
+    module().onRequest(0x0A, PacketReply::unconfirmed());
+    air().takeAway(Phone);
+    EXPECT_FALSE(link->connect());
+    EXPECT_EQ(take("packet"), "22 04 00 00 00, 0A 03 00 1A 7D DA 71 13 03, 22 00 00 00 00");
+    link = call();
+    EXPECT_FALSE(link->connect()) << "no answer";
+    EXPECT_EQ(driver().connectSPP(2, nullptr, 3) || driver().connectSPP(7, nullptr, 3), false);
+}
+
+TEST_F(LMXBluetoothModuleTest, TheRegistryIsLeftAloneByACallAndByWhoeverHoldsIt) {
+    Driver driver;
+    terminal.clock().setSpeed(Slow);
+    ASSERT_TRUE(driver.initModule());
+    unsigned char address[] = {0x00, 0x1A, 0x7D, 0xDA, 0x71, 0x13};
+    driver.registryLock.lock();
+    EXPECT_TRUE(driver.connectSPP(2, address, 3)) << "held by the caller";
+    const bool another = test::inBackground([&] { return driver.connectSPP(3, address, 3); }).get();
+    EXPECT_TRUE(another) << "held by another thread";
+    driver.registryLock.unlock();
+    hurry();
+}
+
+TEST_F(LMXBluetoothModuleTest, AHundredKilobytesCrossUnharmedBothWays) {
+    start();
+    Connection link = call();
+    ASSERT_TRUE(link->connect());
+    string sent, back;
+    for (unsigned i = 0; sent.size() < 100'000; ++i) {
+        string part;
+        for (unsigned j = 0; j < 1 + i * 37 % 1023; ++j)
+            part += static_cast<char>(i * 31 + j * 7 + (j >> 8));
+        ASSERT_EQ(link->writeData(part.data(), unsigned(part.size())), int(part.size()));
+        back += receive(*link, part.size());
+        sent += part;
+    }
+    EXPECT_TRUE(back == sent);
+    EXPECT_EQ(link->getFifoCnt(), 0);
+}
+
+TEST_F(LMXBluetoothModuleTest, ShuttingDownWaitsForTheLastConnectionAndEndsAnything) {
+    start();
+    Connection link = call();
+    hurry();
+    EXPECT_FALSE(driver().shutdown());
+    EXPECT_TRUE(link->connect()) << "the thread runs on";
+    link.reset();
+    module().transmit("\x02i\x10\xFF");  // a packet that is never completed
+    EXPECT_TRUE(driver().shutdown());
+    EXPECT_TRUE(driver().shutdown());
+    EXPECT_FALSE(driver().setEnabled(true));
+    EXPECT_TRUE(LMXBluetoothModule::initialize()) << "the module is still the current one";
+    EXPECT_TRUE(driver().initModule());
+    module().line().hangUp();
+    const int before = terminal.faults().calls();
+    EXPECT_FALSE(driver().setEnabled(true));
+    std::this_thread::sleep_for(100ms);
+    EXPECT_LT(terminal.faults().calls() - before, 1000) << "a dead line is not read without pause";
+}
+
+TEST_F(LMXBluetoothModuleTest, ConnectionsAndDriverGoAtAnyMomentOfADelivery) {
+    for (int round = 0; round < 10; ++round) {
+        start();
+        Connection link = listenOn(1);
+        EXPECT_TRUE(link->listen() && air().ring(Phone, 1));
+        auto flood = test::inBackground([&] {
+            for (int i = 0; i < 300; ++i)
+                air().sendFrom(Phone, string(100, 'f'));
+        });
+        EXPECT_EQ(receive(*link, 100 + 50U * unsigned(round)).front(), 'f');
+        if (round % 2)
+            link.reset();
+        air().drop(Phone);
+        link.reset();
+        flood.get();
+        hurry();
+        delete BluetoothModule::pModule;
+    }
+}
+
+}  // namespace
