@@ -320,7 +320,7 @@ std::string PacketBluetoothModule::enableChip(const std::string& payload) {
     enabled = payload[0] != 0;
     journal.note("packet", enabled ? "enabled" : "disabled");
     for (int port = 1; port <= Ports && !enabled; ++port) {
-        if (air.close(links.at(port).number))
+        if (air.close(linkOn(port).number))
             tellDown(port);
         else
             forget(port);
@@ -330,11 +330,11 @@ std::string PacketBluetoothModule::enableChip(const std::string& payload) {
 
 std::string PacketBluetoothModule::callDevice(const std::string& payload) {
     const uint8_t port = byteAt(payload, 0);
-    if (isPort(port) && links.at(port).state == Link::Ending)
+    if (isPort(port) && linkOn(port).state == Link::Ending)
         tellDown(port);
-    const bool isPossible = enabled && isPort(port) && links.at(port).state == Link::None;
+    const bool isPossible = enabled && isPort(port) && linkOn(port).state == Link::None;
     if (isPossible) {
-        Link& link = links.at(port);
+        Link& link = linkOn(port);
         link = {Link::Calling, 0, addressIn(payload, 1), byteAt(payload, 7), link.attempt + 1};
         later(LinkTime, port, &PacketBluetoothModule::reachDevice);
     }
@@ -344,9 +344,9 @@ std::string PacketBluetoothModule::callDevice(const std::string& payload) {
 std::string PacketBluetoothModule::endLink(const std::string& payload) {
     const uint8_t port = byteAt(payload, 0);
     const bool isKnown =
-        isPort(port) && links.at(port).state != Link::None && links.at(port).state != Link::Ending;
+        isPort(port) && linkOn(port).state != Link::None && linkOn(port).state != Link::Ending;
     if (isKnown) {
-        Link& link = links.at(port);
+        Link& link = linkOn(port);
         air.close(link.number);
         forget(port);
         link.state = Link::Ending;
@@ -359,8 +359,8 @@ std::string PacketBluetoothModule::sendData(const std::string& payload) {
     const uint8_t port = byteAt(payload, 0);
     const size_t size = byteAt(payload, 1) | static_cast<size_t>(byteAt(payload, 2)) << 8;
     const bool isGood = isPort(port) && size == payload.size() - lmx::DataHeaderSize &&
-                        links.at(port).state == Link::Up &&
-                        air.send(links.at(port).number, payload.substr(lmx::DataHeaderSize));
+                        linkOn(port).state == Link::Up &&
+                        air.send(linkOn(port).number, payload.substr(lmx::DataHeaderSize));
     return statusOf(isGood) + payload[0];
 }
 
@@ -396,7 +396,7 @@ std::string PacketBluetoothModule::takePin(const std::string& payload) {
     if (pin.size() != byteAt(payload, lmx::AddressSize))
         return statusOf(false);
     for (int port = 1; port <= Ports; ++port) {
-        Link& link = links.at(port);
+        Link& link = linkOn(port);
         if (link.address != address)
             continue;
         if (link.state == Link::PinForCall) {
@@ -422,16 +422,16 @@ std::string PacketBluetoothModule::setUp(const std::string&) { return statusOf(t
 /// Unless the attempt on the port is over by then.
 void PacketBluetoothModule::later(Nanoseconds delay, int port,
                                   void (PacketBluetoothModule::*action)(int port)) {
-    const unsigned attempt = links.at(port).attempt;
+    const unsigned attempt = linkOn(port).attempt;
     serialLine.at(Clock::get().monotonic() + delay, [this, port, attempt, action] {
         const Lock held(mutex);
-        if (links.at(port).attempt == attempt)
+        if (linkOn(port).attempt == attempt)
             (this->*action)(port);
     });
 }
 
 void PacketBluetoothModule::reachDevice(int port) {
-    const auto remote = air.find(links.at(port).address);
+    const auto remote = air.find(linkOn(port).address);
     const bool hasPin = remote && remote->mood == BluetoothAir::Remote::Normal &&
                         !remote->pin.empty() && remote->link == 0;
     if (hasPin)
@@ -441,7 +441,7 @@ void PacketBluetoothModule::reachDevice(int port) {
 }
 
 void PacketBluetoothModule::connectWith(int port, const std::string& pin) {
-    Link& link = links.at(port);
+    Link& link = linkOn(port);
     switch (air.call(*this, link.address, pin, link.number)) {
     case BluetoothAir::Outcome::Connected: finishCall(port, lmx::Success); break;
     case BluetoothAir::Outcome::WrongPin: finishCall(port, PinWrong); break;
@@ -455,7 +455,7 @@ void PacketBluetoothModule::connectWith(int port, const std::string& pin) {
 
 /// The other side, or the host's PIN, has not come.
 void PacketBluetoothModule::giveUp(int port) {
-    Link& link = links.at(port);
+    Link& link = linkOn(port);
     switch (link.state) {
     case Link::Calling: finishCall(port, CallTimedOut); break;
     case Link::PinForCall: finishCall(port, PinWrong); break;
@@ -471,12 +471,12 @@ void PacketBluetoothModule::giveUp(int port) {
 }
 
 void PacketBluetoothModule::forget(int port) {
-    Link& link = links.at(port);
+    Link& link = linkOn(port);
     link = {Link::None, 0, {}, 0, link.attempt + 1};
 }
 
 void PacketBluetoothModule::finishCall(int port, uint8_t status) {
-    Link& link = links.at(port);
+    Link& link = linkOn(port);
     ++link.attempt;
     link.state = status == lmx::Success ? Link::Up : Link::None;
     sendPacket(lmx::Indication, lmx::Connected,
@@ -489,9 +489,9 @@ void PacketBluetoothModule::finishCall(int port, uint8_t status) {
 bool PacketBluetoothModule::linkOffered(int number, const BluetoothAir::Remote& caller, int port) {
     const Lock held(mutex);
     const bool isOpen = port >= 1 && port <= Ports && (ports >> (port - 1) & 1);
-    if (isSilent || !enabled || !isOpen || links.at(port).state != Link::None)
+    if (isSilent || !enabled || !isOpen || linkOn(port).state != Link::None)
         return false;
-    Link& link = links.at(port);
+    Link& link = linkOn(port);
     link = {Link::PinForCaller, number, caller.address, 0, link.attempt + 1};
     if (caller.pin.empty())
         called(port);
@@ -501,14 +501,14 @@ bool PacketBluetoothModule::linkOffered(int number, const BluetoothAir::Remote& 
 }
 
 void PacketBluetoothModule::askPin(int port, Link::State state) {
-    Link& link = links.at(port);
+    Link& link = linkOn(port);
     link.state = state;
     sendPacket(lmx::Indication, lmx::PinRequested, binaryAddress(link.address));
     later(PinTime, port, &PacketBluetoothModule::giveUp);
 }
 
 void PacketBluetoothModule::called(int port) {
-    Link& link = links.at(port);
+    Link& link = linkOn(port);
     link.state = Link::Up;
     ++link.attempt;
     sendPacket(lmx::Indication, lmx::Called,
@@ -542,9 +542,9 @@ void PacketBluetoothModule::tellDown(int port) {
 }
 
 /// The port that has the link; 0: none has.
-int PacketBluetoothModule::portOf(int number) const {
+int PacketBluetoothModule::portOf(int number) {
     for (int port = 1; port <= Ports; ++port) {
-        if (number != 0 && links.at(port).number == number)
+        if (number != 0 && linkOn(port).number == number)
             return port;
     }
     return 0;

@@ -140,7 +140,8 @@ private:
     void tellDown(int port);
     void finishCall(int port, uint8_t status);
     void askPin(int port, Link::State state);
-    int portOf(int link) const;
+    int portOf(int link);
+    Link& linkOn(int port) { return links.at(static_cast<size_t>(port)); }
 
     Journal& journal;
     SerialLine& serialLine;
