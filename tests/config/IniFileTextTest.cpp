@@ -54,31 +54,24 @@ TEST_F(IniFileTextTest, TheFirstSpecialCharacterOfALineDecidesAndNothingIsTrimme
     } cases[] = {
         {"# note\r\n[S]\r\nk=v;c\n", "<; note><[S><k|v;c>", true},
         {"a;b=c", "<;b=c>", false},
-        {"a#[b]=c;\n;\n#", "<;[b]=c;><;><;>", false},
         {"\n\r\n\r\n\nnothing special\n", "", false},
         {"name = value \n", "<[><name | value >", true},
-        {"=\n==\n", "<[><|=>", true},
         {"x=1\nX=2\nx =3\n", "<[><x|2><x |3>", true},
         {"before[ A ]after]\t\nx=[b];#=", "<[ A ]after><x|[b];#=>", true},
-        {"[]\n[\n]\n][\n[A\n", "<[>", true},
         {"[a;b=c#]\nx=1", "<[a;b=c#><x|1>", true},
         {"[A]\n;one\nx=1\n# two\n[B]\n;three\n", "<[A><;one><; two><x|1><[B><;three>", true},
         {"[A]\nx=1\n[b]\n[a]\n;c\nx=2\ny=3\n", "<[A><;c><x|2><y|3><[b><[a>", true},
-        {"x=0\n[A]\nx=1\n[]\nx=2\n", "<[><x|2><[A><x|1><[>", true},
         // line ends
         {"x=1\r\r\ny=2\r", "<[><x|1\r><y|2>", true},
         {"x=1\ry=2\r[A]\r", "<[><x|1\ry=2\r[A]>", true},
         // refused at the first character that does not print; what comes before stays
         {"\xEF\xBB\xBF[A]\n", "", false},
         {"[A]\nx=1\n\ty=2\nz=3\n", "<[A><x|1>", false},
-        {"[A]\n\r\r\n", "<[A>", false},
         // NUL is a character as any other
         {"[A\0B]\nx\0=\0y;\n"s, "<[A\0B><x\0|\0y;>"s, true},
-        {"[A]\n\0x=1\n"s, "<[A>", false},
         // longer lines are several
         {"x=" + v254 + "w=z\r\n", "<[><x|" + v254.substr(1) + "><vw|z>", true},
         {"x=" + v254.substr(1) + "\r\ny=1", "<[><x|" + v254.substr(1) + "><y|1>", true},
-        {"x=" + v254.substr(2) + "\r\ny=1", "<[><x|" + v254.substr(2) + "><y|1>", true},
         {";" + v254 + "[B]\n", "<;" + v254 + "><[B>", true},
         {"[" + v254 + "]\n", "", false},
         {"x=" + v254.substr(1) + "\x7F\n", "<[><x|" + v254.substr(1) + ">", false},
@@ -99,39 +92,22 @@ TEST_F(IniFileTextTest, TheFirstSpecialCharacterOfALineDecidesAndNothingIsTrimme
     EXPECT_EQ(Media::mountTable[0].readers + Media::mountTable[0].writers, 0);
 }
 
-TEST_F(IniFileTextTest, AFileIsAddedToWhatIsThere) {
+TEST_F(IniFileTextTest, AFileIsAddedToWhatIsThereAndTheTextWrittenIsExact) {
     EXPECT_TRUE(read("[A]\nx=1\n"));
     EXPECT_TRUE(read("; for a key that is not there\ny=2\n[a]\nx=3\n;c\n[B]\n"));
     EXPECT_EQ(contents(ini), "<[A><;c><x|3><[><y|2><[a><[B>");
-    EXPECT_TRUE(read("; for the key without a name\nempty"));
-    EXPECT_EQ(ini.GetKeyComment("", 0), " for the key without a name");
-}
-
-TEST_F(IniFileTextTest, TheTextWrittenIsExact) {
     ini.AddHeaderComment("h");
-    ini.SetValue("K", "x", "1", true);
-    ini.AddKeyComment("K", " c");
-    ini.SetValue("a=b", " n ", "v=;", true);
-    ini.AddKeyName("");
     EXPECT_TRUE(ini.WriteFile());
-    EXPECT_EQ(written(), ";h\r\n\r\n[K]\r\n; c\r\nx=1\r\n\r\n[a=b]\r\n n =v=;\r\n\r\n[]\r\n\r\n");
-    ini.Reset();
-    EXPECT_TRUE(ini.WriteFile());
-    EXPECT_EQ(written(), "");
-    ini.SetValue("K", "a=b", "c", true);
-    EXPECT_TRUE(ini.WriteFile());
-    ini.Reset();
-    EXPECT_TRUE(ini.ReadFile());
-    EXPECT_EQ(contents(ini), "<[K><a|b=c>");
+    EXPECT_EQ(written(),
+              ";h\r\n\r\n[A]\r\n;c\r\nx=3\r\n\r\n[]\r\ny=2\r\n\r\n[a]\r\n\r\n[B]\r\n\r\n");
 }
 
 TEST_F(IniFileTextTest, AFileThatCannotBeUsedGivesFalseAndKeepsTheModel) {
     const long descriptors = test::openDescriptors();
     ini.SetValue("K", "x", "1", true);
-    for (const char* path : {"/mnt/mmc/missing/settings.ini", "", "/proc/self"}) {
+    for (const char* path : {"/mnt/mmc/missing/settings.ini", "/proc/self"}) {
         ini.SetPath(path);
-        EXPECT_FALSE(ini.WriteFile()) << path;
-        EXPECT_FALSE(ini.ReadFile()) << path << ": a folder opens, and cannot be read";
+        EXPECT_FALSE(ini.WriteFile() || ini.ReadFile()) << path;
         EXPECT_EQ(contents(ini), "<[K><x|1>") << path;
     }
     ini.SetPath("/dev/full");

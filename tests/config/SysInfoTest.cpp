@@ -3,7 +3,6 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <future>
 #include <memory>
 #include <string>
 #include <vector>
@@ -49,22 +48,13 @@ TEST_F(BootEnvironmentTest, AnEntryIsFoundByItsWholeNameAndCopiedAsFarAsItFits) 
         string expected;
     } cases[] = {
         {"serial=123\0"s, "serial", 5, "123\0\0"s},
-        {"serial=123\0"s, "serial", 2, "12"},
-        {"serial=123\0"s, "serial", 0, ""},
-        {"serial=\0x=1\0"s, "serial", 2, "\0\0"s},
         {"serialx=1\0serial=2\0"s, "serial", 1, "2"},
         {"seria=1\0Serial=2\0 serial=3\0"s, "serial", 1, "-"},
         {"serial\0serial=1=2\0"s, "serial", 4, "1=2\0"s},
-        {"a=1\0a=2\0"s, "a", 1, "1"},
-        {"=v\0"s, "", 1, "v"},
-        {"a=b=c\0"s, "a=b", 1, "-"},
         {"a=1\0\0b=2\0"s, "b", 1, "-"},
         {"a=" + x300 + "\0b=2\0"s, "a", 255, string(253, 'x') + "\0\0"s},
-        {"a=" + x300 + "\0b=2\0"s, "b", 1, "2"},
         {x300 + "=1\0b=2\0"s, x300.c_str(), 1, "-"},
-        {string(1020, 'x') + "\0b="s, "b", 2, "\0\0"s},
         {string(1018, 'x') + "\0b=123"s, "b", 4, "123\0"s},
-        {string(1022, 'x') + "\0b=1"s, "b", 1, "-"},
         {"b=" + x300 + x300 + x300 + x300, "b", 254, string(253, 'x') + "\0"s},
     };
     for (const auto& one : cases) {
@@ -77,22 +67,12 @@ TEST_F(BootEnvironmentTest, AnEntryIsFoundByItsWholeNameAndCopiedAsFarAsItFits) 
 }
 
 TEST_F(BootEnvironmentTest, AnEnvironmentThatCannotBeReadWholeHasNoEntries) {
-    const long descriptors = test::openDescriptors();
-    for (const size_t size : {0U, 3U, 4U, 20U, 1027U}) {
+    for (const size_t size : {0U, 3U, 20U, 1027U, 1028U}) {
         setFlash("a=1", size);
-        EXPECT_EQ(value("a", 1), "-") << size;
+        EXPECT_EQ(value("a", 1), size == 1028 ? "1" : "-") << size;
     }
-    setFlash("a=1", 1028);
-    EXPECT_EQ(value("a", 1), "1");
-    char left = '?';
-    EXPECT_TRUE(SysInfo::getUbootEnv("a", &left, -1));
-    EXPECT_FALSE(SysInfo::getUbootEnv("b", &left, 1));
-    EXPECT_FALSE(SysInfo::getUbootEnv(nullptr, &left, 1));
-    EXPECT_FALSE(SysInfo::getUbootEnv("a", nullptr, 1));
-    EXPECT_EQ(left, '?');
     terminal.files().remove(Flash);
     EXPECT_EQ(value("a", 1), "-");
-    EXPECT_EQ(test::openDescriptors(), descriptors);
 }
 
 /// Every answer, an item in brackets each; asked twice, since answers are kept.
@@ -127,25 +107,16 @@ TEST(SysInfoTest, AnswersComeFromTheEnvironmentTheEepromAndTheReleaseFile) {
          "<S1><C><1><1268649600><BR><X9-1BR><1.2.3>"},
         {usual, "\1"s + string(20, '\0'), "\n", "<S1><C><1><1268649600><><X9-1000><\n>"},
         {{}, "", "", "<><><1><0>null<-1000><>"},
-        {{"model=X9", "cmtype=2"}, "", "a\r\n", "<><><2><0>null<X9-2000><a>"},
         {{"serial=" + c40, "model=" + c40, "cmtype=7x", "mfdate=99999999999"},
          "",
          c40,
          "<" + c40.substr(0, 31) + "><><7><4294967295>null<" + c40.substr(0, 31) + "><" +
              c40.substr(0, 31) + ">"},
-        {{"model=0123456789012345678901234567", "cmtype=x", "mfdate=x"},
-         "\1" + c40,
-         "\r\r\n",
-         "<><><0><0><01234567890123456789><0123456789012345678901234567-00><\r>"},
         {{"cmtype=" + c40, "mfdate=0"},
          "\1",
          "1",
          "<><><2147483647><0>null<-2147483647000><1>"
          " then <><><2147483647><0><><-2147483647000><1>"},
-        {{"model=M", "cmtype=-3"},
-         "\1ab",
-         "",
-         "<><><-3><0>null<M--3ab><> then <><><-3><0><ab><M--3ab><>"},
         {{"model=M"}, "\2" + c40, "", "<><><1><0>null<M-1000><> then <><><1><0><><M-1000><>"},
     };
     for (const auto& one : cases) {
@@ -158,56 +129,6 @@ TEST(SysInfoTest, AnswersComeFromTheEnvironmentTheEepromAndTheReleaseFile) {
                   }),
                   one.expected);
     }
-}
-
-TEST(SysInfoTest, WhatIsMissingIsLookedUpAgainAndWhatIsFoundIsKept) {
-    EXPECT_EQ(test::inFreshProcess([] {
-                  sim::Terminal terminal;
-                  for (const char* path : {Flash, Eeprom, Release})
-                      terminal.files().remove(path);
-                  const long descriptors = test::openDescriptors();
-                  const auto all = [&] {
-                      const char* scanners = SysInfo::getScannerInformation();
-                      return SysInfo::getSerialNumber() + string(SysInfo::getFirmwareVersion()) +
-                             (scanners ? scanners : "none") +
-                             std::to_string(test::openDescriptors() - descriptors) + " ";
-                  };
-                  const string missing = all();
-                  terminal.identity().setEnvironment({"serial=1"});
-                  terminal.identity().setScanners("12");
-                  terminal.identity().setRelease("2.0");
-                  const string found = all();
-                  for (const char* path : {Flash, Eeprom, Release})
-                      terminal.files().remove(path);
-                  return missing + found + all();
-              }),
-              "none0 12.0120 12.0120 ");
-}
-
-TEST(SysInfoTest, AnEepromOfAnotherKindStaysOpen) {
-    const auto leftOpen = [](const string& eeprom) {
-        return test::inFreshProcess([&] {
-            sim::Terminal terminal;
-            terminal.files().write(Eeprom, eeprom);
-            const long descriptors = test::openDescriptors();
-            for (int call = 0; call < 3; ++call)
-                SysInfo::getScannerInformation();
-            return std::to_string(test::openDescriptors() - descriptors);
-        });
-    };
-    EXPECT_EQ(leftOpen("\2"), "1") << "asked once, then known";
-    EXPECT_EQ(leftOpen(""), "3") << "at every call";
-    EXPECT_EQ(leftOpen("\1short"), "0");
-}
-
-TEST(SysInfoTest, FirstCallsAtOnceGiveTheSameAnswers) {
-    EXPECT_EQ(test::inFreshProcess([] {
-                  const sim::Terminal terminal;
-                  auto other = std::async(std::launch::async, answers);
-                  const string heard = answers();
-                  return heard + (other.get() == heard ? "" : " differ");
-              }),
-              "<HT100042><C2><1><1268649600><12><HT-112><1.4.2>");
 }
 
 }  // namespace

@@ -67,18 +67,4 @@ TEST(BoardProtocolTest, RecordsAreLaidOutAsInA32BitKernel) {
     EXPECT_EQ(sizeof(board::ClockInterrupt), 4U);
 }
 
-TEST(BoardProtocolTest, PathsAreTheDriversOwn) {
-    EXPECT_STREQ(board::PowerControlPath, "/dev/pwrctrl");
-    EXPECT_STREQ(board::DisplayPath, "/dev/oled");
-    EXPECT_STREQ(board::ClockPath, "/dev/rtc");
-    EXPECT_STREQ(board::InputPathFormat, "/dev/input/event%d");
-    EXPECT_STREQ(board::UsbSupplyPath, "/sys/power/usb_vbus");
-    EXPECT_STREQ(board::AmbientLightPath,
-                 "/sys/devices/platform/i2c-gpio/i2c-0/0-0044/illum1_input");
-    EXPECT_STREQ(board::TemperaturePath, "/sys/devices/platform/i2c-gpio/i2c-0/0-0048/temp1_input");
-    EXPECT_STREQ(board::BatteryVoltagePath, "/sys/devices/platform/atmel_spi.1/spi1.3/in_input0");
-    EXPECT_STREQ(board::SuspendPath, "/sys/power/state");
-    EXPECT_STREQ(board::SuspendToRam, "mem\n");
-}
-
 }  // namespace
