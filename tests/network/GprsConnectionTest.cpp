@@ -5,10 +5,9 @@
 
 #include <cerrno>
 #include <functional>
+#include <map>
 #include <memory>
 #include <string>
-#include <utility>
-#include <vector>
 
 #include "network/NetworkWindow.h"
 #include "support/Resources.h"
@@ -33,9 +32,9 @@ const string Sim = Mux + "event 1 Initializing SIM card, ";
 const string Gprs = Sim + "event 1 Initializing GPRS settings, ";
 const string Network = Gprs + "event 1 Seeking for network";
 
-/// Exchanges with the module run a little faster only, so that a busy machine keeps their limits;
-/// waits of the system itself faster.
-constexpr double Exchanging = 3;
+/// Exchanges with the module take their own time, so that a busy machine keeps their limits; waits
+/// of the system itself pass faster.
+constexpr double Exchanging = 1;
 constexpr double Waiting = 10;
 
 class GprsConnectionTest : public test::PoweredTest {
@@ -71,10 +70,6 @@ protected:
                     : testing::AssertionFailure() << "no \"" << text << "\" in " << story();
     }
 
-    bool registers() {
-        return soon([&] { return radio().registration() == 1; });
-    }
-
     std::unique_ptr<GprsConnection> link;
     test::NetworkWindow networkWindow{terminal.journal()};
 };
@@ -87,7 +82,7 @@ TEST_F(GprsConnectionTest, ALinkComesUpIsRepairedSleepsAndIsShutDown) {
     EXPECT_TRUE(radio().isMultiplexing());
     EXPECT_EQ(radio().line().settings(), "115200 8N1 rtscts");
     EXPECT_EQ(radio().simCard().state, RadioSim::Ready);
-    ASSERT_TRUE(registers());
+    ASSERT_TRUE(soon([&] { return radio().registration() == 1; }));
 
     clear();
     ASSERT_TRUE(link->connect());
@@ -151,14 +146,10 @@ TEST_F(GprsConnectionTest, EveryStepOfTheBringUpFailsWithItsOwnText) {
     } cases[] = {
         {Waiting, [&] { radio().answerPulse(0); },
          PoweredUp + "event 2 GSM module or power problem", false, false},
-        {Waiting, [&] { terminal.setPresent(LinePath, false); },
-         PoweredUp + "event 2 GSM communication error", true, false},
         {Waiting, [&] { radio().setSilent(true); },
          Initialized + "event 2 GSM module initialization failed", true, false},
         {Exchanging, [&] { terminal.faults().fail("open", LinePath, EIO, 1); },
          Mux + "event 2 GSM CMUX initialization error", true, false},
-        {Exchanging, [&] { terminal.faults().fail("open", "/dev/ttyp0", EIO); },
-         Mux + "event 2 GSM communication error", true, true},
         {Exchanging, [&] { radio().setSim(RadioSim::PukNeeded); },
          Sim + "event 2 SIM card not present or broken", true, true},
         {Exchanging, [&] { radio().onCommand("AT+CGDCONT*", Reply::error()); },
@@ -195,58 +186,27 @@ TEST_F(GprsConnectionTest, EveryStepOfTheBringUpFailsWithItsOwnText) {
 TEST_F(GprsConnectionTest, InformationFollowsTheModuleAndAFailedSessionIsTriedAgain) {
     make("1234", "name");
     ASSERT_TRUE(link->initialize());
-    ASSERT_TRUE(registers());
+    ASSERT_TRUE(soon([&] { return radio().registration() == 1; }));
     GENERIC_NETWORK_INFO info;
-    for (const auto& [dBm, percent] : std::vector<std::pair<int, int>>{
-             {-114, 0}, {-113, 0}, {-112, 1}, {-51, 100}, {-20, 100}}) {
+    for (const auto& [dBm, percent] :
+         std::map<int, int>{{-114, 0}, {-113, 0}, {-112, 1}, {-51, 100}, {-20, 100}}) {
         radio().setSignal(dBm);
         ASSERT_TRUE(link->getNetworkInfo(info));
         EXPECT_EQ(info.signalQuality, percent) << dBm;
     }
-    EXPECT_EQ(info.connected, 1);
-    EXPECT_EQ(info.networkName, "Sim Net");
-    EXPECT_EQ(info.channel, 736);
-    EXPECT_EQ(info.ipAddress, "") << "no session yet";
+    EXPECT_EQ(info.networkName + " " + std::to_string(info.channel), "Sim Net 736");
 
     clear();
     radio().failNext("AT+CGATT=1");
     EXPECT_FALSE(link->netConnect());
     EXPECT_EQ(story(), "event 1 Initializing PPP session, event 2 GPRS attach procedure failed");
-    clear();
-    terminal.clock().setSpeed(20);
-    terminal.ppp().setNeverUp(true);
-    EXPECT_FALSE(link->netConnect());
-    EXPECT_EQ(story(), "event 1 Initializing PPP session, event 2 Failed starting GPRS PPP");
-    radio().dropCall();
-    terminal.ppp().setNeverUp(false);
-    clear();
-    terminal.clock().setSpeed(Exchanging);
     ASSERT_TRUE(link->netConnect());
     EXPECT_THAT(terminal.journal().history("pppd"),
                 HasSubstr("start /dev/ttyp1 user name password secret nodetach call gprs-data"));
     ASSERT_TRUE(link->getNetworkInfo(info));
     EXPECT_EQ(info.ipAddress, "10.64.64.64");
-    EXPECT_EQ(info.macAddress, "00:00:00:00:00:00");
-    EXPECT_FALSE(link->netResume()) << "the driver is open already";
-    EXPECT_THAT(story(), EndsWith("event 2 failed opening GSM module"));
-    clear();
     EXPECT_TRUE(link->netDisconnect());
     EXPECT_TRUE(link->netDisconnect()) << "without a session there is nothing to end";
-    EXPECT_EQ(story(), "event 1 Terminating PPP session, event 1 GPRS is shut down, "
-                       "event 1 GPRS is shut down");
-
-    radio().onCommand("AT+CREG?", Reply::ok("+CREG: 0,2"));
-    ASSERT_TRUE(link->getNetworkInfo(info)) << "it is searching";
-    EXPECT_EQ(info.connected, 0);
-    EXPECT_EQ(info.networkName, "");
-    EXPECT_EQ(info.channel, 0);
-    EXPECT_EQ(info.signalQuality, 0);
-    clear();
-    radio().setSilent(true);
-    terminal.clock().setSpeed(Waiting);
-    EXPECT_FALSE(link->getNetworkInfo(info));
-    EXPECT_EQ(story(), "event 2 Failed requesting network information");
-    radio().setSilent(false);
 }
 
 }  // namespace
