@@ -1,8 +1,6 @@
 #pragma once
 
-#include <algorithm>
 #include <atomic>
-#include <cstring>
 
 namespace bluetooth {
 
@@ -14,40 +12,10 @@ public:
     static constexpr unsigned Capacity = Size - 1;  // one byte stays free: full is not empty
 
     /// Only the appending thread. How many of the bytes have found room, the first ones.
-    unsigned append(const void* data, unsigned len) {
-        const unsigned at = writeIndex.load(std::memory_order_relaxed);
-        const unsigned used = (at - readIndex.load(std::memory_order_acquire)) % Size;
-        const unsigned count = std::min(Capacity - used, len);
-        if (count == 1) {
-            bytes[at] = *static_cast<const char*>(data);
-        } else if (count > 0) {
-            const unsigned first = std::min(count, Size - at);
-            std::memcpy(bytes + at, data, first);
-            if (first < count)
-                std::memcpy(bytes, static_cast<const char*>(data) + first, count - first);
-        }
-        // Releases the bytes to the taker, who acquires the index before he copies them.
-        writeIndex.store((at + count) % Size, std::memory_order_release);
-        return count;
-    }
+    unsigned append(const void* data, unsigned len);
 
     /// Only the taking thread. How many bytes it got.
-    unsigned take(void* buf, unsigned len) {
-        const unsigned at = readIndex.load(std::memory_order_relaxed);
-        const unsigned used = (writeIndex.load(std::memory_order_acquire) - at) % Size;
-        const unsigned count = std::min(used, len);
-        if (count == 1) {
-            *static_cast<char*>(buf) = bytes[at];
-        } else if (count > 0) {
-            const unsigned first = std::min(count, Size - at);
-            std::memcpy(buf, bytes + at, first);
-            if (first < count)
-                std::memcpy(static_cast<char*>(buf) + first, bytes, count - first);
-        }
-        // Releases the room to the appender: it is not written to before it has been read.
-        readIndex.store((at + count) % Size, std::memory_order_release);
-        return count;
-    }
+    unsigned take(void* buf, unsigned len);
 
     /// Only the taking thread: drops what is there.
     void clear() {
