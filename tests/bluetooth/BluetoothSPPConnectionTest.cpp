@@ -12,6 +12,7 @@
 #include <thread>
 #include <vector>
 
+#include "bluetooth/OwnedLink.h"
 #include "support/Eventually.h"
 #include "support/TerminalTest.h"
 
@@ -19,6 +20,9 @@ namespace {
 
 using namespace std::chrono_literals;
 using std::string;
+using test::makeLink;
+using test::taken;
+using Owned = test::OwnedLink;
 using testing::ElementsAre;
 
 constexpr char Address[] = "00:1A:7D:DA:71:13";
@@ -66,9 +70,6 @@ public:
         const MutexGuard held(registryLock);
         setConnectionState(connections[id], status);
     }
-    BluetoothSPPConnection* call(const char* addr = Address, int port = 0, const char* pin = "") {
-        return createSPPConnection(bytes(addr), port, pin);
-    }
     std::vector<string> take() { return std::exchange(notes, {}); }
 
     std::function<bool(int)> onCall = [](int) { return true; };
@@ -78,34 +79,20 @@ private:
     std::vector<string> notes;
 };
 
-string taken(BluetoothSPPConnection& connection, unsigned most = 2000) {
-    string data(most, '\0');
-    data.resize(static_cast<size_t>(connection.readData(data.data(), most)));
-    return data;
-}
-
 class BluetoothSPPConnectionTest : public test::TerminalTest {
 protected:
-    /// A connection that the module's destructor has nothing to do with.
-    struct Deleter {
-        void operator()(BluetoothSPPConnection* connection) const {
-            BluetoothModule::pModule.load()->deleteSPPConnection(connection);
-        }
-    };
-    using Owned = std::unique_ptr<BluetoothSPPConnection, Deleter>;
-
     NotingModule module;
 };
 
 TEST_F(BluetoothSPPConnectionTest, SlotsAreGivenLowestFirstAndIncomingOnesByTheirPort) {
     std::vector<Owned> outgoing;
     for (int id = 2; id <= 6; ++id) {
-        outgoing.emplace_back(module.call());
+        outgoing.push_back(makeLink(module));
         ASSERT_TRUE(outgoing.back());
         outgoing.back()->disconnect();
         EXPECT_THAT(module.take(), ElementsAre("disconnect " + std::to_string(id)));
     }
-    EXPECT_EQ(module.call(), nullptr);
+    EXPECT_EQ(makeLink(module), nullptr);
     EXPECT_EQ(module.createIncomingSPPConnection(3), nullptr) << "an outgoing one has its slot";
     Owned first(module.createIncomingSPPConnection(1));
     ASSERT_TRUE(first);
@@ -118,20 +105,16 @@ TEST_F(BluetoothSPPConnectionTest, SlotsAreGivenLowestFirstAndIncomingOnesByThei
     EXPECT_THAT(module.take(), ElementsAre("disconnect 3"));
     for (const int id : {7, -1})
         module.deregisterSPPConnection(id);
-    Owned again(module.call());
+    const Owned again = makeLink(module);
     ASSERT_TRUE(again);
-    module.deleteSPPConnection(nullptr);
-    module.setConnectionState(nullptr, SPP_CONN_FAILED);
-    module.setLocalPort(nullptr, 1);
-    EXPECT_EQ(module.getLocalPort(nullptr), 0);
 
     {
         NotingModule current;
-        const Owned bound(module.call());
+        const Owned bound = makeLink(module);
         EXPECT_TRUE(bound && bound->disconnect());
         EXPECT_THAT(current.take(), ElementsAre("disconnect 2")) << "whichever is asked for it";
     }
-    EXPECT_EQ(module.call(), nullptr) << "there is no current one any more";
+    EXPECT_EQ(makeLink(module), nullptr) << "there is no current one any more";
     BluetoothModule::pModule = &module;
 }
 
@@ -163,13 +146,10 @@ TEST_F(BluetoothSPPConnectionTest, AddressesPortsAndPinsAreTakenByTheirForm) {
     BluetoothSPPConnection outgoing(&module, false);
     EXPECT_TRUE(outgoing.setDestAddr(six->data())) << "and nothing behind them is looked at";
 
-    EXPECT_TRUE(outgoing.setDestPort(7));
-    EXPECT_FALSE(outgoing.setDestPort(8));
-    EXPECT_FALSE(outgoing.setDestPort(-1));
-    EXPECT_EQ(outgoing.getDestPort(), 7);
-    EXPECT_TRUE(outgoing.setLocalPort(7));
-    EXPECT_FALSE(outgoing.setLocalPort(8));
-    EXPECT_EQ(outgoing.getLocalPort(), 7);
+    EXPECT_TRUE(outgoing.setDestPort(7) && outgoing.setLocalPort(7));
+    for (const int port : {8, -1})
+        EXPECT_FALSE(outgoing.setDestPort(port) || outgoing.setLocalPort(port));
+    EXPECT_EQ(outgoing.getDestPort() + outgoing.getLocalPort(), 14);
 
     char pin[20] = "xxxxxxxxxxxxxxxxxxx";
     EXPECT_TRUE(outgoing.setPin("0123456789abcdef"));
@@ -179,20 +159,19 @@ TEST_F(BluetoothSPPConnectionTest, AddressesPortsAndPinsAreTakenByTheirForm) {
     outgoing.getPin(pin, 5);
     EXPECT_STREQ(pin, "0123");
     outgoing.getPin(pin, 0);
-    EXPECT_FALSE(module.setIncomingPin("0123456789abcdefg"));
-    EXPECT_TRUE(module.setIncomingPin("0123456789abcdef"));
+    EXPECT_TRUE(module.setIncomingPin("0123456789abcdef") &&
+                !module.setIncomingPin("0123456789abcdefg"));
 
     BluetoothSPPConnection incoming(&module, true);
     EXPECT_FALSE(incoming.setDestAddr(bytes(Address)));
-    EXPECT_FALSE(incoming.getDestAddr(bytes(Address) ? six->data() : nullptr));
+    EXPECT_FALSE(incoming.getDestAddr(six->data()));
     EXPECT_FALSE(incoming.setDestPort(1));
-    for (const auto& refused : {module.call(Address, 8), module.call("G0:1A:7D:DA:71:13"),
-                                module.call(Address, 0, "0123456789abcdefg")})
-        EXPECT_EQ(refused, nullptr);
+    EXPECT_FALSE(makeLink(module, Address, "", 8) || makeLink(module, "G0:1A:7D:DA:71:13") ||
+                 makeLink(module, Address, "0123456789abcdefg"));
 }
 
 TEST_F(BluetoothSPPConnectionTest, TheFifoKeepsTheOldestBytesInOrder) {
-    Owned link(module.call());
+    const Owned link = makeLink(module);
     ASSERT_TRUE(link);
     string sent(1500, '\0');
     std::iota(sent.begin(), sent.end(), '\0');
@@ -238,7 +217,7 @@ TEST_F(BluetoothSPPConnectionTest, TheFifoKeepsTheOldestBytesInOrder) {
 }
 
 TEST_F(BluetoothSPPConnectionTest, WaitsEndWithDataOrTheirTimeAndNeverSleepLonger) {
-    Owned link(module.call());
+    const Owned link = makeLink(module);
     ASSERT_TRUE(link);
     EXPECT_GE(test::elapsedMs([&] { EXPECT_FALSE(link->isInputPending(50)); }), 49);
     EXPECT_LT(test::shortestMs(1000, [&] { EXPECT_EQ(link->numInputPending(-1), 0); }), 1000);
@@ -257,7 +236,7 @@ TEST_F(BluetoothSPPConnectionTest, WaitsEndWithDataOrTheirTimeAndNeverSleepLonge
 }
 
 TEST_F(BluetoothSPPConnectionTest, AnOutgoingLinkCallsAndFollowsWhatTheDriverReports) {
-    Owned link(module.call(Address, 5));
+    const Owned link = makeLink(module, Address, "", 5);
     ASSERT_TRUE(link);
     EXPECT_EQ(link->writeData("abc", 3), 0);
     EXPECT_FALSE(link->listen());
@@ -332,7 +311,7 @@ TEST_F(BluetoothSPPConnectionTest, ALinkCanBeDeletedWhileTheDriverDelivers) {
         }
     });
     for (int round = 0; round < 300; ++round) {
-        Owned link(module.call());
+        const Owned link = makeLink(module);
         ASSERT_TRUE(link);
         link->isInputPending(round % 3);
     }
