@@ -9,7 +9,9 @@
 #include <algorithm>
 #include <cstdlib>
 #include <cstring>
+#include <string>
 
+#include "sim/Clock.h"
 #include "sim/Device.h"
 
 namespace sim {
@@ -67,7 +69,7 @@ void PppLink::setOwner(pid_t daemon) {
     reset();
 }
 
-/// "orders": what it is told; "up" and its number, "down": the link.
+/// "orders": what it is told; "speed": that of the clock; "up" and its number, "down": the link.
 Words PppLink::answerDaemon(const Words& question) {
     if (question[0] == "orders") {
         const std::lock_guard<std::mutex> held(mutex);
@@ -80,6 +82,8 @@ Words PppLink::answerDaemon(const Words& question) {
             orders.emplace_back("no-pid-file");
         return orders;
     }
+    if (question[0] == "speed")
+        return {std::to_string(Clock::get().speed())};
     if (question[0] == "up" && question.size() == 2) {
         setOwner(static_cast<pid_t>(atol(question[1].c_str())));
         setPresent(true);

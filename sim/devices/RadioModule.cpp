@@ -16,6 +16,8 @@ using std::chrono::milliseconds;
 
 constexpr size_t LongestLine = 512;
 constexpr char GarbledBits = 0x15;
+constexpr char EscapeSequence[] = "+++";
+constexpr Nanoseconds EscapeSilence = std::chrono::seconds(1);
 
 /// What the module is told by a line set to another speed than the one it was fixed to is noise.
 bool isSpeed(const termios& settings, int baud) {
@@ -157,15 +159,26 @@ bool RadioModule::isOnline(uint8_t channel) const {
 void RadioModule::dropCall() {
     const Lock held(mutex);
     for (uint8_t channel = 0; channel < RadioMux::Channels; ++channel) {
-        if (channels[channel].mode == Channel::Data)
+        if (hasCall(channel))
             hangUpCall(channel);
     }
 }
 
-void RadioModule::hangUpCall(uint8_t channel) {
+bool RadioModule::hasCall(uint8_t channel) const {
+    return channels[channel].mode == Channel::Data || channels[channel].mode == Channel::Held;
+}
+
+void RadioModule::endCall(uint8_t channel) {
     journal.note("radio", "call ended");
-    channels[channel].mode = channel == DataChannel ? Channel::Either : Channel::Commands;
-    channels[channel].pending.clear();
+    const Nanoseconds busyUntil = channels[channel].busyUntil;
+    channels[channel] = {};
+    channels[channel].busyUntil = busyUntil;
+    if (channel == DataChannel)
+        channels[channel].mode = Channel::Either;
+}
+
+void RadioModule::hangUpCall(uint8_t channel) {
+    endCall(channel);
     say(channel, commands.formatResult("NO CARRIER"));
 }
 
@@ -189,7 +202,9 @@ void RadioModule::sayUnasked(const std::string& text, Nanoseconds delay) {
         return;
     const std::string line = commands.formatLines(text);
     for (uint8_t channel = 0; channel < RadioMux::Channels; ++channel) {
-        if (channels[channel].mode == Channel::Commands && (channel == PlainLine) != multiplexing)
+        const bool hears =
+            channels[channel].mode == Channel::Commands || channels[channel].mode == Channel::Held;
+        if (hears && (channel == PlainLine) != multiplexing)
             say(channel, line);
     }
 }
@@ -253,14 +268,36 @@ void RadioModule::received(std::string_view bytes) {
 void RadioModule::take(uint8_t channel, std::string_view bytes) {
     Channel& taker = channels[channel];
     if (taker.mode == Channel::Either && taker.pending.empty() && !bytes.empty() &&
-        bytes[0] != 'A' && bytes[0] != 'a' && bytes[0] != '\r' && bytes[0] != '\n')
+        bytes != EscapeSequence && bytes[0] != 'A' && bytes[0] != 'a' && bytes[0] != '\r' &&
+        bytes[0] != '\n')
         taker.mode = Channel::Data;
-    if (taker.mode != Channel::Data)
-        takeCommands(channel, bytes);
-    else if (dataPeer)
-        dataPeer(channel, bytes);
+    if (taker.mode == Channel::Data)
+        takeData(channel, bytes);
     else
+        takeCommands(channel, bytes);
+}
+
+void RadioModule::takeData(uint8_t channel, std::string_view bytes) {
+    Channel& taker = channels[channel];
+    const Nanoseconds now = Clock::get().monotonic();
+    if (bytes == EscapeSequence && now - taker.lastData >= EscapeSilence) {
+        later(EscapeSilence, [this, channel, now] {
+            if (channels[channel].mode != Channel::Data || channels[channel].lastData != now)
+                return;
+            channels[channel].mode = Channel::Held;
+            say(channel, commands.formatResult("OK"));
+        });
+    }
+    taker.lastData = now;
+    const std::string terminated = taker.ppp.answerTo(bytes);
+    if (!terminated.empty()) {
+        say(channel, terminated);
+        hangUpCall(channel);
+    } else if (dataPeer) {
+        dataPeer(channel, bytes);
+    } else {
         say(channel, bytes);
+    }
 }
 
 /// A command line begins with "AT"; what comes before, such as frames that arrive after the
@@ -361,11 +398,14 @@ void RadioModule::act(uint8_t channel, const RadioCommands::Answer& normal) {
     case RadioCommands::Effect::GoOnline:
         journal.note("radio", "call begun");
         channels[channel].mode = Channel::Data;
+        channels[channel].ppp = {};
         break;
     case RadioCommands::Effect::HangUp:
-        for (Channel& other : channels) {
-            if (other.mode == Channel::Data)
-                other.mode = Channel::Commands;
+        for (uint8_t other = 0; other < RadioMux::Channels; ++other) {
+            if (hasCall(other) && other == channel)
+                endCall(other);
+            else if (hasCall(other))
+                hangUpCall(other);
         }
         break;
     case RadioCommands::Effect::Restart: later(answerTime, [this] { restart(); }); break;

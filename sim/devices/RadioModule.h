@@ -12,13 +12,16 @@
 #include "sim/SerialLine.h"
 #include "sim/devices/RadioCommands.h"
 #include "sim/devices/RadioMux.h"
+#include "sim/devices/RadioPpp.h"
 #include "sim/devices/RadioReply.h"
 
 namespace sim {
 
 /// The radio module on its serial line. It powers up and down by its lines, answers commands, and
 /// multiplexes once it is told to: then channel 1 and the others take commands, and channel 2 takes
-/// them too until it hears anything else, or has dialled: from then on it carries data.
+/// them too until it hears anything else, or has dialled: from then on it carries data. A data call
+/// ends when the other side terminates its PPP link, and is left for commands, to be hung up with
+/// "ATH" or by dialling anew, by "+++" with a second of silence before and after.
 ///
 /// By itself it has a card that asks for the PIN "1234", a good signal, registers two seconds after
 /// the PIN, and sends data back to where it came from. A data terminal's own numbers are used:
@@ -108,7 +111,7 @@ public:
     void sendData(uint8_t channel, std::string_view bytes);
     /// Ends a data call from the network's side: "NO CARRIER".
     void dropCall();
-    bool isOnline(uint8_t channel) const;
+    bool isOnline(uint8_t channel) const;  ///< and not left for commands
 
     // ---- Multiplexer. Channel 0 to 4.
 
@@ -135,9 +138,11 @@ private:
     static constexpr uint8_t DataChannel = 2;
 
     struct Channel {
-        enum Mode { Commands, Either, Data };
+        enum Mode { Commands, Either, Data, Held };  // Held: commands during a data call
         Mode mode = Commands;
         std::string pending;  // the beginning of a command line
+        RadioPpp ppp;
+        Nanoseconds lastData{0};
         Nanoseconds busyUntil{0};
     };
 
@@ -161,6 +166,9 @@ private:
     void later(Nanoseconds delay, std::function<void()> action);
     void announce();
     void distort(char flip, size_t count);
+    bool hasCall(uint8_t channel) const;
+    void takeData(uint8_t channel, std::string_view bytes);
+    void endCall(uint8_t channel);
     void hangUpCall(uint8_t channel);
 
     // Multiplexer

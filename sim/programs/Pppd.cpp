@@ -5,8 +5,11 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <csignal>
+#include <cstdlib>
 #include <string>
+#include <string_view>
 
 #include "sim/programs/Programs.h"
 
@@ -22,7 +25,20 @@ constexpr int HungUp = 16;
 
 constexpr char PidFile[] = "/var/run/ppp0.pid";
 constexpr char Dial[] = "ATD*99***1#\r";
+constexpr char Escape[] = "+++";
+constexpr char HangUp[] = "ATH\r";
+
+// The link control's request to terminate the link, as it stands on the line.
+constexpr char TerminateRequest[] =
+    "\x7E\xFF\x7D\x23\xC0\x21\x7D\x25\x7D\x21\x7D\x20\x7D\x24\x3D\xC7\x7E";
+
+// Of the terminal's time, which may pass faster.
 constexpr int DialMs = 45000;
+constexpr int UnansweredMs = 10000;  // a call from before is still there, and takes all for data
+constexpr int SilenceMs = 1100;      // around the sequence that leaves it
+constexpr int CommandMs = 1000;
+constexpr int TerminateMs = 1000;
+constexpr int TerminateTries = 2;
 constexpr int RedialMs = 1000;
 
 struct Options {
@@ -77,14 +93,15 @@ public:
             return NoLine;
         cfmakeraw(&raw);
         ::tcsetattr(line, TCSANOW, &raw);
+        ::tcflush(line, TCIFLUSH);  // what came for the one before
         heard.clear();
-        if (::write(line, Dial, sizeof Dial - 1) < 0)
-            return NoLine;
-        if (!hear({"CONNECT"}, DialMs))
+        if (dial() != Heard::Text)
             return isEnded ? EndedBySignal : NotConnected;
         if (!isTold("never"))
             door.ask({"up", std::to_string(getpid())});
-        hear({}, -1);
+        hear("", ForEver);
+        if (isEnded)
+            terminate();
         door.ask({"down"});
         return isEnded ? EndedBySignal : HungUp;
     }
@@ -92,26 +109,66 @@ public:
     bool waitToRedial() { return !isEnded && waitUnlessEnded(door, -1, RedialMs); }
 
 private:
-    /// Listens until one of the texts has come: true; or the call is over, the daemon is told to
-    /// end, or nothing has come for the time.
-    bool hear(const Words& texts, int timeoutMs) {
+    static constexpr int ForEver = -1;
+
+    enum class Heard { Text, Over, Nothing, Ended };
+
+    bool say(std::string_view text) const {
+        return ::write(line, text.data(), text.size()) == static_cast<ssize_t>(text.size());
+    }
+
+    Heard dial() {
+        const auto command = [this](const char* text, const char* answer, int timeoutMs) {
+            return say(text) ? hear(answer, timeoutMs) : Heard::Over;
+        };
+        const Heard first = command(Dial, "CONNECT", UnansweredMs);
+        if (first != Heard::Nothing)
+            return first;
+        if (hear("", SilenceMs) == Heard::Ended ||
+            command(Escape, "OK", SilenceMs + CommandMs) == Heard::Ended ||
+            command(HangUp, "OK", CommandMs) == Heard::Ended)
+            return Heard::Ended;
+        return command(Dial, "CONNECT", DialMs);
+    }
+
+    /// Told to end, the daemon has the module end the call, or gives up after a while.
+    void terminate() {
+        if (!takeEndingSignal())
+            return;  // it is the terminal that has gone
+        for (int tries = 0; tries < TerminateTries; ++tries) {
+            if (!say(TerminateRequest) || hear("", TerminateMs) != Heard::Nothing)
+                return;
+        }
+    }
+
+    /// How long that is for this program, which lives on the host's time.
+    int hostMs(int terminalMs) const {
+        const double speed = atof(door.ask({"speed"})[0].c_str());
+        return terminalMs < 0 || speed <= 0 ? terminalMs
+                                            : std::max(static_cast<int>(terminalMs / speed), 1);
+    }
+
+    /// Listens for a text until it has come, the call is over, the daemon is told to end, or
+    /// nothing at all has come for the time.
+    Heard hear(const std::string& text, int timeoutMs) {
+        const int timeout = hostMs(timeoutMs);
         for (;;) {
-            for (const std::string& text : texts) {
-                if (passes(text))
-                    return true;
-            }
+            if (!text.empty() && passes(text))
+                return Heard::Text;
             if (passes("NO CARRIER") || passes("ERROR"))
-                return false;
+                return Heard::Over;
             constexpr size_t LongestText = 16;
             heard.erase(0, heard.size() - std::min(heard.size(), LongestText));
-            if (!waitUnlessEnded(door, line, timeoutMs)) {
+            if (!waitUnlessEnded(door, line, timeout)) {
                 isEnded = true;
-                return false;
+                return Heard::Ended;
             }
             char buffer[512];
             const ssize_t size = ::read(line, buffer, sizeof buffer);
-            if (size <= 0)  // hung up, or nothing in time
-                return false;
+            if (size < 0 && errno == EAGAIN)
+                return Heard::Nothing;
+            if (size <= 0)
+                return Heard::Over;
             heard.append(buffer, static_cast<size_t>(size));
         }
     }

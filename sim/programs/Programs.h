@@ -18,4 +18,7 @@ bool waitUnlessEnded(const Door& door, int descriptor, int timeoutMs);
 /// From here on the signals end only what waits, see above.
 void holdEndingSignals();
 
+/// Whether one of them has come. From then on waits go on until the next.
+bool takeEndingSignal();
+
 }  // namespace program

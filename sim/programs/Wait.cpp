@@ -26,6 +26,12 @@ void holdEndingSignals() {
     sigprocmask(SIG_BLOCK, &ending, nullptr);
 }
 
+bool takeEndingSignal() {
+    const bool wasEnding = isEnding;
+    isEnding = 0;
+    return wasEnding;
+}
+
 bool waitUnlessEnded(const Door& door, int descriptor, int timeoutMs) {
     pollfd files[] = {{door.descriptor(), POLLIN, 0}, {descriptor, POLLIN, 0}};
     const timespec timeout{timeoutMs / 1000, (timeoutMs % 1000) * 1'000'000L};

@@ -27,6 +27,8 @@ using std::string;
 
 constexpr char Daemon[] = "/usr/sbin/pppd";
 constexpr char PidFile[] = "/var/run/ppp0.pid";
+constexpr char TerminateRequest[] =  // of the PPP link
+    "\x7E\xFF\x7D\x23\xC0\x21\x7D\x25\x7D\x21\x7D\x20\x7D\x24\x3D\xC7\x7E";
 constexpr auto Limit = 30s;
 
 /// Starts the daemon as an application does, and plays the module on the other end of its line.
@@ -64,17 +66,20 @@ protected:
         return WIFEXITED(status) ? WEXITSTATUS(status) : -WTERMSIG(status);
     }
 
-    void answerTheDial(const string& answer) const {
+    void answerTheDial(const string& answer) const { play("ATD*99***1#\r", answer); }
+
+    /// The module hears something, and answers it behind its echo.
+    void play(const string& asked, const string& answer) const {
         string heard;
-        const bool isDialled = sim::eventually(
+        const bool isAsked = sim::eventually(
             [&] {
                 char buffer[64];
                 const ssize_t size = ::read(master.get(), buffer, sizeof buffer);
                 heard.append(buffer, size > 0 ? static_cast<size_t>(size) : 0);
-                return heard == "ATD*99***1#\r";
+                return heard == asked;
             },
             Limit);
-        ASSERT_TRUE(isDialled) << heard;
+        ASSERT_TRUE(isAsked) << heard;
         say(heard + answer);
     }
 
@@ -102,7 +107,11 @@ TEST_F(PppLinkTest, EveryEndOfACallEndsTheDaemonAndItsInterface) {
     const struct {
         std::function<void()> end;
         int status;
-    } cases[] = {{[&] { ::kill(child, SIGTERM); }, 5},
+    } cases[] = {{[&] {
+                      ::kill(child, SIGTERM);
+                      play(TerminateRequest, "\r\nNO CARRIER\r\n");
+                  },
+                  5},
                  {[&] { say("\r\nNO CARRIER\r\n"); }, 16},
                  {[&] { terminal.ppp().crash(); }, -SIGKILL},
                  {[&] { master.reset(); }, 16}};

@@ -130,6 +130,11 @@ TEST_F(RadioModuleTest, TheMultiplexerAnswersAsThePeerOfTheStandardDoes) {
         {data(0, octets("E3 05 0B 8F")) + data(2, "held"), dataBack(0, octets("E1 05 0B 8F"))},
         {data(1, "AT\r"), dataBack(1, "AT\r") + dataBack(1, "\r\nOK\r\n")},
         {data(0, octets("E3 05 0B 8D")), dataBack(0, octets("E1 05 0B 8D")) + dataBack(2, "held")},
+        // The end of a PPP link ends the call.
+        {data(2, octets("7E FF 7D 23 C0 21 7D 25 7D 21 7D 20 7D 24 3D C7 7E")),
+         dataBack(2, octets("7E FF 7D 23 C0 21 7D 26 7D 21 7D 20 7D 24 F0 E2 7E")) +
+             dataBack(2, "\r\nNO CARRIER\r\n")},
+        {data(2, "ATD*99#\r"), dataBack(2, "ATD*99#\r") + dataBack(2, "\r\nCONNECT\r\n")},
         {octets("F9 07 53 01 3F F9"), octets("F9 07 73 01 15 F9")},
         {octets("F9 07 53 01 3F F9"), octets("F9 07 1F 01 F4 F9")},
     };
@@ -137,6 +142,13 @@ TEST_F(RadioModuleTest, TheMultiplexerAnswersAsThePeerOfTheStandardDoes) {
         expect(frame, answer);
     radio.dropCall();
     expect("", dataBack(2, "\r\nNO CARRIER\r\n"));
+    for (const bool isHungUp : {false, true}) {
+        expect(data(2, isHungUp ? "ATH\rATD*99#\r" : "ATD*99#\r"),
+               (isHungUp ? dataBack(2, "ATH\r") + dataBack(2, "\r\nOK\r\n") : "") +
+                   dataBack(2, "ATD*99#\r") + dataBack(2, "\r\nCONNECT\r\n"));
+        terminal.clock().setMonotonic(terminal.clock().monotonic() + 1s);
+        expect(data(2, "+++"), dataBack(2, "+++") + dataBack(2, "\r\nOK\r\n"));
+    }
     radio.closeDown();
     expect(data(0, octets("C1 01")), dataBack(0, octets("C3 01")));
     EXPECT_TRUE(sim::eventually([&] { return !radio.isMultiplexing(); }, 10s));
