@@ -4,7 +4,10 @@
 
 #include <chrono>
 #include <deque>
+#include <functional>
+#include <map>
 #include <string>
+#include <vector>
 
 #include "foundation/Worker.h"
 #include "gsm/ScriptedModem.h"
@@ -40,6 +43,27 @@ protected:
         const auto begin = terminal.clock().monotonic();
         action();
         return static_cast<long>((terminal.clock().monotonic() - begin) / 1ms);
+    }
+
+    struct Dialogue {
+        std::map<string, Answers> scripts;
+        bool result;
+        string sent;
+        long pausesMs;
+    };
+    /// What a call gives and sends, and how long it takes at least, when the modem answers so.
+    void expect(const std::function<bool()>& call, const std::vector<Dialogue>& dialogues) {
+        for (const Dialogue& expected : dialogues) {
+            SCOPED_TRACE(testing::PrintToString(expected.scripts));
+            module.close();
+            ASSERT_TRUE(module.open());
+            for (const auto& [command, answers] : expected.scripts)
+                modem.script(command, answers);
+            EXPECT_GE(simulatedMs([&] { EXPECT_EQ(call(), expected.result); }), expected.pausesMs);
+            EXPECT_EQ(modem.takeCommands(), expected.sent);
+            for (const auto& script : expected.scripts)
+                modem.script(script.first, {Ok});
+        }
     }
 
     ScriptedModem modem{line()};
@@ -86,107 +110,52 @@ TEST_F(GsmModuleTest, AnAnswerIsWhatStandsBehindTheEcho) {
 }
 
 TEST_F(GsmModuleTest, TheSetUpProbesThenStopsAtTheFirstStepThatFails) {
-    const string speed = "AT+CMEE=1 AT+IPR=115200 ";
-    const string rest = "AT&K3 AT#SELINT=2 ";
-    const struct {
-        const char* command;
-        Answers answers;
-        bool result;
-        string sent;
-        bool isFlowControlled;
-        long pausesMs;
-    } cases[] = {
-        {"AT", {Error, Error, Ok}, true, "AT AT AT " + speed + rest, true, 500},
-        {"AT", {Silence}, true, "AT AT AT AT AT " + speed + rest, true, 1900},
-        {"AT+CMEE=1", {Error}, false, "AT AT+CMEE=1 ", false, 40},
-        {"AT&K3", {Error, Ok}, true, "AT " + speed + "AT&K3 " + rest, true, 600},
-        {"AT&K3", {Error}, false, "AT " + speed + "AT&K3 AT&K3 ", true, 600},
-        {"AT#SELINT=2", {"\r\nCONNECT\r\n"}, false, "AT " + speed + rest, true, 100},
-    };
+    const string speed = "AT+CMEE=1 AT+IPR=115200 ", rest = "AT&K3 AT#SELINT=2 ";
     terminal.clock().setSpeed(2);
-    for (const auto& expected : cases) {
-        SCOPED_TRACE(expected.command + testing::PrintToString(expected.answers));
-        modem.script(expected.command, expected.answers);
-        EXPECT_GE(simulatedMs([&] { EXPECT_EQ(module.initComm(), expected.result); }),
-                  expected.pausesMs);
-        EXPECT_EQ(modem.takeCommands(), expected.sent);
-        EXPECT_EQ(line().settings(),
-                  expected.isFlowControlled ? "115200 8N1 rtscts" : "115200 8N1");
-        modem.script(expected.command, {Ok});
-        module.close();
-        ASSERT_TRUE(module.open());
-    }
+    expect([&] { return module.initComm(); },
+           {{{{"AT+CMEE=1", {Error}}}, false, "AT AT+CMEE=1 ", 40}});
+    EXPECT_EQ(line().settings(), "115200 8N1");
+    expect([&] { return module.initComm(); },
+           {{{{"AT", {Error, Error, Ok}}}, true, "AT AT AT " + speed + rest, 500},
+            {{{"AT", {Silence}}}, true, "AT AT AT AT AT " + speed + rest, 1900},
+            {{{"AT&K3", {Error, Ok}}}, true, "AT " + speed + "AT&K3 " + rest, 600},
+            {{{"AT&K3", {Error}}}, false, "AT " + speed + "AT&K3 AT&K3 ", 600},
+            {{{"AT#SELINT=2", {"\r\nCONNECT\r\n"}}}, false, "AT " + speed + rest, 100}});
+    EXPECT_EQ(line().settings(), "115200 8N1 rtscts");
 }
 
 TEST_F(GsmModuleTest, TheSimIsAskedUntilItIsReadyAndGetsItsPinOnce) {
-    const string ask = "AT+CPIN? ";
-    const string pin = "AT+CPIN=1234  ";  // with an end too many
-    const string needsPin = lines("+CPIN: SIM PIN");
-    const string ready = lines("+CPIN: READY");
-    const struct {
-        Answers toQuestion, toPin;
-        bool result;
-        string sent;
-        long pausesMs;
-    } cases[] = {
-        {{"\r\n+CPIN: READY\r\n"}, {Ok}, true, ask, 0},  // cut, but said
-        {{Ok}, {Ok}, true, ask, 0},
-        {{needsPin}, {cmeError(16)}, false, ask + pin, 0},
-        {{needsPin}, {cmeError(15)}, false, ask + pin, 0},
-        {{lines("+CPIN: SIM PUK")}, {Ok}, false, ask, 0},
-        {{cmeError(14), cmeError(13), needsPin}, {Ok}, true, ask + ask + ask + pin, 1250},
-        {{Error, "\r\nRING\r\n", ready}, {Ok}, true, ask + ask + ask, 1000},
-        {{needsPin, ready}, {Silence}, true, ask + pin + ask, 500},
-        {{cmeError(10)}, {Ok}, false, times(10, ask), 10000},
-        {{needsPin}, {Error}, false, times(5, ask + pin), 2500},
-    };
+    const string ask = "AT+CPIN? ", pin = "AT+CPIN=1234  ";  // with an end too many
+    const string needsPin = lines("+CPIN: SIM PIN"), ready = lines("+CPIN: READY");
+    const string asked = "AT+CPIN?", given = "AT+CPIN=1234";
     terminal.clock().setSpeed(20);
-    for (const auto& expected : cases) {
-        SCOPED_TRACE(testing::PrintToString(expected.toQuestion));
-        modem.script("AT+CPIN?", expected.toQuestion);
-        modem.script("AT+CPIN=1234", expected.toPin);
-        EXPECT_GE(simulatedMs([&] { EXPECT_EQ(module.initSIM("1234"), expected.result); }),
-                  expected.pausesMs);
-        EXPECT_EQ(modem.takeCommands(), expected.sent);
-    }
+    expect([&] { return module.initSIM("1234"); },
+           {{{{asked, {"\r\n+CPIN: READY\r\n"}}}, true, ask, 0},  // cut, but said
+            {{{asked, {Ok}}}, true, ask, 0},
+            {{{asked, {needsPin}}, {given, {cmeError(16)}}}, false, ask + pin, 0},
+            {{{asked, {needsPin}}, {given, {cmeError(15)}}}, false, ask + pin, 0},
+            {{{asked, {lines("+CPIN: SIM PUK")}}}, false, ask, 0},
+            {{{asked, {cmeError(14), cmeError(13), needsPin}}}, true, ask + ask + ask + pin, 1250},
+            {{{asked, {Error, "\r\nRING\r\n", ready}}}, true, ask + ask + ask, 1000},
+            {{{asked, {needsPin, ready}}, {given, {Silence}}}, true, ask + pin + ask, 500},
+            {{{asked, {cmeError(10)}}}, false, times(10, ask), 10000},
+            {{{asked, {needsPin}}, {given, {Error}}}, false, times(5, ask + pin), 2500}});
 }
 
 TEST_F(GsmModuleTest, TheOperatorIsChosenAndRegistrationAwaitedAsAskedFor) {
-    const char* const automatic = "AT+COPS=0,2";
-    const char* const numeric = "AT+COPS=3,2";
-    const char* const question = "AT+CREG?";
-    const string chosen = "AT+COPS=0,2 AT+COPS=3,2 ";
-    const string ask = "AT+CREG? ";
+    const string choose = "AT+COPS=0,2 ", chosen = choose + "AT+COPS=3,2 ", ask = "AT+CREG? ";
     const string searching = lines("+CREG: 0,2");
-    const struct {
-        int tries;
-        const char* command;
-        Answers answers;
-        bool result;
-        string sent;
-        long pausesMs;
-    } cases[] = {
-        {0, question, {Silence}, true, chosen, 0},
-        {0, automatic, {Error}, false, "AT+COPS=0,2 AT+COPS=0,2 AT+COPS=0,2 ", 1500},
-        {5, numeric, {Error}, false, chosen, 0},
-        {3,
-         question,
-         {searching, searching, lines("+CREG: 0,5")},
-         true,
-         chosen + times(3, ask),
-         2000},
-        {9, question, {Silence}, false, chosen + times(3, ask), 32000},
-    };
     terminal.clock().setSpeed(30);
-    for (const auto& expected : cases) {
-        SCOPED_TRACE(expected.command + testing::PrintToString(expected.answers));
-        modem.script(expected.command, expected.answers);
-        EXPECT_GE(
-            simulatedMs([&] { EXPECT_EQ(module.searchNetwork(expected.tries), expected.result); }),
-            expected.pausesMs);
-        EXPECT_EQ(modem.takeCommands(), expected.sent);
-        modem.script(expected.command, {Ok});
-    }
+    expect([&] { return module.searchNetwork(0); },
+           {{{{"AT+CREG?", {Silence}}}, true, chosen, 0},
+            {{{"AT+COPS=0,2", {Error}}}, false, choose + choose + choose, 1500},
+            {{{"AT+COPS=3,2", {Error}}}, false, chosen, 0}});
+    expect([&] { return module.searchNetwork(4); },
+           {{{{"AT+CREG?", {searching, searching, lines("+CREG: 0,5")}}},
+             true,
+             chosen + times(3, ask),
+             2000},
+            {{{"AT+CREG?", {Silence}}}, false, chosen + times(3, ask), 32000}});
 }
 
 TEST_F(GsmModuleTest, ContextAndClockAreSetOnlyToWhatCanBe) {
