@@ -1,17 +1,14 @@
 #include "network/BluetoothConnection.h"
 
-#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <cerrno>
 #include <functional>
 #include <memory>
 #include <string>
-#include <vector>
 
 #include "bluetooth/BluetoothSPPConnection.h"
 #include "bluetooth/BluetoothSocket.h"
-#include "network/NetworkWindow.h"
 #include "sim/console/Console.h"
 #include "support/Resources.h"
 #include "support/TerminalTest.h"
@@ -19,6 +16,7 @@
 namespace {
 
 using namespace std::chrono_literals;
+using namespace std::string_literals;
 using sim::Reply;
 using std::string;
 using test::soon;
@@ -27,7 +25,6 @@ constexpr char Phone[] = "00:1A:7D:DA:71:13";
 
 /// As in the driver's tests: answers are short of their time-outs by far.
 constexpr double Exchanging = 5;
-constexpr double Calling = 10;
 constexpr double Waiting = 50;
 
 class BluetoothConnectionTest : public test::PoweredTest {
@@ -63,7 +60,6 @@ protected:
     sim::TextBluetoothModule& module() { return terminal.textModule(); }
 
     std::unique_ptr<BluetoothConnection> link;
-    test::NetworkWindow networkWindow{terminal.journal()};
 };
 
 TEST_F(BluetoothConnectionTest, TheRadioComesUpCarriesASocketAndIsShutDown) {
@@ -75,35 +71,27 @@ TEST_F(BluetoothConnectionTest, TheRadioComesUpCarriesASocketAndIsShutDown) {
     EXPECT_TRUE(link->getNetworkInfo(info) && info.connected == 1 && info.channel == 0);
     EXPECT_EQ(info.networkName + info.ipAddress + info.macAddress, "BTn/an/a");
     EXPECT_EQ(info.signalQuality, -28);
-    ASSERT_TRUE(link->connect());
-    EXPECT_TRUE(soon([&] { return link->getLastEvent() == NETWORK_UP; }));
 
     BluetoothSocket socket(link.get());
-    EXPECT_FALSE(socket.isConnected() || write(socket, "x"));
+    EXPECT_FALSE(socket.isConnected() || write(socket, "x") || !socket.close());
     EXPECT_EQ(read(socket), "");
-    EXPECT_TRUE(socket.close());
     EXPECT_FALSE(socket.connect(reinterpret_cast<const unsigned char*>(Phone), 8, "")) << "no port";
-    terminal.clock().setSpeed(Calling);
+    terminal.clock().setSpeed(Exchanging);
     EXPECT_TRUE(socket.connect(Phone, 3));
     EXPECT_TRUE(socket.connect("nowhere", 8) && socket.isConnected()) << "it is already";
     terminal.clock().setSpeed(1);
-    EXPECT_TRUE(write(socket, "hello"));
-    string echo;
-    EXPECT_TRUE(soon([&] {
-        echo += read(socket);
-        return echo.size() >= 5;
-    }));
-    EXPECT_EQ(echo, "hello");
+    EXPECT_TRUE(soon([&] { return write(socket, "hello") && read(socket) == "hello"; }));
     const auto begin = terminal.clock().monotonic();
     EXPECT_EQ(read(socket), "");
     EXPECT_GE(terminal.clock().monotonic() - begin, 990ms);
     link->getNetworkInfo(info);
     EXPECT_EQ(info.signalQuality, 40);
 
-    terminal.clock().setSpeed(Calling);
-    EXPECT_TRUE(socket.close());
-    EXPECT_FALSE(socket.isConnected());
+    terminal.clock().setSpeed(Exchanging);
+    EXPECT_TRUE(socket.close() && !socket.isConnected());
     EXPECT_EQ(terminal.air().find(Phone)->link, 0);
+    ASSERT_TRUE(link->connect());
+    EXPECT_TRUE(soon([&] { return link->getLastEvent() == NETWORK_UP; }));
     EXPECT_TRUE(link->disconnect() && link->shutdown());
     EXPECT_TRUE(!module().isReady() && module().line().isOpen()) << "the line stays";
     link.reset();
@@ -146,23 +134,19 @@ TEST_F(BluetoothConnectionTest, EveryStepOfTheBringUpCanFail) {
 TEST_F(BluetoothConnectionTest, AScriptPlaysTheDevicesAround) {
     sim::Console console(terminal);
     initialize();
-    const auto run = [&](const std::vector<string>& lines, const string& failures) {
-        string failed;
-        for (const string& line : lines)
-            failed += console.execute(line).empty() ? "" : line + ";";
-        EXPECT_EQ(failed, failures);
-    };
-    run({"bt fit text", "bt present 5C:00 Label printer", "bt pin 5C:00 1234", "bt ring 5C:00",
-         "bt signal 5c:00 -80", "bt service 5C:00 sink", "bt mood 5C:00 refusing",
-         "bt send 5C:00 hello", "bt away " + string(Phone), "bt say RING", "bt silent", "bt normal",
-         "bt hangup", "bt refuse LIST"},
-        "");
+    string failed;
+    for (const char* line :
+         {"bt fit text", "bt present 5C:00 Label printer", "bt pin 5C:00 1234", "bt ring 5C:00",
+          "bt signal 5c:00 -80", "bt service 5C:00 sink", "bt mood 5C:00 refusing",
+          "bt send 5C:00 hello", "bt away 00:1A:7D:DA:71:13", "bt say RING", "bt silent",
+          "bt normal", "bt hangup", "bt refuse LIST", "bt drop 5C:00", "bt drop 5C:00",
+          "bt send 5C x", "bt pin 1 2", "bt mood 5C:00 sad"})
+        failed += console.execute(line).empty() ? "" : line + ";"s;
+    EXPECT_EQ(failed, "bt drop 5C:00;bt send 5C x;bt pin 1 2;bt mood 5C:00 sad;");
     const auto printer = terminal.air().find("5c:00");
     ASSERT_TRUE(printer && printer->mood == printer->Refusing && printer->dBm == -80);
     EXPECT_EQ(printer->name + printer->pin, "Label printer1234");
     EXPECT_FALSE(terminal.air().find(Phone));
-    run({"bt drop 5C:00", "bt drop 5C:00", "bt send 5C x", "bt pin 1 2", "bt mood 5C:00 sad"},
-        "bt drop 5C:00;bt send 5C x;bt pin 1 2;bt mood 5C:00 sad;");
 }
 
 }  // namespace
