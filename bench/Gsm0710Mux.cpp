@@ -1,7 +1,8 @@
 // The multiplexer engine. What it writes to the line against bare writes of the same sizes; octets
 // from a program's port to the line and back against a bare poll/read/write relay between the same
 // pseudo-terminals, alone and beside a port that is closed or not read; processor time and
-// wake-ups. With "--soak MEGABYTES" that much goes through, and every octet is looked at.
+// wake-ups. With "--soak MEGABYTES" that much goes through, and every octet is looked at: 1000 is a
+// day of a line with 115,200 baud.
 
 #include "gsm/Gsm0710Mux.h"
 
@@ -13,6 +14,7 @@
 
 #include <algorithm>
 #include <atomic>
+#include <chrono>
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
@@ -355,6 +357,16 @@ struct EngineThread {
         return names;
     }
 
+    /// The engine's: it was made last, after the line's.
+    static EngineThread since(const std::vector<std::string>& before) {
+        EngineThread engine;
+        for (const std::string& name : all()) {
+            if (std::find(before.begin(), before.end(), name) == before.end())
+                engine.folder = "/proc/self/task/" + name;
+        }
+        return engine;
+    }
+
     long wakeUps() const {
         std::ifstream file(folder + "/status");
         for (std::string text; std::getline(file, text);) {
@@ -379,11 +391,7 @@ void printCosts() {
     Gsm0710Mux mux;
     const char* ports[] = {"/dev/ptyp0", "/dev/ptyp1", nullptr};
     mux.startMux(line.path(), ports);
-    EngineThread engine;
-    for (const std::string& name : EngineThread::all()) {
-        if (std::find(before.begin(), before.end(), name) == before.end())
-            engine.folder = "/proc/self/task/" + name;
-    }
+    const EngineThread engine = EngineThread::since(before);
     Program first("/dev/ttyp0");
     std::vector<Program> second;
     second.emplace_back("/dev/ttyp1");
@@ -406,14 +414,22 @@ void printCosts() {
 }
 
 int soak(size_t megabytes) {
-    Multiplexed engine;
+    const std::vector<std::string> before = EngineThread::all();
+    Multiplexed multiplexed;
+    const EngineThread engine = EngineThread::since(before);
+    const double cpu = engine.cpuNs();
+    const auto begin = std::chrono::steady_clock::now();
     for (size_t done = 0; done < megabytes; ++done) {
-        if (!engine.program->exchange(1000000)) {
+        if (!multiplexed.program->exchange(1000000)) {
             printf("an octet is missing, doubled or out of order after %zu MB\n", done);
             return 1;
         }
     }
-    printf("%zu MB went through and back, every octet once and in order\n", megabytes);
+    const std::chrono::duration<double> took = std::chrono::steady_clock::now() - begin;
+    const auto size = static_cast<double>(megabytes);
+    printf("%zu MB went through and back, every octet once and in order: %.2f MB/s each way, "
+           "%.1f ns of the engine's processor time per octet and way\n",
+           megabytes, size / took.count(), (engine.cpuNs() - cpu) / (2e6 * size));
     return 0;
 }
 
