@@ -54,9 +54,12 @@ bool StdioFile::open(const char* path, int mode) {
         return false;
     if (path && how)
         stream = std::fopen(path, how);
-    if (!stream)
+    if (!stream) {
         release();
-    return stream != nullptr;
+        return false;
+    }
+    std::setvbuf(stream, buffer, _IOFBF, sizeof buffer);
+    return true;
 }
 
 bool StdioFile::close() {

@@ -63,4 +63,7 @@ private:
 
     FILE* stream = nullptr;
     int mediaHandle = -1;  // of Media; not -1 while this object holds a use
+    // The stream's. Without it each open would ask the file for its block size and allocate one:
+    // a good part of the time that an open for a single line takes.
+    char buffer[BUFSIZ];
 };
