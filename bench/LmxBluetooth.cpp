@@ -3,10 +3,10 @@
 // pseudo-terminal; and what it costs while nothing happens.
 
 #include <fcntl.h>
-#include <stdlib.h>
 #include <unistd.h>
 
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <memory>
 #include <numeric>

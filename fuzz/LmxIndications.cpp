@@ -60,7 +60,7 @@ public:
         if (opcode == 0x0E && size == 2)
             setUp(payload[1], false);
         if (opcode == 0x10 && size >= 4 && isKnown(payload[0])) {
-            std::string& data = ports[static_cast<int>(payload[0])].data;
+            std::string& data = portOn(payload[0]).data;
             data += payload.substr(3, 1023 - data.size());
         }
     }
@@ -88,12 +88,11 @@ public:
     }
 
 private:
-    bool isKnown(char number) const {
-        return number >= 1 && number <= 6 && ports[static_cast<int>(number)].connection;
-    }
+    Port& portOn(char number) { return ports[static_cast<unsigned char>(number)]; }
+    bool isKnown(char number) { return number >= 1 && number <= 6 && portOn(number).connection; }
     void setUp(char number, bool up) {
         if (isKnown(number))
-            ports[static_cast<int>(number)].isUp = up;
+            portOn(number).isUp = up;
     }
 
     Port ports[8];

@@ -74,9 +74,9 @@ PacketReply PacketReply::refusal(uint8_t status) {
     return reply;
 }
 
-PacketReply PacketReply::after(Nanoseconds time) const {
+PacketReply PacketReply::after(Nanoseconds lateness) const {
     PacketReply reply = *this;
-    reply.delay = time;
+    reply.delay = lateness;
     return reply;
 }
 
@@ -98,15 +98,15 @@ PacketReply PacketReply::twice() const {
     return reply;
 }
 
-PacketReply PacketReply::shortened(size_t size) const {
+PacketReply PacketReply::sized(size_t size) const {
     PacketReply reply = *this;
-    reply.mostPayload = size;
+    reply.payloadSize = size;
     return reply;
 }
 
-PacketReply PacketReply::confirming(uint8_t other) const {
+PacketReply PacketReply::confirming(uint8_t otherOpcode) const {
     PacketReply reply = *this;
-    reply.opcode = other;
+    reply.opcode = otherOpcode;
     return reply;
 }
 
@@ -141,10 +141,10 @@ PacketBluetoothModule::PacketBluetoothModule(Journal& eventJournal, SerialLine& 
     air.addModule(*this);
 }
 
-void PacketBluetoothModule::setIdentity(const std::string& address, const std::string& text) {
+void PacketBluetoothModule::setIdentity(const std::string& address, const std::string& newVersion) {
     const Lock held(mutex);
     localAddress = address;
-    version = text;
+    version = newVersion;
 }
 
 void PacketBluetoothModule::onRequest(uint8_t opcode, PacketReply reply, int times) {
@@ -283,7 +283,8 @@ PacketReply PacketBluetoothModule::replyTo(uint8_t opcode) {
 void PacketBluetoothModule::confirm(uint8_t opcode, std::string payload, const PacketReply& reply) {
     if (!reply.isConfirmed || payload.empty())
         return;
-    payload.resize(std::min(payload.size(), reply.mostPayload));
+    if (reply.payloadSize != std::string::npos)
+        payload.resize(reply.payloadSize);
     if (reply.opcode >= 0)
         opcode = static_cast<uint8_t>(reply.opcode);
     std::string packet = encode(lmx::Confirmation, opcode, payload);

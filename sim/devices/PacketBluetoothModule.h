@@ -22,12 +22,12 @@ public:
     static PacketReply unconfirmed();
     static PacketReply refusal(uint8_t status = 1);  ///< does nothing, and says so
 
-    PacketReply after(Nanoseconds delay) const;    ///< late by this much simulated time
-    PacketReply cut(size_t size) const;            ///< only the first bytes of the packet
-    PacketReply garbled() const;                   ///< with a wrong checksum
-    PacketReply twice() const;                     ///< the same packet again
-    PacketReply shortened(size_t size) const;      ///< a payload of that size at most
-    PacketReply confirming(uint8_t opcode) const;  ///< for a request that nobody has made
+    PacketReply after(Nanoseconds lateness) const;      ///< late by this much simulated time
+    PacketReply cut(size_t size) const;                 ///< only the first bytes of the packet
+    PacketReply garbled() const;                        ///< with a wrong checksum
+    PacketReply twice() const;                          ///< the same packet again
+    PacketReply sized(size_t size) const;               ///< a payload cut, or filled up with 0
+    PacketReply confirming(uint8_t otherOpcode) const;  ///< for a request that nobody has made
 
 private:
     friend class PacketBluetoothModule;
@@ -39,7 +39,7 @@ private:
     int opcode = -1;          // -1: the request's
     Nanoseconds delay{0};
     size_t mostBytes = std::string::npos;
-    size_t mostPayload = std::string::npos;
+    size_t payloadSize = std::string::npos;
 };
 
 /// The Bluetooth module with the binary command interface on its serial line. It is always powered;
@@ -55,12 +55,12 @@ public:
     static constexpr int Ports = 7;          // numbered from 1
     static constexpr size_t MostData = 330;  // in one packet to the host
 
-    PacketBluetoothModule(Journal& journal, SerialLine& line, BluetoothAir& air);
+    PacketBluetoothModule(Journal& eventJournal, SerialLine& line, BluetoothAir& surroundings);
 
     SerialLine& line() { return serialLine; }
 
     /// Who it says it is: an address such as "66:55:44:33:22:11", and the software's version.
-    void setIdentity(const std::string& address, const std::string& version);
+    void setIdentity(const std::string& address, const std::string& newVersion);
 
     /// The next `times` requests of that opcode are confirmed like this. The first rule that
     /// matches and is not used up counts.
@@ -97,9 +97,9 @@ private:
         bool isOffered = false;
     };
     struct Rule {
-        uint8_t opcode;
+        uint8_t opcode = 0;
         PacketReply reply;
-        int timesLeft;
+        int timesLeft = 0;
     };
     struct Request;
     static const Request Requests[];
@@ -128,9 +128,9 @@ private:
     std::string setUp(const std::string& payload);
 
     // Links
-    bool linkOffered(int link, const BluetoothAir::Remote& caller, int port) override;
-    void linkData(int link, std::string_view bytes) override;
-    void linkLost(int link) override;
+    bool linkOffered(int number, const BluetoothAir::Remote& caller, int port) override;
+    void linkData(int number, std::string_view bytes) override;
+    void linkLost(int number) override;
     void later(Nanoseconds delay, int port, void (PacketBluetoothModule::*action)(int port));
     void reachDevice(int port);
     void connectWith(int port, const std::string& pin);
@@ -140,7 +140,7 @@ private:
     void tellDown(int port);
     void finishCall(int port, uint8_t status);
     void askPin(int port, Link::State state);
-    int portOf(int link);
+    int portOf(int number);
     Link& linkOn(int port) { return links.at(static_cast<size_t>(port)); }
 
     Journal& journal;

@@ -154,7 +154,8 @@ bool LMXBluetoothModule::sendCmd(unsigned char opcode, const void* d1, unsigned 
     const MutexGuard exchange(commandLock);
     {
         const ConfirmationGuard held(confirmation);
-        confirmedOpcode = 0;
+        awaitedOpcode = opcode;
+        isConfirmed = false;
     }
     if (!sendRequest(opcode, d1, l1, d2, l2))
         return false;
@@ -162,7 +163,7 @@ bool LMXBluetoothModule::sendCmd(unsigned char opcode, const void* d1, unsigned 
         return true;
     const foundation::TimeLimit limit(timeoutMs);
     ConfirmationGuard held(confirmation);
-    while (confirmedOpcode != opcode) {
+    while (!isConfirmed) {
         const int left = limit.leftMs();
         if (left == 0)
             return false;
@@ -290,8 +291,8 @@ bool LMXBluetoothModule::listenSPP(int id) {
 }
 
 bool LMXBluetoothModule::connectSPP(int id, unsigned char* addr, unsigned char remotePort) {
-    // Without the registry's lock, and never waiting for it: the confirmation may be long in coming,
-    // and the thread needs the registry for whatever it reports before.
+    // Without the registry's lock, and never waiting for it: the confirmation may be long in
+    // coming, and the thread needs the registry for whatever it reports before.
     if (!isSlot(id) || !addr)
         return false;
     setOpen(id, true);

@@ -143,7 +143,8 @@ private:
     // Guards what follows, and is signalled by the thread for each confirmation. A lock and a
     // signal apart would lose the one that comes just before the wait.
     Cond confirmation;
-    unsigned char confirmedOpcode = 0;
+    unsigned char awaitedOpcode = 0;
+    bool isConfirmed = false;  // and not to be overwritten before it has been read
     unsigned char confirmationData[MaxConfirmation] = {};  // the status first
     unsigned int confirmationLength = 0;
     unsigned char sdpHandles[SlotCount] = {};

@@ -43,7 +43,9 @@ void LMXBluetoothModule::handlePacket(unsigned char type, unsigned char opcode,
 void LMXBluetoothModule::storeConfirmation(unsigned char opcode, const unsigned char* payload,
                                            unsigned int length) {
     const LockGuard<Cond> held(confirmation);
-    confirmedOpcode = opcode;
+    if (opcode != awaitedOpcode || isConfirmed)
+        return;
+    isConfirmed = true;
     confirmationLength = std::min(length, MaxConfirmation);
     std::memcpy(confirmationData, payload, confirmationLength);
     confirmation.signal();
