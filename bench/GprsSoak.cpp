@@ -146,7 +146,7 @@ public:
         const auto took = std::chrono::duration_cast<std::chrono::seconds>(hostNow() - began);
         printf(
             "%zu events, each followed by a link after at most %.0f s of the terminal's time; "
-            "%d attempts to start it, %d links that did not come back otherwise; %lld s in all\n",
+            "%d attempts to start it, %d links that did not come back otherwise; %lld s in all; ",
             events.size(), std::chrono::duration<double>(longest).count(), starts, unplanned,
             static_cast<long long>(took.count()));
         printf("descriptors %ld to %ld, threads %ld to %ld, children %ld to %ld, resident %ld to "
