@@ -31,6 +31,9 @@
 ///   tell repetitions.
 /// - Data for a link that no connection has is dropped, and so is what is left of a frame that does
 ///   not come whole within the time-out or the buffer of 1024 bytes.
+/// - A write wakes the reader for one poll of 250 ms. What comes later waits in the line; so does
+///   everything when the wake-up was lost, as it is while the reader is between a poll and its
+///   sleep. Whoever expects data that does not come writes again, or asks with ping().
 /// - A link that the other side ends is not reported: the connection stays connected.
 /// - A connection that has not been connected yet counts as link 0, for incoming data and for
 ///   disconnectSPP().

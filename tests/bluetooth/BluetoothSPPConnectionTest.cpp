@@ -176,16 +176,16 @@ TEST_F(BluetoothSPPConnectionTest, TheFifoKeepsTheOldestBytesInOrder) {
     constexpr unsigned Count = 30000;
     std::thread driver([&] {
         for (unsigned next = 0; next < Count;) {
-            char piece[7];
+            char piece[40];
             std::iota(piece, piece + sizeof piece, static_cast<char>(next));
-            const int stored = link->incomingData(piece, std::min(1 + next % 7, Count - next));
+            const int stored = link->incomingData(piece, std::min(1 + next % 40, Count - next));
             next += static_cast<unsigned>(stored);
             std::this_thread::yield();
         }
     });
     unsigned seen = 0;
     unsigned wrong = 0;
-    for (unsigned size = 1; seen < Count; size = size % 11 + 1) {
+    for (unsigned size = 1; seen < Count; size = size % 43 + 1) {
         for (const char byte : taken(*link, size))
             wrong += byte == static_cast<char>(seen++) ? 0 : 1;
         std::this_thread::yield();
