@@ -2,18 +2,17 @@
 
 #include <gtest/gtest.h>
 
+#include <chrono>
 #include <cstdint>
 #include <string>
-#include <string_view>
 #include <vector>
 
+#include "sim/Terminal.h"
 #include "support/FedPort.h"
-#include "support/TerminalTest.h"
 
 namespace {
 
 using std::string;
-using std::string_view;
 using namespace std::string_literals;
 
 using Port = test::FedPort<LMXBluetoothPort>;
@@ -127,10 +126,6 @@ TEST(LMXBluetoothPortTest, APacketIsFoundCheckedAndLimitedByTheBuffer) {
     EXPECT_EQ(next(ten, 10), "-2");
     EXPECT_EQ(ten.left(), 11 + 17U) << "the payload stays in the line";
     EXPECT_EQ(next(ten, 11), "i d 0123456789");
-    Port unwanted(good);
-    char buffer[4];
-    EXPECT_EQ(unwanted.getPkt(nullptr, nullptr, buffer, 4, WaitMs), 3);
-    EXPECT_EQ(Port(good).getPkt(nullptr, nullptr, nullptr, 0, WaitMs), -2);
 }
 
 TEST(LMXBluetoothPortTest, APacketCutAnywhereIsMissingAndTheNextOneIsFound) {
@@ -145,45 +140,27 @@ TEST(LMXBluetoothPortTest, APacketCutAnywhereIsMissingAndTheNextOneIsFound) {
 }
 
 /// Noise without end, a byte every 10 ms.
-class NoisyLineTest : public test::TerminalTest {
-protected:
-    struct Line : Port {
-        explicit Line(NoisyLineTest& owner) : test(owner) {}
-        bool isInputPending(int) override {
-            test.pass(std::chrono::milliseconds(10));
-            return true;
-        }
-        int readData(void* byte, unsigned) override {
-            *static_cast<char*>(byte) = 'n';
-            ++reads;
-            return fails ? -1 : 1;
-        }
-        NoisyLineTest& test;
-        int reads = 0;
-        bool fails = false;
-    };
+struct NoisyPort : Port {
+    bool isInputPending(int) override {
+        sim::Clock& clock = sim::Clock::get();
+        clock.setMonotonic(clock.monotonic() + std::chrono::milliseconds(10));
+        return true;
+    }
+    int readData(void* byte, unsigned) override {
+        *static_cast<char*>(byte) = 'n';
+        return ++reads > 11 ? -1 : 1;
+    }
+    int reads = 0;
 };
 
-TEST_F(NoisyLineTest, TheSearchForAPacketEndsInTime) {
+TEST(LMXBluetoothPortTest, TheSearchForAPacketEndsInTimeAndWhenTheLineFails) {
+    sim::Terminal terminal;
     terminal.clock().setSpeed(1e-6);
-    Line line(*this);
-    EXPECT_EQ(line.getPkt(nullptr, nullptr, nullptr, 0, 100), -1);
-    EXPECT_EQ(line.reads, 11);
-    line.fails = true;
-    EXPECT_EQ(line.getPkt(nullptr, nullptr, nullptr, 0, 100), -1);
-    EXPECT_EQ(line.reads, 12);
-}
-
-TEST_F(NoisyLineTest, ARealLineCarriesPacketsOfEverySize) {
-    LMXBluetoothPort port("/dev/ttyAT2");
-    port.setFlowControl(S_FLOW_HARDWARE);
-    terminal.barcodeLine().fragment(7, std::chrono::microseconds(100));
-    terminal.barcode().transmit(packet('i', 'd', string(333, '\x02')) + packet('C', '5', ""));
-    std::vector<unsigned char> buffer(334);
-    EXPECT_EQ(port.getPkt(nullptr, nullptr, buffer.data(), 334, 10000), 333);
-    EXPECT_EQ(port.getPkt(nullptr, nullptr, buffer.data(), 1, 10000), 0);
-    terminal.barcodeLine().hangUp();
-    EXPECT_EQ(port.getPkt(nullptr, nullptr, buffer.data(), 334, 10000), -1);
+    NoisyPort port;
+    EXPECT_EQ(port.getPkt(nullptr, nullptr, nullptr, 0, 100), -1);
+    EXPECT_EQ(port.reads, 11);
+    EXPECT_EQ(port.getPkt(nullptr, nullptr, nullptr, 0, 100), -1);
+    EXPECT_EQ(port.reads, 12);
     EXPECT_FALSE(LMXBluetoothPort("/dev/none").sendCmd(1, nullptr, 0, nullptr, 0));
 }
 
