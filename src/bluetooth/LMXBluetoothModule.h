@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <memory>
 #include <string>
+#include <utility>
 
 #include "bluetooth/BluetoothModule.h"
 #include "bluetooth/LMXBluetoothPort.h"
@@ -20,8 +21,9 @@
 /// module's packets: it hands confirmations to the waiting command, and tells the connections of
 /// their links and data.
 ///
-/// A link's port is the slot of its connection and 1. The module's reports about port 7 are
-/// ignored. A line that has hung up stays so until the driver is made anew.
+/// The port of a link is its connection's slot plus 1. The module's reports about port 7 are
+/// ignored. A line that has hung up stays so until shutdown() and initModule(). A request also
+/// waits, beyond the times given below, as long as the module's flow control holds it back.
 class LMXBluetoothModule : public BluetoothModule, public Thread, public PowerEventListener {
 public:
     explicit LMXBluetoothModule(std::string device) : devicePath(std::move(device)) {}
@@ -30,7 +32,8 @@ public:
     ~LMXBluetoothModule() override;
 
     /// Makes the module's driver and sets the module up, unless there is a current module already.
-    /// False when the module cannot be set up; there is none then. Blocks up to 1.5 seconds.
+    /// False when the module cannot be set up; there is none then. Blocks up to about 1.5
+    /// seconds.
     static bool initialize();
 
     /// Opens the line, asks for the version, names the module after the terminal, starts the
@@ -48,7 +51,8 @@ public:
     bool closePort();
 
     /// Stops the thread and closes the line. False, with nothing done, while a slot holds a
-    /// connection. Blocks up to a second and a tenth.
+    /// connection. Blocks up to a second and a tenth. The driver stays the current module, so that
+    /// initialize() has nothing to do: initModule() sets it up again.
     bool shutdown() override;
 
     /// The address as "66:55:44:33:22:11", asked for once; "" when the module does not tell it
