@@ -5,6 +5,7 @@
 #include <fcntl.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdint>
 #include <cstdlib>
 #include <string>
@@ -69,24 +70,22 @@ struct Bench {
 /// What the frames at the beginning of `bytes` bring, read in another way than the driver does.
 /// Where they end; 0 when one is bad.
 size_t framesIn(std::string_view bytes, std::string (&data)[3], std::string& text) {
-    const std::string_view whole = bytes;
-    for (;;) {
-        const size_t start = bytes.find('\xBF');
-        if (start == std::string_view::npos)
-            return static_cast<size_t>(bytes.data() - whole.data());
-        bytes.remove_prefix(start);
-        const auto at = [&](size_t i) { return i < bytes.size() ? uint8_t(bytes[i]) : -1; };
-        const int link = at(1);
-        const int size = at(3);
-        if (size < 0 || at(4 + static_cast<size_t>(size)) != 255 - link ||
-            (link > 8 && link != 255))
+    const auto at = [&](size_t i) { return i < bytes.size() ? uint8_t(bytes[i]) : 0; };
+    for (size_t end = 0;;) {
+        const size_t start = end < bytes.size() ? bytes.find('\xBF', end) : end;
+        if (start >= bytes.size())
+            return end;
+        const int link = at(start + 1);
+        const auto size = static_cast<size_t>(at(start + 3));
+        if (at(start + 4 + size) != 255 - link || (link > 8 && link != 255))
             return 0;
-        const std::string_view payload = bytes.substr(4, static_cast<size_t>(size));
+        std::string payload(bytes.substr(std::min(start + 4, bytes.size()), size));
+        payload.resize(size);
         for (size_t i = 0; i < 3; ++i)
-            data[i] += link == Links[i] ? payload : std::string_view();
+            data[i] += link == Links[i] ? payload : "";
         if (link == 255)
             text += payload;
-        bytes.remove_prefix(static_cast<size_t>(size) + 5);
+        end = start + size + 5;
     }
 }
 

@@ -113,10 +113,7 @@ bool BlueGigaBluetoothModule::readAnswer(std::string* out, int timeoutMs) {
         // Every pass looks at all that has come. Callers only search an answer, so that it does not
         // matter to them how often a part of it is there.
         if (!isMuxOn) {
-            const auto length = static_cast<unsigned>(std::strlen(buffer));
-            const unsigned finalLine = setAnswerType(buffer, length);
-            if (out)
-                out->append(buffer, length - finalLine);
+            takeText(out, buffer, static_cast<unsigned>(std::strlen(buffer)));
         } else {
             const bool isWhole =
                 total >= iwrap::FrameOverhead &&
@@ -175,32 +172,41 @@ unsigned int BlueGigaBluetoothModule::parseMuxFrame(std::string* out, char* buf,
         if (!start)
             return pos;
         const auto at = static_cast<unsigned>(static_cast<const char*>(start) - buf);
-        if (end - at < iwrap::FrameOverhead)
-            return 0;
-        const unsigned char link = byteAt(buf, at + iwrap::LinkOffset);
+        // What is not there yet counts as 0. That is the trailer of the command link: an answer
+        // goes on, and is found whole when the rest has come. A link's data is not in order then.
+        const auto octet = [&](unsigned index) { return index < end ? byteAt(buf, index) : 0U; };
+        const unsigned link = octet(at + iwrap::LinkOffset);
         if (link > iwrap::HighestLink && link != iwrap::CommandLink)
             return 0;
-        const unsigned length = byteAt(buf, at + iwrap::LengthOffset);
-        char* const payload = buf + at + iwrap::PayloadOffset;
-        if (end - at < length + iwrap::FrameOverhead ||
-            byteAt(payload, length) != (link ^ iwrap::Complement))
+        const unsigned length = octet(at + iwrap::LengthOffset);
+        const unsigned begin = at + iwrap::PayloadOffset;
+        if (octet(begin + length) != (link ^ iwrap::Complement))
             return 0;
-        if (link == iwrap::CommandLink) {
-            const unsigned finalLine = setAnswerType(payload, length);
-            if (out)
-                out->append(payload, length - finalLine);
+        if (link != iwrap::CommandLink) {
+            deliver(link, buf + begin, length);
+        } else if (begin + length <= end) {
+            takeText(out, buf + begin, length);
         } else {
-            deliver(link, payload, length);
+            char filled[iwrap::LongestPayload] = {};
+            std::copy(buf + std::min(begin, end), buf + end, filled);
+            takeText(out, filled, length);
         }
         pos = at + length + iwrap::FrameOverhead;
     }
 }
 
+/// Notes how a text ends, and appends it without a final line.
+void BlueGigaBluetoothModule::takeText(std::string* out, const char* text, unsigned int len) {
+    const unsigned finalLine = setAnswerType(text, len);
+    if (out)
+        out->append(text, len - finalLine);
+}
+
 /// To the first connection that has the link; without one the data is dropped.
-void BlueGigaBluetoothModule::deliver(unsigned char link, char* data, unsigned int len) {
+void BlueGigaBluetoothModule::deliver(unsigned int link, char* data, unsigned int len) {
     const MutexGuard held(registryLock);
     for (BluetoothSPPConnection* const connection : connections) {
-        if (connection && getLocalPort(connection) == link) {
+        if (connection && getLocalPort(connection) == static_cast<int>(link)) {
             sendIncomingData(connection, data, len);
             return;
         }

@@ -99,7 +99,9 @@ public:
 
     /// Takes the frames out of buf[pos] to buf[end - 1]: link data is delivered, the text of the
     /// command link appended to `out` (which may be null) without its final line. Where the last
-    /// frame has ended; 0 at a frame with a bad link or trailer or that is not there as a whole.
+    /// frame has ended; 0 at a frame with a bad link or trailer, and at a link's that is not there
+    /// as a whole. One of the command link counts then as filled up with zero bytes, and ends
+    /// behind `end`. Without a frame: pos.
     unsigned int parseMuxFrame(std::string* out, char* buf, unsigned int pos, unsigned int end);
 
     void lock() { driverLock.lock(); }
@@ -163,7 +165,8 @@ private:
     Exchanged exchange(const std::string& command, std::string& answer, int timeoutMs);
     std::string exchangeLong(const std::string& command, int timeoutMs);
     bool setting(const std::string& command);
-    void deliver(unsigned char link, char* data, unsigned int len);
+    void takeText(std::string* out, const char* text, unsigned int len);
+    void deliver(unsigned int link, char* data, unsigned int len);
     BluetoothSPPConnection* connectionAt(int id);
     std::optional<int> linkAt(int id, Which which);
 
