@@ -26,7 +26,6 @@ using test::makeLink;
 using test::OwnedLink;
 using test::soon;
 using test::taken;
-using testing::ElementsAre;
 using testing::HasSubstr;
 
 constexpr char Path[] = "/dev/ttyAT1";
@@ -295,7 +294,7 @@ TEST_F(BlueGigaBluetoothModuleTest, LinksAreCalledCarryDataAndAreEnded) {
     driver->pollIncomingData(1000);
     EXPECT_TRUE(print->isConnected() && !print->disconnect());
     EXPECT_TRUE(phone->disconnect() && phone->isConnected());
-    EXPECT_THAT(module().links(), ElementsAre());
+    EXPECT_TRUE(module().links().empty());
 }
 
 TEST_F(BlueGigaBluetoothModuleTest, SpoiltAnswersGiveFailuresAndNoMore) {
