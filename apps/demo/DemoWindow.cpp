@@ -13,6 +13,7 @@ namespace demo {
 namespace {
 
 constexpr int TriggerKey = 59;  // F1, which the trigger sends
+constexpr int EndKey = 1;       // Esc
 
 int numberIn(void* data) { return static_cast<int>(reinterpret_cast<intptr_t>(data)); }
 
@@ -35,6 +36,11 @@ bool DemoWindow::onKeyDown(int key) {
 }
 
 bool DemoWindow::onKeyUp(int key) {
+    if (key == EndKey) {
+        note("good bye");
+        GuiLibrary::quit();
+        return true;
+    }
     if (key != TriggerKey)
         return false;
     show("trigger let go, scanning");
@@ -61,11 +67,11 @@ void DemoWindow::onSystemEvent(int code, void* data) {
         break;
     case events::ScannedCode: {
         const auto* const record = static_cast<const ScanRecord*>(data);
-        show("event %d: source %d, code %s", code, record->source, record->data);
+        note("event %d: source %d, code %s", code, record->source, record->data);
         break;
     }
     case events::ShutdownRequest:
-        show("event %d: shut down, good bye", code);
+        note("event %d: shut down, good bye", code);
         GuiLibrary::quit();
         break;
     default: break;

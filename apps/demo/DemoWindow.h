@@ -6,7 +6,7 @@
 namespace demo {
 
 /// Shows what the library tells the application. Pulling the trigger lights the aim, letting it go
-/// starts the scan.
+/// starts the scan; Esc ends the application.
 class DemoWindow : public GuiWindow {
 public:
     explicit DemoWindow(BarcodeReader& barcodeReader) : GuiWindow(0), reader(barcodeReader) {}

@@ -2,6 +2,8 @@
 
 #include <ctime>
 
+#include "config/LogFile.h"
+
 void demo::show(const char* text) {
     timespec now{};
     clock_gettime(CLOCK_REALTIME, &now);
@@ -10,5 +12,12 @@ void demo::show(const char* text) {
     char date[32];
     std::strftime(date, sizeof date, "%Y-%m-%d %H:%M:%S", &local);
     std::printf("%s.%03ld  application: %s\n", date, now.tv_nsec / 1'000'000, text);
+    std::fflush(stdout);
+}
+
+void demo::note(const char* text) {
+    show(text);
+    static LogFile log("/mnt/mmc/demo.log");
+    log.logPrintf(LogFile::LEVEL_INFO, "demo", "%s", text);
     std::fflush(stdout);
 }

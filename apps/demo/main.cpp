@@ -1,43 +1,31 @@
-// The demonstration: a small application as any other. It scans barcodes while the trigger is
-// pulled, keeps a GPRS link up, and shows, as a dated line each, what the library tells it.
+// The demonstration: a small application as any other. It says who the terminal is, reads its
+// settings from the memory card and keeps a log there, scans barcodes while the trigger is pulled,
+// keeps the link up that the terminal is equipped for, and shows, as a dated line each, what the
+// library tells it.
 
+#include "Bluetooth.h"
 #include "DemoWindow.h"
+#include "Link.h"
+#include "Settings.h"
 #include "Show.h"
-#include "foundation/Thread.h"
+#include "config/SysInfo.h"
 #include "gui/GuiLibrary.h"
-#include "network/GprsConnection.h"
 #include "power/PowerManager.h"
 #include "power/SystemMonitor.h"
 
 namespace {
 
-constexpr int LongestStartMs = 120'000;
+void introduce() {
+    demo::show("this is %s, model %s, hardware %s, firmware %s", SysInfo::getSerialNumber(),
+               SysInfo::getModelType(), SysInfo::getHardwareRevision(),
+               SysInfo::getFirmwareVersion());
+}
 
-/// The GPRS link of the application, brought up beside the windows: that takes a while.
-class Link : public Thread {
-public:
-    Link() : gprs({"1234", 0, "internet", "", ""}) { start(); }
-
-    ~Link() override {
-        stop(LongestStartMs, false);
-        gprs.disconnect();
-        gprs.shutdown();
-    }
-
-    void run() override {
-        if (!gprs.initialize() || !gprs.connect())
-            demo::show("no GPRS link");
-    }
-
-private:
-    GprsConnection gprs;
-};
-
-void runWindows() {
+void runWindows(const demo::Settings& settings) {
     BarcodeReader reader;
     demo::show(reader.initialize() ? "barcode reader ready" : "no barcode reader");
     demo::DemoWindow window(reader);
-    Link link;
+    const demo::Link link(settings);
     GuiLibrary::run();
     reader.shutdown();
 }
@@ -45,15 +33,23 @@ void runWindows() {
 }  // namespace
 
 int main() {
+    introduce();
     if (!PowerManager::initPowerManager()) {
         demo::show("no power manager");
         return 1;
     }
     demo::show("power manager up");
+    demo::Settings settings;
+    if (settings.read("/mnt/mmc/demo.ini"))
+        demo::note("start %d with this card", settings.starts);
+    else
+        demo::show("no settings on the memory card");
     SystemMonitor::initialize();
-    runWindows();
+    runWindows(settings);
+    if (settings.kind == "bluetooth")
+        demo::takeCall(settings.bluetooth);
     SystemMonitor::shutdown();
+    demo::note("all down");
     PowerManager::deinitPowerManager();
-    demo::show("all down");
     return 0;
 }

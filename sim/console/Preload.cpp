@@ -50,11 +50,14 @@ __attribute__((constructor)) void startTerminal() {
         return;
     const std::string root = takeVariable(launcher::RootVariable);
     const std::string speed = takeVariable(launcher::SpeedVariable);
+    const std::string card = takeVariable(launcher::CardVariable);
     const std::string script = takeVariable(launcher::ScriptVariable);
     const bool isInteractive = !takeVariable(launcher::InteractiveVariable).empty();
     unsetenv("LD_PRELOAD");  // what this program starts is not on a terminal of its own
 
     auto* const terminal = new sim::Terminal(root);
+    if (!card.empty())
+        terminal->card().copyFrom(card);
     terminal->clock().setSpeed(strtod(speed.c_str(), nullptr));
     terminal->power().setLasting(isInteractive);
     auto* const trace = new sim::Trace;

@@ -8,6 +8,7 @@
 #include <cerrno>
 #include <climits>
 #include <cstdlib>
+#include <filesystem>
 #include <string_view>
 
 #include "sim/Terminal.h"
@@ -59,6 +60,12 @@ void MemoryCard::writeFile(const std::string& name, const std::string& text) con
 
 std::string MemoryCard::readFile(const std::string& name) const {
     return files.read(std::string(Contents) + "/" + name);
+}
+
+void MemoryCard::copyFrom(const std::string& folder) const {
+    std::error_code ignored;
+    std::filesystem::copy(folder, files.hostPath(Contents),
+                          std::filesystem::copy_options::recursive, ignored);
 }
 
 int MemoryCard::mount(const std::string& source, const std::string& target, const std::string& type,

@@ -29,6 +29,9 @@ public:
     void writeFile(const std::string& name, const std::string& text) const;
     std::string readFile(const std::string& name) const;
 
+    /// The same with all the files of a folder of the host.
+    void copyFrom(const std::string& folder) const;
+
     int mount(const std::string& source, const std::string& target, const std::string& type,
               unsigned long flags);
     int unmount(const std::string& target);

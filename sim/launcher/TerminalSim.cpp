@@ -46,11 +46,14 @@ int statusOf(pid_t program) {
 int main(int argc, char** argv) {
     CLI::App app("Runs a program on the simulated terminal.", "terminal-sim");
     double speed = 1;
+    std::string card;
     std::string script;
     bool isInteractive = false;
     std::vector<std::string> command;
     app.add_option("--speed", speed, "how fast the terminal's time passes")
         ->check(CLI::PositiveNumber);
+    app.add_option("--card", card, "a folder: its files are copied to the memory card")
+        ->check(CLI::ExistingDirectory);
     app.add_option("--script", script, "console commands to play")->check(CLI::ExistingFile);
     app.add_flag("--interactive", isInteractive, "reads console commands from standard input");
     app.add_option("program", command, "the program and its arguments, after --")->required();
@@ -63,6 +66,7 @@ int main(int argc, char** argv) {
     }
     setenv(launcher::RootVariable, root.c_str(), 1);
     setenv(launcher::SpeedVariable, std::to_string(speed).c_str(), 1);
+    setenv(launcher::CardVariable, card.c_str(), 1);
     setenv(launcher::ScriptVariable, script.c_str(), 1);
     setenv(launcher::InteractiveVariable, isInteractive ? "1" : "", 1);
 
