@@ -1,0 +1,121 @@
+#include "scanner/ScannerInput.h"
+
+#include <gtest/gtest.h>
+
+#include <functional>
+#include <string>
+
+#include "support/FreshProcess.h"
+#include "support/TerminalTest.h"
+
+namespace {
+
+using std::string;
+using Steps = std::function<string(sim::Terminal&)>;
+
+/// What the steps tell on a terminal with such engines. In a process of its own: what the terminal
+/// says of its engines is read once.
+string onTerminal(const string& engines, const Steps& steps) {
+    return test::inFreshProcess([&] {
+        sim::Terminal terminal;
+        terminal.identity().setScanners(engines);
+        if (engines == "01" || engines == "11")
+            terminal.rfid().fit(sim::RfidEngine::Type::Nxp);
+        PowerManager::initPowerManager();
+        terminal.journal().clear();
+        return steps(terminal);
+    });
+}
+
+ScannerInput& input() { return *ScannerInput::getScannerInput(); }
+
+bool isPowered(sim::Terminal& terminal) {
+    return terminal.journal().history("pwrctrl").find("supply 2 on") != string::npos;
+}
+
+TEST(ScannerInputTest, TheEnginesThatTheTerminalTellsOfGetAReaderEach) {
+    const struct {
+        const char *engines, *readers;
+    } cases[] = {{"10", "barcode"},
+                 {"11", "barcode open, close"},
+                 {"12", "barcode open, close"},
+                 {"01", "open, close"},
+                 {"02", "open, close"},
+                 {"13", "barcode"},
+                 {"00", "none"},
+                 {"", "none"}};
+    for (const auto& tried : cases) {
+        EXPECT_EQ(onTerminal(tried.engines,
+                             [](sim::Terminal& terminal) -> string {
+                                 if (!ScannerInput::initialize())
+                                     return ScannerInput::getScannerInput() ? "left over" : "none";
+                                 const ScannerInput* const first = &input();
+                                 if (!ScannerInput::initialize() || &input() != first)
+                                     return "two instances";
+                                 const string rfid = terminal.journal().history("rfid");
+                                 const bool powered = isPowered(terminal);
+                                 ScannerInput::shutdown();
+                                 return (powered ? "barcode" + string(rfid.empty() ? "" : " ")
+                                                 : "") +
+                                        rfid;
+                             }),
+                  tried.readers)
+            << tried.engines;
+    }
+}
+
+TEST(ScannerInputTest, OnlyArmedReadersScanAndAnArmedOneKeepsItsArea) {
+    EXPECT_EQ(
+        onTerminal("12",
+                   [](sim::Terminal& terminal) -> string {
+                       if (!ScannerInput::initialize() || input().startScan() || input().stopScan())
+                           return "scans unarmed";
+                       if (!input().initScan(2) || !input().initScan(-1) || input().startScan())
+                           return "an index without a reader is armed";
+                       input().setRfidReadAreas(RFID_BANK_3, 1, 2);
+                       terminal.journal().clear();
+                       input().initScan(1);
+                       input().setRfidReadAreas(RFID_BANK_4, 8, 9);
+                       terminal.journal().await("rfid: reading", 0, test::HostLimit);
+                       const bool all =
+                           input().startScan() && input().stopScan() && !input().startScan();
+                       terminal.journal().await("rfid: close", 0, test::HostLimit);
+                       const string shown = terminal.journal().history("rfid");
+                       ScannerInput::shutdown();
+                       return (all ? "" : "wrong results ") + shown;
+                   }),
+        "open, first 1, last 2, bank 2, reading, abort, close");
+}
+
+TEST(ScannerInputTest, WithoutABarcodeReaderTheRfidReaderOutlivesTheFacade) {
+    EXPECT_EQ(onTerminal("02",
+                         [](sim::Terminal& terminal) -> string {
+                             ScannerInput::initialize();
+                             terminal.journal().clear();
+                             input().initScan(1);
+                             terminal.journal().await("rfid: reading", 0, test::HostLimit);
+                             ScannerInput::shutdown();
+                             terminal.rfid().present({"\x07", {}});
+                             return terminal.journal().await("rfid: close", 0, test::HostLimit)
+                                        ? "reads on"
+                                        : "gone";
+                         }),
+              "reads on");
+}
+
+TEST(ScannerInputTest, AReaderThatFailsLeavesTheOneBeforeRunning) {
+    EXPECT_EQ(onTerminal("12",
+                         [](sim::Terminal& terminal) -> string {
+                             terminal.rfid().fit(std::nullopt);
+                             if (ScannerInput::initialize() || ScannerInput::getScannerInput())
+                                 return "an instance";
+                             test::NotingWindow window(terminal.journal());
+                             terminal.barcodeLine().send("12345\r\n");
+                             const bool scans =
+                                 terminal.journal().await("app: scan 12345", 0, test::HostLimit);
+                             return scans ? "scans" : "dead";
+                         }),
+              "scans");
+}
+
+}  // namespace
