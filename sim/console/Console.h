@@ -28,6 +28,9 @@ public:
 
     bool hasQuit() const { return quitting; }
 
+    /// Whether the last line could not be carried out.
+    bool hasFailed() const { return failed; }
+
 private:
     using Words = std::vector<std::string>;
     struct Command;

@@ -15,6 +15,7 @@
 #include "sim/SignalsBlocked.h"
 #include "sim/Terminal.h"
 #include "sim/console/Console.h"
+#include "sim/console/ConsoleSocket.h"
 #include "sim/console/Trace.h"
 #include "sim/launcher/Environment.h"
 
@@ -44,6 +45,18 @@ void work(sim::Terminal& terminal, const std::string& script, bool isInteractive
         _exit(EXIT_SUCCESS);
 }
 
+void serve(sim::Terminal& terminal, const std::string& path) {
+    const sim::HostTime hostTime;
+    try {
+        sim::ConsoleSocket console(terminal, path);
+        console.serve();
+    } catch (const std::exception& error) {
+        fprintf(stderr, "terminal-sim: %s\n", error.what());
+        _exit(launcher::ScriptFailed);
+    }
+    _exit(EXIT_SUCCESS);
+}
+
 /// The terminal lives as long as the process: the launcher removes its files.
 __attribute__((constructor)) void startTerminal() {
     if (!getenv(launcher::RootVariable))
@@ -52,6 +65,7 @@ __attribute__((constructor)) void startTerminal() {
     const std::string speed = takeVariable(launcher::SpeedVariable);
     const std::string card = takeVariable(launcher::CardVariable);
     const std::string script = takeVariable(launcher::ScriptVariable);
+    const std::string socket = takeVariable(launcher::SocketVariable);
     const bool isInteractive = !takeVariable(launcher::InteractiveVariable).empty();
     unsetenv("LD_PRELOAD");  // what this program starts is not on a terminal of its own
 
@@ -59,11 +73,13 @@ __attribute__((constructor)) void startTerminal() {
     if (!card.empty())
         terminal->card().copyFrom(card);
     terminal->clock().setSpeed(strtod(speed.c_str(), nullptr));
-    terminal->power().setLasting(isInteractive);
+    terminal->power().setLasting(isInteractive || !socket.empty());
     auto* const trace = new sim::Trace;
     terminal->journal().watch([trace](const sim::Journal::Entry& entry) { trace->print(entry); });
     const sim::SignalsBlocked blocked;  // the program's signals are for its own threads
     std::thread([=] { work(*terminal, script, isInteractive); }).detach();
+    if (!socket.empty())
+        std::thread([=] { serve(*terminal, socket); }).detach();
 }
 
 }  // namespace

@@ -5,8 +5,9 @@ namespace launcher {
 
 constexpr char RootVariable[] = "TERMINAL_SIM_ROOT";  // an empty folder, which the launcher removes
 constexpr char SpeedVariable[] = "TERMINAL_SIM_SPEED";
-constexpr char CardVariable[] = "TERMINAL_SIM_CARD";  // a folder with its files; empty: none
-constexpr char ScriptVariable[] = "TERMINAL_SIM_SCRIPT";            // empty: none
+constexpr char CardVariable[] = "TERMINAL_SIM_CARD";      // a folder with its files; empty: none
+constexpr char ScriptVariable[] = "TERMINAL_SIM_SCRIPT";  // empty: none
+constexpr char SocketVariable[] = "TERMINAL_SIM_SOCKET";  // empty: none
 constexpr char InteractiveVariable[] = "TERMINAL_SIM_INTERACTIVE";  // empty: no
 
 constexpr int ScriptFailed = 3;  // exit status

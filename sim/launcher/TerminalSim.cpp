@@ -1,5 +1,5 @@
-// terminal-sim: runs a program on the simulated terminal, with a script or a person to play the
-// world.
+// terminal-sim: runs a program on the simulated terminal, with a script, a person or other programs
+// to play the world.
 
 #include <sys/wait.h>
 #include <unistd.h>
@@ -8,10 +8,12 @@
 #include <csignal>
 #include <cstdlib>
 #include <filesystem>
+#include <iostream>
 #include <string>
 #include <vector>
 
 #include "sim/launcher/Environment.h"
+#include "sim/launcher/Send.h"
 
 namespace fs = std::filesystem;
 
@@ -48,6 +50,7 @@ int main(int argc, char** argv) {
     double speed = 1;
     std::string card;
     std::string script;
+    std::string socket;
     bool isInteractive = false;
     std::vector<std::string> command;
     app.add_option("--speed", speed, "how fast the terminal's time passes")
@@ -55,9 +58,22 @@ int main(int argc, char** argv) {
     app.add_option("--card", card, "a folder: its files are copied to the memory card")
         ->check(CLI::ExistingDirectory);
     app.add_option("--script", script, "console commands to play")->check(CLI::ExistingFile);
+    app.add_option("--socket", socket, "where \"terminal-sim send\" reaches the console");
     app.add_flag("--interactive", isInteractive, "reads console commands from standard input");
-    app.add_option("program", command, "the program and its arguments, after --")->required();
+    app.add_option("program", command, "the program and its arguments, after --");
+    std::string sendTo;
+    std::vector<std::string> words;
+    CLI::App* const sending =
+        app.add_subcommand("send", "Sends a console command to a terminal started with --socket.");
+    sending->add_option("path", sendTo, "the socket")->required();
+    sending->add_option("command", words, "the command, in one or more words")->required();
     CLI11_PARSE(app, argc, argv);
+    if (sending->parsed())
+        return launcher::send(sendTo, CLI::detail::join(words, " "));
+    if (command.empty()) {
+        std::cerr << app.help();
+        return CannotRun;
+    }
 
     std::string root = (fs::temp_directory_path() / "terminal-XXXXXX").string();
     if (!mkdtemp(root.data())) {
@@ -68,6 +84,8 @@ int main(int argc, char** argv) {
     setenv(launcher::SpeedVariable, std::to_string(speed).c_str(), 1);
     setenv(launcher::CardVariable, card.c_str(), 1);
     setenv(launcher::ScriptVariable, script.c_str(), 1);
+    // A program that changes its folder first still finds it.
+    setenv(launcher::SocketVariable, socket.empty() ? "" : fs::absolute(socket).c_str(), 1);
     setenv(launcher::InteractiveVariable, isInteractive ? "1" : "", 1);
 
     const pid_t program = fork();
@@ -78,5 +96,7 @@ int main(int argc, char** argv) {
     const int status = program < 0 ? CannotRun : statusOf(program);
     std::error_code ignored;
     fs::remove_all(root, ignored);
+    if (!socket.empty() && fs::is_socket(socket, ignored))
+        fs::remove(socket, ignored);
     return status;
 }
