@@ -1,0 +1,100 @@
+#pragma once
+
+#include "gui/GuiWindow.h"
+
+/// Turns the 12-key keypad into text entry. In number mode a key gives its digit. In text mode
+/// repeated presses of a key go through its characters, the last of which stays pending until a
+/// pause, another key, or a change of its case by holding the key. The function key changes the
+/// mode when pressed, the case when held.
+///
+/// An application derives its edit field from it, which shows and edits the text in the abstract
+/// operations. Everything runs in the callbacks of the windowing library, under its lock.
+/// Characters are those of the display font's 8-bit code page; key codes are Linux input key codes.
+class KeypadInputWindow : public GuiWindow {
+public:
+    enum InputMode { NumberMode = 0, UpperCaseMode = 1, LowerCaseMode = 2 };
+
+    /// How putCharacter() is meant.
+    enum PutMode {
+        PutInsert = 0,      ///< insert, or replace the pending character
+        PutModeChange = 1,  ///< no character: the mode has changed
+        PutCaseChange =
+            2  ///< the case of the character just entered, or (0) of the next, has changed
+    };
+
+    static constexpr int Keys = 12;
+    static constexpr int Cases = 2;         // upper, lower
+    static constexpr int KeyListSize = 12;  // each list is ended by a NUL
+
+    static const unsigned char keyMapText[Keys][Cases][KeyListSize];
+    static const unsigned char keyMapNum[Keys];
+
+    explicit KeypadInputWindow(int style);
+
+    bool onKeyDown(int key) override;
+    bool onKeyUp(int key) override;
+
+    /// Stops the timers. A pending character is not committed.
+    void onClose() override;
+
+    bool onModalFinished(GuiWindow* modal) override;
+    void onTimer(int id) override;
+
+    /// The number of a digit (0 to 9) or the dot key (10) while the function key is up, else -1.
+    int inputKey(int key) const;
+
+    int getInputMode() const;  ///< an InputMode
+
+    void setNumberMode(bool on);
+
+protected:
+    virtual void keyDownNotice(int key, bool functionKeyDown) = 0;
+    virtual void suspendedKeyDown(int key, bool functionKeyDown) = 0;
+    virtual void keyUpNotice(int key, bool functionKeyDown) = 0;
+
+    /// F1 to F5: 1 to 5 in number mode, 6 to 10 in text mode.
+    virtual void functionShortcut(int number) = 0;
+
+    /// `how` is a PutMode. For an insertion `flag` is 1 when nothing can follow that replaces the
+    /// character; with a change of a character's case it is the new one, 1 for upper case. False
+    /// refuses the character.
+    virtual bool putCharacter(unsigned char character, int how, int flag) = 0;
+
+    virtual void commitCharacter() = 0;
+
+    /// Sees each key before it is looked at, unless the function key is down. True consumes it.
+    virtual bool filterKey(int key) = 0;
+
+    /// Deletes one character, or, when the key is `held`, what it chooses to. False: not to be
+    /// held.
+    virtual bool backspace(bool held) = 0;
+
+    virtual void menuKey() = 0;
+
+    /// While false, no key enters anything.
+    virtual bool isInputActive() = 0;
+
+    void stopKeyWaitTimer();
+    void stopKeyHoldTimer();
+
+    bool inputSuspended = false;  // set by the derived window: keys go to suspendedKeyDown()
+
+private:
+    void enterText(int key, int index);
+    void enterNumber(int key, int index);
+    void startKeyHold(int key);
+    void endKeyHold();
+    void commitOther(int key);
+    void commitPending();
+    void forgetPending();
+    void keyHeld();
+    unsigned char pendingCharacter(int index) const;
+
+    int tapIndex = 0;     // of the pending character in its key's list
+    int pendingKey = -1;  // whose character is not committed; -1: none
+    int heldKey = -1;     // whose hold timer runs; -1: none
+    bool functionKeyDown = false;
+    bool functionKeyAlone = false;  // it went down, no other did, and it was not held to act
+    bool upperCase = true;
+    bool numberMode = true;
+};
