@@ -128,7 +128,7 @@ TEST_F(RfidReaderTest, AnAnswerIsDeliveredOnlyWhenItIsWholeAndTellsSomething) {
     EXPECT_EQ(delivered(reader, whole), "2 04A1F0 user");
     for (size_t cut = 0; cut < whole.size(); ++cut)
         EXPECT_EQ(delivered(reader, whole.substr(0, cut)), "") << cut;
-    for (const size_t more : {1, 256, 2000, 3000})
+    for (const size_t more : {1U, 256U, 2000U, 3000U})
         EXPECT_EQ(delivered(reader, whole + string(more, '\0')), "") << more;
 
     string longestId(2 * 255, '\0');
