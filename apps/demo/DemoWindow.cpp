@@ -8,12 +8,16 @@
 #include "network/NetworkEventListener.h"
 #include "power/SystemEvents.h"
 #include "scanner/ScanRecord.h"
+#include "scanner/ScannerInput.h"
 
 namespace demo {
 namespace {
 
 constexpr int TriggerKey = 59;  // F1, which the trigger sends
-constexpr int EndKey = 1;       // Esc
+constexpr int EnterKey = 28;
+constexpr int EndKey = 1;  // Esc
+constexpr int BarcodeSlot = 0;
+constexpr int RfidSlot = 1;
 
 int numberIn(void* data) { return static_cast<int>(reinterpret_cast<intptr_t>(data)); }
 
@@ -30,22 +34,61 @@ const char* nameOf(NetworkEvent event) {
 
 bool DemoWindow::onKeyDown(int key) {
     if (key != TriggerKey)
-        return false;
+        return KeypadInputWindow::onKeyDown(key);
     show("trigger pulled");
-    return reader.initRead();
+    ScannerInput* const scanner = ScannerInput::getScannerInput();
+    return scanner && scanner->initScan(BarcodeSlot) && scanner->initScan(RfidSlot);
 }
 
 bool DemoWindow::onKeyUp(int key) {
-    if (key == EndKey) {
+    switch (key) {
+    case TriggerKey: {
+        show("trigger let go, scanning");
+        ScannerInput* const scanner = ScannerInput::getScannerInput();
+        return scanner && scanner->startScan();
+    }
+    case EnterKey:
+        if (!text.empty())
+            note("text entered: %s", text.c_str());
+        text.clear();
+        break;
+    case EndKey:
         note("good bye");
         GuiLibrary::quit();
         return true;
+    default: break;
     }
-    if (key != TriggerKey)
-        return false;
-    show("trigger let go, scanning");
-    return reader.startRead();
+    return KeypadInputWindow::onKeyUp(key);
 }
+
+bool DemoWindow::putCharacter(unsigned char character, int how, int flag) {
+    if (how == PutInsert) {
+        if (hasPending)
+            text.pop_back();
+        text += static_cast<char>(character);
+        hasPending = flag == 0;
+        showText();
+    } else if (how == PutCaseChange && character != 0 && hasPending) {
+        text.back() = static_cast<char>(character);
+        showText();
+    } else {
+        static constexpr const char* Modes[] = {"123", "ABC", "abc"};
+        show("keypad: %s", Modes[getInputMode()]);
+    }
+    return true;
+}
+
+bool DemoWindow::backspace(bool held) {
+    if (held)
+        text.clear();
+    else if (!text.empty())
+        text.pop_back();
+    hasPending = false;
+    showText();
+    return !text.empty();
+}
+
+void DemoWindow::showText() const { show("text: %s", text.c_str()); }
 
 void DemoWindow::onSystemEvent(int code, void* data) {
     switch (code) {
@@ -67,7 +110,11 @@ void DemoWindow::onSystemEvent(int code, void* data) {
         break;
     case events::ScannedCode: {
         const auto* const record = static_cast<const ScanRecord*>(data);
-        note("event %d: source %d, code %s", code, record->source, record->data);
+        if (record->id)
+            note("event %d: source %d, tag %s, data %s", code, record->source, record->id,
+                 record->data);
+        else
+            note("event %d: source %d, code %s", code, record->source, record->data);
         break;
     }
     case events::ShutdownRequest:

@@ -12,6 +12,7 @@
 #include "gui/GuiLibrary.h"
 #include "power/PowerManager.h"
 #include "power/SystemMonitor.h"
+#include "scanner/ScannerInput.h"
 
 namespace {
 
@@ -22,12 +23,11 @@ void introduce() {
 }
 
 void runWindows(const demo::Settings& settings) {
-    BarcodeReader reader;
-    demo::show(reader.initialize() ? "barcode reader ready" : "no barcode reader");
-    demo::DemoWindow window(reader);
+    demo::show(ScannerInput::initialize() ? "readers ready" : "no readers");
+    demo::DemoWindow window;
     const demo::Link link(settings);
     GuiLibrary::run();
-    reader.shutdown();
+    ScannerInput::shutdown();
 }
 
 }  // namespace
