@@ -11,6 +11,8 @@ if(TARGET gui)
   install(DIRECTORY gui DESTINATION ${HANDHELD_INCLUDE_DIR} FILES_MATCHING PATTERN "*.h")
 endif()
 install(DIRECTORY src/ DESTINATION ${HANDHELD_INCLUDE_DIR} FILES_MATCHING PATTERN "*.h")
+set_target_properties(${exported} PROPERTIES VERSION ${PROJECT_VERSION}
+                                             SOVERSION ${PROJECT_VERSION_MAJOR}.${PROJECT_VERSION_MINOR})
 install(TARGETS ${exported} EXPORT handheldTargets INCLUDES DESTINATION ${HANDHELD_INCLUDE_DIR})
 install(EXPORT handheldTargets NAMESPACE handheld:: DESTINATION ${HANDHELD_CONFIG_DIR})
 
@@ -22,6 +24,15 @@ write_basic_package_version_file(${PROJECT_BINARY_DIR}/handheldConfigVersion.cma
 install(FILES ${PROJECT_BINARY_DIR}/handheldConfig.cmake
               ${PROJECT_BINARY_DIR}/handheldConfigVersion.cmake
         DESTINATION ${HANDHELD_CONFIG_DIR})
+
+# The same for builds that do not use CMake. The file finds the rest from its own folder.
+file(RELATIVE_PATH HANDHELD_PC_PREFIX /prefix/${CMAKE_INSTALL_LIBDIR}/pkgconfig /prefix)
+set(HANDHELD_PC_GUI -l${HANDHELD_GUI})
+if(TARGET gui)
+  set(HANDHELD_PC_GUI -lhandheld_gui)
+endif()
+configure_file(cmake/handheld.pc.in ${PROJECT_BINARY_DIR}/handheld.pc @ONLY)
+install(FILES ${PROJECT_BINARY_DIR}/handheld.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
 
 foreach(target terminal_sim terminal-sim)
   if(TARGET ${target})
