@@ -146,23 +146,6 @@ TEST_F(BlueGigaBluetoothModuleTest, BufferedFramesAreTakenUntilOneIsNotInOrder) 
     }
 }
 
-TEST_F(BlueGigaBluetoothModuleTest, AnInquirysLinesBecomeDevices) {
-    const auto devices = bluetooth::devicesIn(
-        "INQUIRY 2 NAME\r\nINQUIRY 3\r\nNAME 00:11:22:33:44:55 \"too early\"\r\n"
-        "INQUIRY 00:11:22:33:44:55 5a020c\r\nINQUIRY 66:77:88:99:aa:bb 240404 x\r\n"
-        "INQUIRY 00:11:22:33:44:55 99999999999\r\nINQUIRY 00:11:22:33:44:55\r\n"
-        "NAME 00:11:22:33:44:55 \"A B\"\r\nNAME ff:ff:ff:ff:ff:ff \"unknown\"\r\n"
-        "NAME 66:77:88:99:aa:bb \nNAME 66:77:88:99:aa:bb\r\nNAME \r\n\n \n"
-        "INQUIRY 11:11:11:11:11:11 without its end");
-    string found;
-    for (const auto& device : devices)
-        found += device.address + "|" + device.name + "|" + std::to_string(device.number) + "\n";
-    EXPECT_EQ(found, "00:11:22:33:44:55|\"A B\"|5\n"
-                     "66:77:88:99:aa:bb||240404\n"
-                     "00:11:22:33:44:55||2147483647\n")
-        << "an address that is found twice makes two devices";
-}
-
 TEST_F(BlueGigaBluetoothModuleTest, AnAnswerInPiecesIsLookedAtFromItsBeginningEachTime) {
     openOnly();
     const OwnedLink link = linkNumbered(3);
@@ -223,30 +206,6 @@ TEST_F(BlueGigaBluetoothModuleTest, AnAnswerInPiecesIsLookedAtFromItsBeginningEa
     EXPECT_FALSE(read(60000) || driver->ping());
 }
 
-TEST_F(BlueGigaBluetoothModuleTest, ItsOperationsFollowTheModulesAnswers) {
-    start();
-    EXPECT_FALSE(driver->open()) << "it is";
-    EXPECT_EQ(module().line().settings(), "115200 8N1");
-    EXPECT_TRUE(!driver->disableEcho() && driver->disableEcho()) << "its echo has a line end";
-    EXPECT_FALSE(driver->setLAP("9e8b33"));
-    EXPECT_TRUE(driver->enableMUX() && driver->disableMUX());
-    EXPECT_TRUE(driver->enableMUX() && driver->enableMUX() && module().isMultiplexing());
-    EXPECT_TRUE(driver->setLAP("9e8b33") && module().accessCode() == "9e8b33");
-    EXPECT_EQ(driver->getLocalMac(), "00:07:80:12:34:56");
-    EXPECT_THAT(driver->getVersion(), HasSubstr("2.1.0"));
-    module().onCommand("SET", Reply::final("SET BT BDADDR 00:07"), 1);
-    EXPECT_EQ(driver->getLocalMac(), "");
-
-    const auto devices = driver->scanDevices();
-    ASSERT_EQ(devices.size(), 2U);
-    EXPECT_EQ(devices[1].address + devices[1].name, Printer + "\"Printer\""s);
-    EXPECT_EQ(driver->getSignalStrength(), -28);
-    EXPECT_FALSE(driver->ping() || driver->listenSPP(0) || driver->addSDPRecord(0, nullptr, 0));
-    ASSERT_TRUE(driver->shutdown() && driver->close());
-    EXPECT_FALSE(driver->setLAP("") || driver->isAlive());
-    EXPECT_EQ(driver->getVersion() + driver->queryActiveConnections(), "");
-}
-
 TEST_F(BlueGigaBluetoothModuleTest, LinksAreCalledCarryDataAndAreEnded) {
     start();
     ASSERT_TRUE(driver->enableMUX());
@@ -295,23 +254,6 @@ TEST_F(BlueGigaBluetoothModuleTest, LinksAreCalledCarryDataAndAreEnded) {
     EXPECT_TRUE(print->isConnected() && !print->disconnect());
     EXPECT_TRUE(phone->disconnect() && phone->isConnected());
     EXPECT_TRUE(module().links().empty());
-}
-
-TEST_F(BlueGigaBluetoothModuleTest, SpoiltAnswersGiveFailuresAndNoMore) {
-    start();
-    ASSERT_TRUE(driver->enableMUX());
-    terminal.clock().setSpeed(Waiting);
-    for (const Reply& spoilt :
-         {Reply::silence(), Reply::normal().garbled(), Reply::normal().cut(3),
-          Reply::normal().cut(9), Reply::normal().after(20s), Reply::raw(string(5000, '\xFF'))}) {
-        const OwnedLink link = linkNumbered(0);
-        module().onCommand("*", spoilt);
-        EXPECT_FALSE(link->connect());
-        EXPECT_EQ(driver->getLocalMac(), "");
-        driver->scanDevices();
-        driver->disableMUX();
-        module().clearHooks();
-    }
 }
 
 TEST_F(BlueGigaBluetoothModuleTest, ItIsClosedAndDestroyedAtAnyMoment) {

@@ -234,23 +234,6 @@ TEST_F(BluetoothSPPConnectionTest, AnOutgoingLinkCallsAndFollowsWhatTheDriverRep
     EXPECT_GT(terminal.clock().monotonic() - begin, 20s);
 }
 
-TEST_F(BluetoothSPPConnectionTest, AnIncomingLinkListensAgainWhateverEndsIt) {
-    const Owned link(module.createIncomingSPPConnection(2));
-    module.onCall = [](int) { return false; };
-    EXPECT_FALSE(link->connect() || link->listen());
-    module.onCall = [](int) { return true; };
-    EXPECT_TRUE(link->listen() && link->listen());
-    module.report(1, SPP_CONN_CONNECTED);
-    EXPECT_TRUE(link->isConnected() && link->listen());
-    module.report(1, SPP_CONN_FAILED);
-    EXPECT_TRUE(!link->isConnected() && link->listen());
-    EXPECT_EQ(module.take(), "listen 1, listen 1") << "not when it does already";
-
-    const Owned early(module.createIncomingSPPConnection(4));
-    module.onCall = connectsAtOnce;
-    EXPECT_TRUE(early->listen() && early->isConnected()) << "a call at once is not forgotten";
-}
-
 TEST_F(BluetoothSPPConnectionTest, ALinkCanBeDeletedWhileTheDriverDelivers) {
     std::atomic<bool> isEnding{false};
     std::thread driver([&] {

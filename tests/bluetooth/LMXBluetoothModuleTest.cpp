@@ -95,25 +95,6 @@ protected:
     }
 };
 
-TEST_F(LMXBluetoothModuleTest, TheModuleIsAskedSetUpNamedAndBecomesTheOne) {
-    terminal.clock().setSpeed(Slow);
-    module().setIdentity("66:55:44:33:22:11", "6.3");
-    module().onRequest(0x26, PacketReply::refusal(), 4);
-    EXPECT_TRUE(LMXBluetoothModule::initialize());
-    EXPECT_EQ(take("packet"), "26, 26, 26, 26, 26, 17 00, 4E 00, 2A, 4A 00, 28 14 01 08, "
-                              "04 09 4B 56 32 20 34 37 31 31 00, 22 00 00 00 00");
-    EXPECT_EQ(module().line().settings(), "115200 8N1 rtscts");
-    EXPECT_EQ(driver().getVersion(), "6.3");
-    EXPECT_TRUE(LMXBluetoothModule::initialize() && driver().open());
-    EXPECT_FALSE(driver().initComm()) << "there is a line";
-
-    module().onRequest(0x05, PacketReply::normal().sized(6));
-    EXPECT_EQ(driver().getLocalMac(), "");
-    EXPECT_EQ(driver().getLocalMac(), "66:55:44:33:22:11");
-    EXPECT_EQ(driver().getLocalMac(), "66:55:44:33:22:11");
-    EXPECT_EQ(take("packet"), "05, 05") << "kept";
-}
-
 TEST_F(LMXBluetoothModuleTest, AModuleThatCannotBeSetUpIsNone) {
     terminal.clock().setSpeed(Slow);
     module().onRequest(0x26, PacketReply::refusal(), 5);
@@ -175,55 +156,6 @@ TEST_F(LMXBluetoothModuleTest, ACallCarriesDataAndOnlyWithoutOneTheChipSleepsWit
     EXPECT_TRUE(mayBeSuspended());
     EXPECT_EQ(take("packet"), "06 00 00, disabled, 06 01 01, enabled, 06 00 00, disabled, "
                               "06 00 00, disabled, 06 00 00, disabled");
-}
-
-TEST_F(LMXBluetoothModuleTest, ADeviceCallsAnOpenPortAndCanCallAgain) {
-    start();
-    Connection link = listenOn(1);
-    string record(328, 'r');
-    EXPECT_FALSE(driver().addSDPRecord(0, record.data(), 329)) << "too long for a packet";
-    EXPECT_TRUE(driver().addSDPRecord(3, record.data(), 328));
-    takeLines();
-    EXPECT_TRUE(driver().addSDPRecord(0, record.data(), 2));
-    EXPECT_FALSE(air().ring(Phone, 1)) << "the port is closed";
-    EXPECT_TRUE(link->listen());
-    EXPECT_EQ(take("packet"), "31 00 22 44 02 00 72 72, 29 01 01, 22 01 00 00 00");
-    EXPECT_EQ(module().services(1), std::vector<string>{"rr"});
-
-    for (const char* greeting : {"first", "second"}) {
-        EXPECT_TRUE(air().ring(Phone, 1));
-        EXPECT_TRUE(soon([&] { return link->isConnected(); }));
-        EXPECT_TRUE(air().sendFrom(Phone, greeting));
-        EXPECT_EQ(receive(*link, 5), greeting);
-        EXPECT_TRUE(air().drop(Phone));
-        EXPECT_TRUE(soon([&] { return !link->isConnected(); }));
-    }
-    EXPECT_FALSE(driver().addSDPRecord(7, record.data(), 4) || driver().disconnectSPP(-1));
-}
-
-TEST_F(LMXBluetoothModuleTest, PinsAreTheConnectionsOwnOrThatForCallers) {
-    start();
-    sim::BluetoothAir::Remote phone;
-    phone.address = Phone;
-    phone.pin = "0000111122223333";
-    air().present(phone);
-    Connection incoming = listenOn(1);
-    EXPECT_TRUE(incoming->listen());
-    takeLines();
-    EXPECT_TRUE(air().ring(Phone, 1));
-    settle();
-    EXPECT_TRUE(air().drop(Phone)) << "nothing is answered without a PIN";
-    EXPECT_TRUE(driver().setIncomingPin("0000111122223333"));
-    EXPECT_TRUE(air().ring(Phone, 1));
-    EXPECT_TRUE(soon([&] { return incoming->isConnected(); }));
-    EXPECT_EQ(take("packet"),
-              "75 00 1A 7D DA 71 13 10 30 30 30 30 31 31 31 31 32 32 32 32 33 33 33 33");
-    EXPECT_TRUE(air().drop(Phone));
-
-    for (const string pin : {"4321", "", "0000111122223333"}) {
-        const Connection own = call(pin.c_str());
-        EXPECT_EQ(own->connect(), pin == phone.pin) << "answered with " << pin;
-    }
 }
 
 TEST_F(LMXBluetoothModuleTest, OnlyAConfirmationInTimeOfTheRightKindCounts) {

@@ -153,15 +153,4 @@ struct NoisyPort : Port {
     int reads = 0;
 };
 
-TEST(LMXBluetoothPortTest, TheSearchForAPacketEndsInTimeAndWhenTheLineFails) {
-    sim::Terminal terminal;
-    terminal.clock().setSpeed(1e-6);
-    NoisyPort port;
-    EXPECT_EQ(port.getPkt(nullptr, nullptr, nullptr, 0, 100), -1);
-    EXPECT_EQ(port.reads, 11);
-    EXPECT_EQ(port.getPkt(nullptr, nullptr, nullptr, 0, 100), -1);
-    EXPECT_EQ(port.reads, 12);
-    EXPECT_FALSE(LMXBluetoothPort("/dev/none").sendCmd(1, nullptr, 0, nullptr, 0));
-}
-
 }  // namespace

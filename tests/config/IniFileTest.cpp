@@ -14,22 +14,6 @@ protected:
     IniFile ini{"/nowhere"};
 };
 
-TEST_F(IniFileTest, NamesAreFoundInAnyCaseUnlessToldOtherwise) {
-    EXPECT_TRUE(ini.SetValue("NET", "apn", "internet", true));
-    EXPECT_EQ(ini.GetValue("Net", "APN", "x"), "internet");
-    EXPECT_TRUE(ini.SetValue("net", "aPn", "other", false));
-    EXPECT_EQ(ini.CheckCase("\xC4 Net[0]"), "\xC4 net[0]");
-    for (const char* similar : {"NE", "NETS", "", "NE\n"})
-        EXPECT_EQ(ini.FindKey(similar), IniFile::NotFound) << similar;
-
-    ini.SetCaseInsensitive(false);
-    EXPECT_EQ(ini.CheckCase("Net"), "Net");
-    EXPECT_EQ(ini.GetValue("Net", "apn", "x") + ini.GetValue("NET", "APN", "x"), "xx");
-    EXPECT_EQ(ini.GetValue("NET", "apn", "x"), "other");
-    ini.SetValue("Net", "apn", "third", true);
-    EXPECT_EQ(ini.FindKey("Net"), 1U);
-}
-
 TEST_F(IniFileTest, KeysKeepTheirOrderAndALookUpFindsTheFirstOfAName) {
     EXPECT_FALSE(ini.SetValue("A", "b", "1", false)) << "created only on demand";
     for (const char* name : {"A", "a", "B"})

@@ -1,10 +1,8 @@
 #include <gtest/gtest.h>
-#include <sys/time.h>
 
 #include <atomic>
 #include <chrono>
 #include <climits>
-#include <cstdint>
 
 #include "foundation/Cond.h"
 #include "foundation/Deadline.h"
@@ -22,29 +20,6 @@ using test::Worker;
 
 constexpr int Long = 60000;  // longer than any test waits, in ms
 using namespace std::chrono_literals;
-
-int64_t wallMicroseconds() {
-    timeval now{};
-    gettimeofday(&now, nullptr);
-    return now.tv_sec * INT64_C(1'000'000) + now.tv_usec;
-}
-
-TEST(DeadlineTest, LiesTheTimeoutAheadOfTheWallClock) {
-    unsigned halves = 0;  // of a second: half of the time-outs carry in one of them only
-    EXPECT_TRUE(eventually([&] {
-        for (const int timeoutMs : {0, 1, 500, 999, 1000, 1999, INT_MAX, -1, INT_MIN}) {
-            const int64_t ahead = timeoutMs > 0 ? timeoutMs * INT64_C(1000) : 0;
-            const int64_t before = wallMicroseconds();
-            const timespec deadline = foundation::deadlineAfter(timeoutMs);
-            const int64_t after = wallMicroseconds();
-            const int64_t moment = deadline.tv_sec * INT64_C(1'000'000) + deadline.tv_nsec / 1000;
-            EXPECT_TRUE(moment >= before + ahead && moment <= after + ahead) << timeoutMs;
-            EXPECT_TRUE(deadline.tv_nsec >= 0 && deadline.tv_nsec < 1'000'000'000) << timeoutMs;
-            halves |= before % 1'000'000 < 500'000 ? 1U : 2U;
-        }
-        return HasFailure() || halves == 3;
-    }));
-}
 
 TEST(SemaphoreTest, AWaitEndsAfterItsTimeWithoutAPost) {
     Semaphore semaphore;
@@ -97,28 +72,6 @@ TEST(LockTest, ACancelledWaiterLeavesTheLockFree) {
         Worker poster([&](Worker&) { semaphore.post(); });
         EXPECT_TRUE(poster.start() && poster.stop(Long, false));
     }
-}
-
-TEST(LockTest, AMutexLetsInOneAtATimeAndAPauseTheOthers) {
-    constexpr int Turns = 5000;
-    Mutex mutex;
-    int turns = 0;
-    int inside = 0;
-    const auto takeTurns = [&](Worker&) {
-        for (int turn = 0; turn < Turns; ++turn) {
-            const MutexGuard held(mutex);
-            EXPECT_EQ(++inside, 1);
-            ++turns;
-            --inside;
-            const LockPause<Mutex> pause(mutex);  // holds it again before the guard lets go
-        }
-    };
-    Worker workers[] = {Worker(takeTurns), Worker(takeTurns), Worker(takeTurns)};
-    for (auto& worker : workers)
-        EXPECT_TRUE(worker.start());
-    for (auto& worker : workers)
-        EXPECT_TRUE(worker.stop(Long, false));
-    EXPECT_EQ(turns, 3 * Turns);
 }
 
 }  // namespace

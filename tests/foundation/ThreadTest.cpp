@@ -30,44 +30,6 @@ using test::Worker;
 constexpr int Step = 100;    // a stop looks that often, in ms
 constexpr int Long = 60000;  // longer than any test waits
 
-TEST(ThreadTest, AnIdleThreadCanOnlyBeStarted) {
-    Worker worker(obey);
-    for (int round = 0; round < 2; ++round) {
-        EXPECT_FALSE(worker.stop(0, false) || worker.stop(Long, true));
-        EXPECT_FALSE(worker.terminate() || worker.interrupt());
-        worker.requestStop();
-        EXPECT_FALSE(worker.stopRequested());
-
-        EXPECT_TRUE(worker.start());
-        EXPECT_FALSE(worker.start());
-        EXPECT_TRUE(worker.interrupt() && worker.terminate());
-    }
-}
-
-TEST(ThreadTest, AFinishedWorkerIsHeldUntilItIsJoinedAtOnce) {
-    const std::function<bool(Thread&)> endings[] = {
-        [](Thread& thread) { return thread.stop(Long, false); },
-        [](Thread& thread) { return thread.stop(0, true); },
-        [](Thread& thread) { return thread.terminate(); },
-    };
-    for (const auto& join : endings) {
-        Worker worker(obey);
-        const long joinMs = shortestMs(Step, [&] {
-            EXPECT_TRUE(worker.start());
-            worker.requestStop();  // taken back at the end of run()
-            ASSERT_TRUE(eventually([&] { return !worker.stopRequested(); }));
-            EXPECT_FALSE(worker.start());
-            EXPECT_TRUE(worker.interrupt());
-            worker.requestStop();
-            EXPECT_TRUE(join(worker));
-            EXPECT_TRUE(worker.stopRequested()) << "a request that came too late stays";
-        });
-        EXPECT_LT(joinMs, Step);
-        EXPECT_TRUE(worker.start());
-        EXPECT_FALSE(worker.stopRequested()) << "the next worker starts without a request";
-    }
-}
-
 TEST(ThreadTest, AStopWaitsInWholeStepsBeforeItCancels) {
     const struct {
         int timeoutMs;
@@ -90,48 +52,6 @@ TEST(ThreadTest, AStopWaitsInWholeStepsBeforeItCancels) {
         EXPECT_LT(stopMs, waitMs + Step);
         EXPECT_TRUE(wasAsked || timeoutMs <= 0);
         EXPECT_FALSE(worker.stopRequested());
-    }
-}
-
-TEST(ThreadTest, AnInterruptEndsBlockingCallsEarly) {
-    Pipe pipe;
-    std::atomic<int> readError{-1};
-    std::atomic<int> slept{-1};
-    Worker reader([&](Worker&) { readError = pipe.readByte() < 0 ? errno : 0; });
-    Worker sleeper([&](Worker&) { slept = Thread::sleep(Long) ? 1 : 0; });
-    EXPECT_TRUE(reader.start() && sleeper.start());
-    EXPECT_TRUE(eventually([&] {  // a signal that comes before the call has begun ends nothing
-        EXPECT_TRUE(reader.interrupt() && sleeper.interrupt());
-        return readError >= 0 && slept >= 0;
-    }));
-    EXPECT_EQ(readError, EINTR);
-    EXPECT_EQ(slept, 0);
-}
-
-TEST(ThreadTest, OnlyAStopThatInterruptsGetsASleepingWorkerToReturn) {
-    std::atomic<int> returns{0};
-    Worker worker([&](Worker& self) {
-        do
-            Thread::sleep(Long);
-        while (!self.stopRequested());
-        ++returns;
-    });
-    for (int round = 0; round < 50 && returns == 0; ++round) {
-        const bool withInterrupt = round >= 4;
-        EXPECT_TRUE(worker.start());
-        Thread::sleep(5 * round);  // a signal that comes before it sleeps does not end its sleep
-        EXPECT_TRUE(worker.stop(1, withInterrupt));
-        EXPECT_TRUE(withInterrupt || returns == 0);
-    }
-    EXPECT_EQ(returns, 1);
-}
-
-TEST(ThreadTest, SleepTakesSecondsAndMilliseconds) {
-    EXPECT_FALSE(Thread::sleep(-1));
-    for (const int ms : {0, 7, 1050}) {
-        const long sleepMs = elapsedMs([&] { EXPECT_TRUE(Thread::sleep(ms)); });
-        EXPECT_GE(sleepMs, ms);
-        EXPECT_LT(sleepMs, ms + 5000);
     }
 }
 
@@ -162,19 +82,6 @@ TEST(ThreadTest, AWorkerHasASmallStackAndOpensItselfToTheInterruption) {
     EXPECT_FALSE(sigismember(&action.sa_mask, SIGUSR2));
 }
 
-TEST(ThreadDeathTest, WithoutAThreadToBeHadTheObjectStaysIdle) {
-    const auto startWithoutThreads = [] {
-        const rlimit none{0, 0};
-        setrlimit(RLIMIT_NPROC, &none);
-        if (setuid(65534) != 0 && geteuid() == 0)  // no limit holds for the superuser
-            std::_Exit(2);
-        Worker worker(obey);
-        const bool isIdle = !worker.start() && !worker.interrupt() && !worker.start();
-        std::_Exit(isIdle ? 0 : 1);  // no leak check: it needs a thread
-    };
-    EXPECT_EXIT(startWithoutThreads(), testing::ExitedWithCode(0), "");
-}
-
 TEST(ThreadTest, AWorkerThatStopsItselfOnlyGetsTheRequestAlsoWhileItUnwinds) {
     std::string answers;
     std::atomic<bool> isReady{false};
@@ -199,22 +106,6 @@ TEST(ThreadTest, AWorkerThatStopsItselfOnlyGetsTheRequestAlsoWhileItUnwinds) {
     ASSERT_TRUE(eventually([&] { return isReady.load(); }));
     EXPECT_TRUE(worker.terminate());
     EXPECT_EQ(answers, "nnnynn");
-}
-
-TEST(ThreadTest, AStopThatFindsItsWorkerGoneHasSucceeded) {
-    for (const bool isStartedAgain : {false, true}) {
-        SCOPED_TRACE(isStartedAgain);
-        Worker worker(ignoreRequests);
-        EXPECT_TRUE(worker.start());
-        auto stopped = std::async(std::launch::async, [&] { return worker.stop(Long, false); });
-        ASSERT_TRUE(eventually([&] { return worker.stopRequested(); }));
-        EXPECT_TRUE(worker.terminate());
-        EXPECT_TRUE(!isStartedAgain || worker.start());
-        ASSERT_EQ(stopped.wait_for(test::Limit), std::future_status::ready);
-        EXPECT_TRUE(stopped.get());
-        EXPECT_FALSE(isStartedAgain && worker.stopRequested());
-        EXPECT_EQ(worker.interrupt(), isStartedAgain) << "the next worker is left alone";
-    }
 }
 
 TEST(ThreadStressTest, OneOfThoseWhoEndAWorkerHasDoneItAndNothingIsLeft) {

@@ -131,28 +131,6 @@ TEST_F(GprsPppTest, APidFileThatNamesNoDaemonSignalsNobodyAndAnyOtherProcessIsKi
     }
 }
 
-TEST_F(GprsPppTest, ADaemonThatDoesNotGetThereIsGoneAfterAFailedStart) {
-    terminal.clock().setSpeed(50);
-    const Dialled modem;
-    const std::function<void()> situations[] = {
-        [&] { terminal.ppp().setNeverUp(true); },
-        [&] { terminal.ppp().setStubborn(true); },  // and has to be killed
-        [&] {
-            terminal.ppp().setStubborn(false);
-            terminal.ppp().setNeverUp(false);
-            terminal.ppp().setWithoutPidFile(true);
-        },
-        [&] { terminal.programs().setMissing("pppd", true); },
-    };
-    for (const auto& happens : situations) {
-        happens();
-        EXPECT_GE(simulated([] { EXPECT_FALSE(start()); }), 30s);
-        EXPECT_FALSE(hasPidFile());
-        EXPECT_TRUE(soon([&] { return !terminal.ppp().isRunning(); }));
-        EXPECT_LT(::waitpid(-1, nullptr, WNOHANG), 0) << "no child is left, dead or alive";
-    }
-}
-
 TEST_F(GprsPppTest, ADaemonThatEndsByItselfIsReapedAndOneThatIsDeafIsKilled) {
     const Dialled modem;
     ASSERT_TRUE(start());

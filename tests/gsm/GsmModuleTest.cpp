@@ -142,51 +142,6 @@ TEST_F(GsmModuleTest, TheSimIsAskedUntilItIsReadyAndGetsItsPinOnce) {
             {{{asked, {needsPin}}, {given, {Error}}}, false, times(5, ask + pin), 2500}});
 }
 
-TEST_F(GsmModuleTest, TheOperatorIsChosenAndRegistrationAwaitedAsAskedFor) {
-    const string choose = "AT+COPS=0,2 ", chosen = choose + "AT+COPS=3,2 ", ask = "AT+CREG? ";
-    const string searching = lines("+CREG: 0,2");
-    terminal.clock().setSpeed(30);
-    expect([&] { return module.searchNetwork(0); },
-           {{{{"AT+CREG?", {Silence}}}, true, chosen, 0},
-            {{{"AT+COPS=0,2", {Error}}}, false, choose + choose + choose, 1500},
-            {{{"AT+COPS=3,2", {Error}}}, false, chosen, 0}});
-    expect([&] { return module.searchNetwork(4); },
-           {{{{"AT+CREG?", {searching, searching, lines("+CREG: 0,5")}}},
-             true,
-             chosen + times(3, ask),
-             2000},
-            {{{"AT+CREG?", {Silence}}}, false, chosen + times(3, ask), 32000}});
-}
-
-TEST_F(GsmModuleTest, ContextAndClockAreSetOnlyToWhatCanBe) {
-    const string context = R"(AT+CGDCONT=1,"IP","internet","0.0.0.0",0,0 )";
-    const string least = "AT+CGQMIN=1,0,0,0,0,0 ";
-    modem.script(context.substr(0, context.size() - 1),
-                 {cmeError(14), cmeError(14), Ok});  // a SIM that is still busy
-    terminal.clock().setSpeed(3);
-    EXPECT_TRUE(module.initGprs("internet"));
-    EXPECT_EQ(modem.takeCommands(), context + context + context + least + "AT+CGQREQ=1,0,0,0,0,0 ");
-    EXPECT_TRUE(module.initGprs(string(100, 'a').c_str())) << "the echo alone is over 128 bytes";
-    modem.script("AT+CGQMIN=1,0,0,0,0,0", {Error});
-    modem.takeCommands();
-    EXPECT_FALSE(module.initGprs("internet"));
-    EXPECT_EQ(modem.takeCommands(), context + least + least + least);
-
-    for (const char* apn : {"a\"b", "a\rb", "a\x7f", "\xc3\xa4", static_cast<const char*>(nullptr)})
-        EXPECT_FALSE(module.initGprs(apn));
-    EXPECT_EQ(modem.takeCommands(), "") << "nothing is sent for what cannot be";
-
-    tm time{};
-    time.tm_year = 104;
-    time.tm_mday = 6;
-    time.tm_gmtoff = -8;
-    EXPECT_TRUE(module.setRTC(&time));
-    EXPECT_EQ(modem.takeCommands(), "AT+CCLK=\"04/01/06,00:00:00--8\" ");  // two signs: kept
-    line().hangUp();
-    EXPECT_FALSE(module.attachGprs());
-    EXPECT_TRUE(module.close() && module.open() && module.attachGprs());
-}
-
 TEST_F(GsmModuleTest, DialoguesOfSeveralThreadsDoNotMixAndCanBeCancelled) {
     modem.script("AT+CREG?", {lines("+CREG: 0,2"), lines("+CREG: 0,1")});
     auto search = inBackground([&] { return module.searchNetwork(2); });

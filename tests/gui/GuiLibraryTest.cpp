@@ -203,22 +203,6 @@ TEST_F(GuiLibraryTest, TimerFiresEveryPeriodOnTheEventThreadUntilItIsStopped) {
     GuiLibrary::unlock();
 }
 
-TEST_F(GuiLibraryTest, LateTimerFiresOnceAndGoesOnFromThere) {
-    constexpr int Period = 10;
-    long long blockEnded = 0;
-    Timer timer(Period, [&] {
-        if (blockEnded != 0)
-            return;
-        std::this_thread::sleep_for(15ms * Period);
-        blockEnded = s_gettimeofday();
-    });
-    timer.startTimer();
-    // One round at once for all that were missed, then one per period.
-    ASSERT_TRUE(timer.awaitRounds(12));
-    timer.stopTimer();
-    EXPECT_GE(s_gettimeofday() - blockEnded, 10 * Period);
-}
-
 TEST_F(GuiLibraryTest, StoppingWaitsForTheCallbackInProgress) {
     Gate gate;
     Timer blocking(1, [&] {
@@ -267,43 +251,6 @@ TEST_F(GuiLibraryTest, KeysGoToTheNewestWindowAfterTheIdleHook) {
     GuiLibrary::unlock();
     GuiLibrary::postKey(33, true);
     EXPECT_THAT(awaitEntries(1), ElementsAre("older down 33"));
-}
-
-TEST_F(GuiLibraryTest, BroadcastWaitsForWhoeverHoldsTheLock) {
-    const auto first = open("first");
-    const auto second = open("second");
-    GuiLibrary::lock();
-    auto sent =
-        std::async(std::launch::async, [] { GuiLibrary::broadcastSystemEvent(17, nullptr); });
-    EXPECT_EQ(sent.wait_for(50ms), std::future_status::timeout);
-    EXPECT_THAT(journal.take(), IsEmpty());
-    GuiLibrary::unlock();
-    sent.wait();
-    EXPECT_THAT(journal.take(), ElementsAre("first event 17", "second event 17"));
-}
-
-TEST_F(GuiLibraryTest, WindowsComeAndGoInsideABroadcast) {
-    auto first = open("first");
-    const auto second = open("second");
-    auto third = open("third");
-    const auto fourth = open("fourth");
-    std::unique_ptr<Window> fifth;
-    second->eventAction = [&, caller = std::this_thread::get_id()] {
-        EXPECT_EQ(std::this_thread::get_id(), caller);
-        first.reset();
-        third.reset();
-        if (!fifth)
-            fifth = open("fifth");
-    };
-    Window* const suicidal = open("suicidal").release();
-    suicidal->eventAction = [&] { delete suicidal; };
-
-    GuiLibrary::broadcastSystemEvent(1, nullptr);
-    EXPECT_THAT(journal.take(), ElementsAre("first event 1", "second event 1", "fourth event 1",
-                                            "suicidal event 1"))
-        << "neither the one destroyed before its turn nor the one created meanwhile";
-    GuiLibrary::broadcastSystemEvent(2, nullptr);
-    EXPECT_THAT(journal.take(), ElementsAre("second event 2", "fourth event 2", "fifth event 2"));
 }
 
 TEST_F(GuiLibraryTest, WindowTimersRunByIdUntilStoppedOrTheWindowGoes) {
@@ -356,40 +303,6 @@ TEST_F(GuiLibraryTest, LockIsRecursiveAndItsTimedAttemptEnds) {
     EXPECT_EQ(waiting.wait_for(20ms), std::future_status::timeout);
     GuiLibrary::unlock();
     EXPECT_TRUE(waiting.get());
-}
-
-TEST_F(GuiLibraryTest, LoopEndsFromACallbackAndCanRunAgainWithoutAKeypad) {
-    Timer quitting(1, [] { GuiLibrary::quit(); });
-    quitting.startTimer();
-    loop.join();
-    quitting.stopTimer();
-
-    GuiLibrary::quit();
-    GuiLibrary::run();  // asked to quit before it began: returns at once
-
-    terminal.setPresent("/dev/input/event0", false);
-    const auto window = open("w");
-    GuiLibrary::postKey(1, true);
-    startLoop();
-    EXPECT_THAT(awaitEntries(1), ElementsAre("w down 1"));
-}
-
-TEST_F(GuiLibraryTest, KeysOfTheKeypadReachTheWindow) {
-    constexpr int Synchronization = 0;
-    constexpr int Key = 1;
-    constexpr int Repeated = 2;
-    const auto window = open("w");
-    GuiLibrary::postKey(1, true);
-    EXPECT_THAT(awaitEntries(1), ElementsAre("w down 1")) << "the keypad is open now";
-    terminal.keypad().event(Key, 2, Repeated);
-    terminal.keypad().event(Synchronization, 0, 0);
-    std::vector<string> typed;
-    for (int key = 2; key < 102; ++key) {
-        terminal.keypad().key(key, true);
-        terminal.keypad().key(key, false);
-        typed.insert(typed.end(), {"w down " + std::to_string(key), "w up " + std::to_string(key)});
-    }
-    EXPECT_EQ(awaitEntries(typed.size()), typed);
 }
 
 }  // namespace

@@ -36,18 +36,6 @@ protected:
     Media::Entry& entry;
 };
 
-TEST_F(MediaTest, APathBelongsToAMountPointThatIsItselfOrAFolderAboveIt) {
-    for (const char* path : {"/mnt/mmc", "/mnt/mmc/", "/mnt/mmc/a", "/mnt/mmc//a"})
-        EXPECT_TRUE(Media::belongsToMountPoint("/mnt/mmc", path)) << path;
-    for (const char* path : {"/mnt/mmcx/a", "/mnt/mm", "/mnt/mmd", "mnt/mmc/a", "/mnt/", ""})
-        EXPECT_FALSE(Media::belongsToMountPoint("/mnt/mmc", path)) << path;
-    EXPECT_FALSE(Media::belongsToMountPoint("/mnt/mmc/", "/mnt/mmc"));
-    EXPECT_FALSE(Media::belongsToMountPoint("/", "/mnt"));
-    EXPECT_TRUE(Media::belongsToMountPoint("", "/mnt"));
-    EXPECT_FALSE(Media::belongsToMountPoint("/mnt/mmc", nullptr));
-    EXPECT_FALSE(Media::belongsToMountPoint(nullptr, "/mnt/mmc"));
-}
-
 TEST_F(MediaTest, TheFirstFittingLineOfTheMountsDecidesTheState) {
     const string card = "/dev/mmcblk0p1 /mnt/mmc vfat ";
     const struct {
@@ -86,22 +74,6 @@ TEST_F(MediaTest, TheFirstFittingLineOfTheMountsDecidesTheState) {
     terminal.files().remove("/proc/mounts");
     EXPECT_EQ(Media::getMediaState(entry), -1);
     EXPECT_EQ(Media::getMediaState(2), -1);
-}
-
-TEST_F(MediaTest, OnlyKnownHandlesAreAsked) {
-    ASSERT_EQ(Media::mountMedia(Below, false), Read);
-    for (const int handle : {-1, 0, 3, 2 | WriteBit, WriteBit, 3 | WriteBit, INT_MAX, INT_MIN}) {
-        EXPECT_EQ(Media::getMediaState(handle), -1) << handle;
-        EXPECT_FALSE(Media::unmountMedia(handle)) << handle;
-    }
-    EXPECT_EQ(Media::getMediaState(2), 0) << "the end of the table is nowhere mounted";
-    EXPECT_FALSE(Media::unmountMedia(2));
-    EXPECT_EQ(Media::getMediaState(Read), 2);
-    EXPECT_EQ(Media::getMediaState(Write), -1);
-    EXPECT_TRUE(Media::unmountMedia(Read));
-    EXPECT_TRUE(Media::unmountMedia(Write));
-    EXPECT_EQ(take("card"), "mount rw, remount ro, remount ro");
-    EXPECT_EQ(uses(), "0/0") << "never below";
 }
 
 TEST_F(MediaTest, TheCardIsReadOnlyExceptWhileItIsWritten) {
@@ -164,31 +136,6 @@ TEST_F(MediaTest, UnmountingAllForgetsTheUsesUnlessTheSystemRefuses) {
     EXPECT_EQ(take("card"), "mount rw, unmount");
     terminal.files().remove("/proc/mounts");
     EXPECT_FALSE(Media::unmountAll()) << "tried without knowing";
-}
-
-TEST_F(MediaTest, NothingIsMountedWhileThatIsDisabled) {
-    Media::mountDisable();
-    EXPECT_EQ(Media::mountMedia(Below, false), -1);
-    EXPECT_EQ(Media::mountMedia("/tmp/elsewhere", false), -1);
-    Media::mountEnable();
-    EXPECT_EQ(Media::mountMedia(Below, false), Read);
-    Media::mountDisable();
-    EXPECT_TRUE(Media::unmountMedia(Read)) << "a use can still end";
-    EXPECT_EQ(uses(), "0/0");
-}
-
-TEST_F(MediaTest, AMediumOfModeZeroIsUnmountedWhileReadersRemainAndElseMadeReadOnly) {
-    entry.mode = 0;
-    ASSERT_EQ(Media::mountMedia(Below, false), Read);
-    ASSERT_EQ(Media::mountMedia(Below, false), Read);
-    EXPECT_TRUE(Media::unmountMedia(Read));
-    EXPECT_FALSE(Media::unmountMedia(Read)) << "no longer mounted";
-    EXPECT_EQ(take("card"), "mount rw, unmount");
-    ASSERT_EQ(Media::mountMedia(Below, true), Write);
-    EXPECT_TRUE(Media::unmountMedia(Write));
-    EXPECT_EQ(take("card"), "mount rw, remount ro");
-    entry.mode = 2;
-    EXPECT_FALSE(Media::unmountMedia(Read));
 }
 
 TEST_F(MediaTest, UsesFromManyThreadsAllEnd) {

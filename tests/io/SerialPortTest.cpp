@@ -73,18 +73,6 @@ TEST_F(SerialPortTest, EverySpeedOfTheTableReachesBothDirectionsAndNoOtherChange
     EXPECT_EQ(line().settings(), "115200 8N1");
 }
 
-TEST_F(SerialPortTest, EachSettingReachesTheLineAndLeavesTheOthers) {
-    openPlain();
-    for (const string step :
-         {"p1 9600 8O1", "p2 9600 8E1", "b5 9600 5E1", "b6 9600 6E1", "s2 9600 6E2", "b7 9600 7E2",
-          "f1 9600 7E2 xonxoff", "f2 9600 7E2 rtscts", "f3 9600 7E2 rtscts xonxoff",
-          "p0 9600 7N2 rtscts xonxoff", "s1 9600 7N1 rtscts xonxoff", "f0 9600 7N1",
-          "b8 9600 8N1"}) {
-        EXPECT_TRUE(set(step)) << step;
-        EXPECT_EQ(line().settings(), step.substr(3));
-    }
-}
-
 TEST_F(SerialPortTest, ARefusedValueIsNotAppliedButItsFieldGoesClearedWithTheNextSetting) {
     constexpr struct {
         const char *refused, *next, *after;
@@ -119,17 +107,6 @@ TEST_F(SerialPortTest, AFirstOpenSetsRawModeWithEverythingOnAtSpeedZero) {
         EXPECT_EQ(now.c_cc[character], character == VMIN ? 1 : 0) << character;
 }
 
-TEST_F(SerialPortTest, SettingsOutliveEveryReopeningAndAClosedPortGoesBackWithoutHardwareFlow) {
-    openPlain();
-    EXPECT_TRUE(set("v57600") && set("p2") && set("f2") && port.reOpen());
-    EXPECT_EQ(line().settings(), "57600 8E1 rtscts");
-    EXPECT_TRUE(port.close());
-    EXPECT_FALSE(line().isOpen());
-    EXPECT_EQ(line().settings(), "57600 8E1");
-    EXPECT_TRUE(port.open(Path));
-    EXPECT_EQ(line().settings(), "57600 8E1 rtscts");
-}
-
 TEST_F(SerialPortTest, AMissingNodeIsRememberedAndOpenedOnceItIsThere) {
     terminal.setPresent(Path, false);
     EXPECT_FALSE(port.open(Path));
@@ -140,23 +117,6 @@ TEST_F(SerialPortTest, AMissingNodeIsRememberedAndOpenedOnceItIsThere) {
     EXPECT_EQ(line().settings(), "0 8O2 rtscts xonxoff");
     EXPECT_FALSE(port.open(nullptr) || port.open(""));
     EXPECT_FALSE(line().isOpen());
-}
-
-TEST_F(SerialPortTest, AClosedPortAnswersEveryCallAtOnce) {
-    for (int round = 0; round < 2; ++round) {
-        char byte = 0;
-        EXPECT_FALSE(port.isPortOpen() || port.isInputPending(-1) || port.getCTS());
-        EXPECT_EQ(port.numInputPending(-1), 0);
-        EXPECT_EQ(port.readData(&byte, 1), -1);
-        EXPECT_EQ(port.writeData(&byte, 1), -1);
-        EXPECT_EQ(port.flushInput() + port.flushOutput() + port.drainOutput(), -3);
-        port.setRTS(true);
-        port.setDTR(true);
-        port.sendBreak();
-        EXPECT_FALSE(port.close());
-        openPlain();
-        EXPECT_TRUE(port.close());
-    }
 }
 
 TEST_F(SerialPortTest, AHangUpEndsAWaitAndIsRememberedUntilThePortIsOpenedAgain) {
@@ -185,51 +145,6 @@ TEST_F(SerialPortTest, AHangUpEndsAWaitAndIsRememberedUntilThePortIsOpenedAgain)
     EXPECT_FALSE(remembersHangUp());
     line().hangUp();
     EXPECT_TRUE(test::soon([&] { return remembersHangUp(); }));
-}
-
-TEST_F(SerialPortTest, OnlyAnErrorConditionMakesThePortAnswerThatItIsOpen) {
-    const int next = ::dup(0);  // the number that the port will have
-    ::close(next);
-    openPlain();
-    EXPECT_FALSE(port.isPortOpen()) << "quiet";
-    line().send("x");
-    EXPECT_TRUE(port.isInputPending(-1));
-    EXPECT_FALSE(port.isPortOpen()) << "input is not asked for";
-    terminal.faults().fail("poll", Path, EIO);
-    EXPECT_FALSE(port.isPortOpen()) << "failed";
-    terminal.faults().fail("poll", Path, EINTR, 0, 3);
-    const int calls = terminal.faults().calls();
-    EXPECT_FALSE(port.isPortOpen());
-    EXPECT_EQ(terminal.faults().calls(), calls + 4) << "asks again after a signal";
-    ::close(next);  // taken away: an error condition
-    EXPECT_TRUE(port.isPortOpen());
-    EXPECT_TRUE(port.isInputPending(0));
-    EXPECT_FALSE(port.close());
-}
-
-TEST_F(SerialPortTest, InputIsCountedOrStandsForOneByteAndIsReadAsItComes) {
-    openPlain();
-    EXPECT_EQ(port.numInputPending(0), 0);
-    EXPECT_FALSE(port.isInputPending(1));
-    line().send("12345");
-    EXPECT_EQ(port.numInputPending(-1), 5);
-    terminal.faults().fail("ioctl", Path, EIO);
-    EXPECT_EQ(port.numInputPending(0), 1);
-    terminal.faults().fail("poll", Path, EBADF, 0, 2);
-    EXPECT_EQ(port.numInputPending(-1), 0);
-    EXPECT_FALSE(port.isInputPending(-1));
-
-    std::array<char, 8> buffer{};
-    EXPECT_EQ(port.readData(buffer.data(), 3), 3) << "one read, as much as asked for";
-    EXPECT_EQ(port.readData(buffer.data() + 3, 5), 2);
-    EXPECT_STREQ(buffer.data(), "12345");
-    const int calls = terminal.faults().calls();
-    auto blocked = test::inBackground([&] { return port.readData(buffer.data(), 8); });
-    ASSERT_TRUE(test::soon([&] { return terminal.faults().calls() > calls; }));
-    line().send("A");
-    EXPECT_EQ(blocked.get(), 1) << "a read waits for a byte";
-    terminal.faults().fail("read", Path, EIO);
-    EXPECT_EQ(port.readData(buffer.data(), 1), -1);
 }
 
 std::atomic<std::chrono::steady_clock::rep> interruptedAt{0};

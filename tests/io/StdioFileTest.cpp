@@ -80,16 +80,6 @@ TEST_F(StdioFileTest, EachModeMountsTheCardAsItNeedsAndDoesWhatItsStdioModeDoes)
     }
 }
 
-TEST_F(StdioFileTest, AnotherOpenAndTheEndOfTheObjectCloseTheFile) {
-    {
-        StdioFile other;
-        EXPECT_TRUE(other.open(Path, StdioFile::Append));
-        EXPECT_TRUE(other.open("/mnt/mmc/again", StdioFile::Write));
-        EXPECT_EQ(Media::mountTable[0].writers, 1);
-    }
-    expectNothingHeld();
-}
-
 TEST_F(StdioFileTest, WhatCannotBeOpenedLeavesNoUseBehind) {
     const auto refused = [&](const char* path, int mode) {
         EXPECT_FALSE(file.open(path, mode)) << path;
@@ -140,53 +130,6 @@ TEST_F(StdioFileTest, LinesComeWholeUpTo255CharactersWithEveryByteKept) {
         EXPECT_EQ(pieces, one.pieces);
         EXPECT_EQ(file.getSize(), static_cast<int>(one.text.size()));
     }
-}
-
-TEST_F(StdioFileTest, DataMovesInBlocksAndTheSizeCountsWhatIsNotWrittenYet) {
-    char buffer[8] = {};
-    ASSERT_TRUE(file.open(Path, StdioFile::WriteAndRead));
-    EXPECT_TRUE(file.writeData("ab\0cd", 5) && file.writeData("", 0));
-    EXPECT_EQ(file.getSize(), 5);
-    EXPECT_EQ(file.readData(buffer, 1), 0) << "the position stays at the end";
-    EXPECT_TRUE(file.open(Path, StdioFile::Read));
-    EXPECT_EQ(file.readData(buffer, 3), 3);
-    EXPECT_EQ(file.getSize(), 5);
-    EXPECT_FALSE(file.isEOF());
-    EXPECT_EQ(file.readData(buffer + 3, 5), 2);
-    EXPECT_TRUE(file.isEOF());
-    EXPECT_EQ(string(buffer, 5), "ab\0cd"s);
-}
-
-TEST_F(StdioFileTest, AnErrorIsNoEndOfTheFile) {
-    ASSERT_TRUE(file.open("/proc/self", StdioFile::Read)) << "a folder opens";
-    EXPECT_EQ(file.readString(), "");
-    EXPECT_FALSE(file.isEOF());
-    EXPECT_TRUE(file.close());
-
-    ASSERT_TRUE(file.open("/dev/full", StdioFile::Append));
-    EXPECT_TRUE(file.writeString("lost"));
-    EXPECT_FALSE(file.close());
-    EXPECT_EQ(test::openDescriptors(), descriptors + 1) << "still open";
-    EXPECT_TRUE(file.open(Path, StdioFile::Write)) << "given up for another";
-    EXPECT_TRUE(file.close());
-    {
-        StdioFile abandoned;
-        EXPECT_TRUE(abandoned.open("/dev/full", StdioFile::Write));
-        EXPECT_TRUE(abandoned.writeString("lost"));
-    }
-    expectNothingHeld();
-}
-
-TEST_F(StdioFileTest, AClosedFileAnswersEveryCall) {
-    char byte = 0;
-    EXPECT_EQ(file.getSize(), -1);
-    EXPECT_EQ(file.readString(), "");
-    EXPECT_EQ(file.readData(&byte, 1), 0);
-    EXPECT_FALSE(file.close() || file.writeString("x") || file.writeData(&byte, 1));
-    EXPECT_TRUE(file.isEOF());
-    ASSERT_TRUE(file.open(Path, StdioFile::Write));
-    EXPECT_FALSE(file.writeString(nullptr) || file.writeData(nullptr, 1));
-    EXPECT_EQ(file.readData(nullptr, 1), 0);
 }
 
 TEST_F(StdioFileTest, ACancelledWorkerGivesBackWhatItHasOpen) {

@@ -131,22 +131,4 @@ TEST_F(BluetoothConnectionTest, EveryStepOfTheBringUpCanFail) {
     EXPECT_FALSE(link->netInitialize() || link->netShutdown()) << "without a power manager";
 }
 
-TEST_F(BluetoothConnectionTest, AScriptPlaysTheDevicesAround) {
-    sim::Console console(terminal);
-    initialize();
-    string failed;
-    for (const char* line :
-         {"bt fit text", "bt present 5C:00 Label printer", "bt pin 5C:00 1234", "bt ring 5C:00",
-          "bt signal 5c:00 -80", "bt service 5C:00 sink", "bt mood 5C:00 refusing",
-          "bt send 5C:00 hello", "bt away 00:1A:7D:DA:71:13", "bt say RING", "bt silent",
-          "bt normal", "bt hangup", "bt refuse LIST", "bt drop 5C:00", "bt drop 5C:00",
-          "bt send 5C x", "bt pin 1 2", "bt mood 5C:00 sad"})
-        failed += console.execute(line).empty() ? "" : line + ";"s;
-    EXPECT_EQ(failed, "bt drop 5C:00;bt send 5C x;bt pin 1 2;bt mood 5C:00 sad;");
-    const auto printer = terminal.air().find("5c:00");
-    ASSERT_TRUE(printer && printer->mood == printer->Refusing && printer->dBm == -80);
-    EXPECT_EQ(printer->name + printer->pin, "Label printer1234");
-    EXPECT_FALSE(terminal.air().find(Phone));
-}
-
 }  // namespace

@@ -183,30 +183,4 @@ TEST_F(GprsConnectionTest, EveryStepOfTheBringUpFailsWithItsOwnText) {
     EXPECT_EQ(radio().simCard().triesLeft, RadioSim::PinTries - 1) << "it is sent once";
 }
 
-TEST_F(GprsConnectionTest, InformationFollowsTheModuleAndAFailedSessionIsTriedAgain) {
-    make("1234", "name");
-    ASSERT_TRUE(link->initialize());
-    ASSERT_TRUE(soon([&] { return radio().registration() == 1; }));
-    GENERIC_NETWORK_INFO info;
-    for (const auto& [dBm, percent] :
-         std::map<int, int>{{-114, 0}, {-113, 0}, {-112, 1}, {-51, 100}, {-20, 100}}) {
-        radio().setSignal(dBm);
-        ASSERT_TRUE(link->getNetworkInfo(info));
-        EXPECT_EQ(info.signalQuality, percent) << dBm;
-    }
-    EXPECT_EQ(info.networkName + " " + std::to_string(info.channel), "Sim Net 736");
-
-    clear();
-    radio().failNext("AT+CGATT=1");
-    EXPECT_FALSE(link->netConnect());
-    EXPECT_EQ(story(), "event 1 Initializing PPP session, event 2 GPRS attach procedure failed");
-    ASSERT_TRUE(link->netConnect());
-    EXPECT_THAT(terminal.journal().history("pppd"),
-                HasSubstr("start /dev/ttyp1 user name password secret nodetach call gprs-data"));
-    ASSERT_TRUE(link->getNetworkInfo(info));
-    EXPECT_EQ(info.ipAddress, "10.64.64.64");
-    EXPECT_TRUE(link->netDisconnect());
-    EXPECT_TRUE(link->netDisconnect()) << "without a session there is nothing to end";
-}
-
 }  // namespace

@@ -145,26 +145,6 @@ const string Up = "up, event 4 up";
 const string Down = "down, event 4 down";
 const string Poll = "poll, signal 77, event 3 77, ";
 
-TEST_F(NetworkConnectionTest, ALinkComesUpIsWatchedAndItsSignalReportedEveryFourthTime) {
-    EXPECT_EQ(link.getLastEvent(), NETWORK_DOWN);
-    ASSERT_TRUE(link.connect());
-    ASSERT_TRUE(comes("poll", 3));
-    EXPECT_THAT(story(),
-                StartsWith(Poll + Connecting + "connect, " + Up + ", check, check, check, check, " +
-                           Poll + "check, check, check, check, poll"));
-    EXPECT_EQ(link.getLastEvent(), NETWORK_UP);
-    EXPECT_GE(leastGap("check", "check"), 1000);
-
-    link.registered = 0;
-    ASSERT_TRUE(comes("event 3 0")) << "what is not registered has no signal";
-    link.hasInfo = false;
-    clear();
-    ASSERT_TRUE(comes("poll", 2));
-    EXPECT_THAT(story(), testing::Not(HasSubstr("signal")));
-    EXPECT_THAT(story(), HasSubstr("poll, check, check, check, check, poll"))
-        << "a failed poll counts as one";
-}
-
 TEST_F(NetworkConnectionTest, AFailedConnectIsRetriedAndALostLinkRepairedUnlessItComesBack) {
     link.works = false;
     ASSERT_TRUE(link.connect());
@@ -228,46 +208,6 @@ TEST_F(NetworkConnectionTest, ASuspendIsVetoedUntilTheLinkIsSuspendedAndTheLinkR
     EXPECT_GE(leastGap("event 4 down", "connecting"), 1000);
     link.works = true;
     ASSERT_TRUE(comes("check"));
-}
-
-TEST_F(NetworkConnectionTest, ASuspendAskedForDuringAStepIsCarriedOutAfterIt) {
-    for (const string busy : {"connect", "check"}) {
-        std::atomic<bool> isIn{false}, goOn{false};
-        link.duringSteps([&](const string& name) {
-            isIn = isIn || name == busy;
-            while (name == busy && !goOn)
-                Thread::sleep(100);
-        });
-        ASSERT_TRUE(link.connect());
-        ASSERT_TRUE(soon([&] { return isIn.load(); }));
-        clear();
-        EXPECT_FALSE(link.powerStateChange(POWER_ON, POWER_SUSPEND));
-        link.isUp = false;  // what a check finds now does not hide the request
-        goOn = true;
-        ASSERT_TRUE(comes("event 4 down"));
-        EXPECT_THAT(story(), EndsWith("suspend, " + Down));
-        EXPECT_TRUE(link.powerStateChange(POWER_ON, POWER_SUSPEND));
-        EXPECT_TRUE(link.disconnect());
-        link.duringSteps(nullptr);
-        link.isUp = true;
-    }
-}
-
-TEST_F(NetworkConnectionTest, AConnectionIsPreparedAndShutDownOnlyWhileIdle) {
-    EXPECT_FALSE(link.disconnect()) << "there is no worker";
-    EXPECT_TRUE(link.initialize());
-    comeUp();
-    EXPECT_FALSE(link.connect() || link.initialize() || link.shutdown());
-    link.disconnects = false;
-    EXPECT_FALSE(link.disconnect()) << "the worker is gone, the link is not";
-    EXPECT_FALSE(link.shutdown() || link.disconnect());
-    link.disconnects = true;
-    ASSERT_TRUE(link.connect());
-    EXPECT_TRUE(link.disconnect());
-    EXPECT_TRUE(link.shutdown());
-    EXPECT_THAT(story(), StartsWith("initialize, poll"));
-    EXPECT_THAT(story(), EndsWith("disconnect, shutdown"));
-    EXPECT_TRUE(power().setPowerMode(POWER_SUSPEND)) << "it listens no longer";
 }
 
 TEST_F(NetworkConnectionTest, ADisconnectEndsWhateverTheWorkerDoes) {

@@ -355,38 +355,6 @@ TEST_F(WlanConnectionTest, TheNetworkIsToldWithChannelSignalAndAddresses) {
     EXPECT_TRUE(connection->matchSSID("Warehouse"));
 }
 
-TEST_F(WlanConnectionTest, TheWorkerKeepsALinkThatDropsAndASupplicantThatDies) {
-    const test::EventThread events;
-    use(warehouse());
-    ASSERT_TRUE(connection->initialize());
-    ASSERT_TRUE(connection->connect());
-    ASSERT_TRUE(test::soon([&] { return reports.has("event 2"); }));
-    ASSERT_TRUE(test::soon([&] { return reports.has("signal 99"); }));
-    reports.take();
-
-    terminal.clock().setSpeed(20);
-    terminal.wlan().setNetwork("", "");
-    ASSERT_TRUE(test::soon([&] { return reports.has("event 1"); }));
-    reports.take();
-    terminal.wlan().setNetwork("Warehouse", "forklift-7");
-    ASSERT_TRUE(test::soon([&] { return reports.has("event 2"); }));
-    EXPECT_FALSE(reports.has("status Starting WPA supplicant")) << "it came back by itself";
-
-    reports.take();
-    terminal.programs().signalRunning("wpa_supplicant", SIGKILL);
-    terminal.wlan().leave();
-    reports.onLine([this](const string& line) {
-        if (line == "status Starting WPA supplicant")
-            terminal.clock().setSpeed(1);
-    });
-    ASSERT_TRUE(test::soon([&] { return reports.has("event 2"); }));
-    EXPECT_TRUE(reports.has("status Starting WPA supplicant")) << "repaired";
-
-    EXPECT_TRUE(connection->disconnect());
-    EXPECT_TRUE(connection->shutdown());
-    EXPECT_TRUE(haveEnded());
-}
-
 TEST_F(WlanConnectionTest, AWorkerStoppedInAnyStepLeavesNoProcessDescriptorOrVariable) {
     const test::EventThread events;
     GuiLibrary::postKey(28, true);  // its thread has come up, with what it opens for itself

@@ -223,19 +223,4 @@ TEST_F(WpaControlTest, ADaemonThatGoesFailsTheRequestAndARestartedOneNeedsANewCo
     EXPECT_EQ(reply, "PONG");
 }
 
-TEST_F(WpaControlTest, WhatCannotBeSentIsRefusedInTime) {
-    open();
-    EXPECT_NE(::fcntl(control->socket, F_GETFD) & FD_CLOEXEC, 0) << "no started program has it";
-    unsigned length = 0;
-    EXPECT_EQ(wpa_ctrl_request(nullptr, "PING", 4, nullptr, &length, nullptr), -1);
-    EXPECT_EQ(wpa_ctrl_request(control, nullptr, 4, nullptr, &length, nullptr), -1);
-    EXPECT_EQ(request(string(10'000'000, 'x')), -1) << "more than a datagram holds";
-    terminal.clock().setSpeed(20);
-    // Commands that nobody takes pile up in its queue: each is given up, until one finds no room.
-    int result = -2;
-    for (int sent = 0; sent < 1000 && result == -2; ++sent)
-        result = request("PING");
-    EXPECT_EQ(result, -1) << "its queue is full";
-}
-
 }  // namespace

@@ -16,7 +16,6 @@ namespace {
 
 using namespace std::chrono_literals;
 using std::string;
-using testing::ElementsAre;
 
 constexpr char Speaker[] = "/dev/input/event2";
 
@@ -30,34 +29,6 @@ class PowerManagerDevicesTest : public test::PoweredTest {
 protected:
     static constexpr double Fast = 100;  // the modem takes its seconds
 };
-
-TEST_F(PowerManagerStartTest, StartingOpensTheDevicesAndSwitchesTheDisplayOnOnceOnly) {
-    EXPECT_FALSE(PowerManager::deinitPowerManager() || PowerManager::kickIdleProc());
-    const struct {
-        const char* missing;
-        int leftOpen;
-    } cases[] = {{board::PowerControlPath, 0}, {Speaker, 3}, {board::ClockPath, 4}};
-    for (const auto& failing : cases) {
-        terminal.setPresent(failing.missing, false);
-        const long before = test::openDescriptors();
-        EXPECT_FALSE(PowerManager::initPowerManager()) << failing.missing;
-        EXPECT_EQ(test::openDescriptors(), before + failing.leftOpen) << failing.missing;
-        EXPECT_THAT(takeLines(), ElementsAre());
-        terminal.setPresent(failing.missing, true);
-    }
-    const long before = test::openDescriptors();
-    ASSERT_TRUE(PowerManager::initPowerManager());
-    EXPECT_THAT(takeLines(), ElementsAre("pwrctrl: line 8 low", "oled: on", "oled: unfreeze",
-                                         "oled: on", "oled: fade 255"));
-    EXPECT_EQ(test::openDescriptors(), before + 5) << "two silent input devices stay open";
-    EXPECT_FALSE(PowerManager::initPowerManager());
-    EXPECT_EQ(test::openDescriptors(), before + 5);
-    EXPECT_TRUE(PowerManager::deinitPowerManager());
-    EXPECT_EQ(PowerManager::getPowerManager(), nullptr);
-    EXPECT_EQ(test::openDescriptors(), before + 2);
-    terminal.setPresent(board::DisplayPath, false);
-    EXPECT_TRUE(PowerManager::initPowerManager()) << "works without a display";
-}
 
 using Operation = std::function<int(PowerManager&)>;
 
@@ -110,12 +81,13 @@ TEST_F(PowerManagerDevicesTest, TheModemIsSwitchedWithItsKeyAndOffByForceInTheEn
     EXPECT_TRUE(power().gprsPowerOn());
     EXPECT_GE(between("pwrctrl: line 5 high", "pwrctrl: supply 1 on"), 10ms);
     EXPECT_EQ(take("pwrctrl"), on) << "runs already";
+    const string threePulses = on + pulse + pulse + pulse;
     for (const int answered : {0, 3}) {
         terminal.radio().setOn(false);
         terminal.radio().answerPulse(answered);
         EXPECT_EQ(power().gprsPowerOn(), answered == 3);
         EXPECT_GE(between("pwrctrl: line 7 high", "pwrctrl: line 7 low"), 1s);
-        EXPECT_EQ(take("pwrctrl"), on + pulse + pulse + pulse);
+        EXPECT_EQ(take("pwrctrl"), threePulses);
     }
 
     const string off = "supply 1 off, read line 3, line 7 high, line 7 low";
@@ -183,20 +155,6 @@ TEST_F(PowerManagerDevicesTest, SensorsAreReadAsTextAndFailToTheirOwnAnswers) {
     }
     terminal.temperature().remove();
     EXPECT_EQ(power().getTempReading(), INT_MIN);
-}
-
-TEST_F(PowerManagerDevicesTest, TheVoltageIsSmoothedOverTheReadings) {
-    const struct {
-        int reading, percent, voltage;
-    } steps[] = {{3850, 50, 3850}, {4200, 65, 3955}, {4200, 75, 4028},
-                 {0, -1, 0},       {4200, 82, 4079}, {3500, 57, 3905},
-                 {1, 0, 2733},     {4200, 0, 3173},  {INT_MAX, 100, 644247315}};
-    for (const auto& step : steps) {
-        terminal.battery().set(step.reading);
-        int voltage = 0;
-        EXPECT_EQ(power().getBatteryCapacity(&voltage), step.percent) << step.reading;
-        EXPECT_EQ(voltage, step.voltage);
-    }
 }
 
 }  // namespace

@@ -18,7 +18,6 @@ using testing::ElementsAre;
 using testing::ElementsAreArray;
 
 constexpr char CardFile[] = "/mnt/mmc/log.txt";
-constexpr int EnterKey = 28;
 
 /// Notes each change that it is asked about as "first: 0->1".
 class Listener : public PowerEventListener {
@@ -111,28 +110,6 @@ TEST_F(PowerModesTest, ListenersAreAskedNewestFirstOnTheWayDownAndOldestFirstOnT
     EXPECT_THAT(takeLines(), ElementsAre("third: 2->1", "first: 2->1", "oled: fade 127"));
 }
 
-TEST_F(PowerModesTest, ActivityWakesTheDisplayAndRenewsTheIdleTimeUnlessTransitionsAreOff) {
-    enterQuietly(POWER_DARK);
-    pass(7s);
-    EXPECT_EQ(power().getIdleDuration(), 7);
-    EXPECT_TRUE(power().kickIdle());
-    EXPECT_THAT(takeLines(), ElementsAre("oled: fade 255"));
-    EXPECT_EQ(power().getIdleDuration(), 0);
-    pass(3s);
-    EXPECT_FALSE(PowerManager::kickIdleProc()) << "awake already";
-    EXPECT_EQ(power().getIdleDuration(), 0);
-
-    enterQuietly(POWER_DIMMED);
-    power().enableTransitions(false);
-    pass(5s);
-    EXPECT_FALSE(power().kickIdle());
-    EXPECT_FALSE(power().setPowerMode(POWER_DARK));
-    EXPECT_EQ(power().getIdleDuration(), 5);
-    EXPECT_EQ(power().getCurrentState(), POWER_DIMMED);
-    power().enableTransitions(true);
-    EXPECT_TRUE(PowerManager::kickIdleProc());
-}
-
 TEST_F(PowerModesTest, ASuspendEndedByTheAlarmCountsAsIdleTimeAndLeavesTheDisplayOff) {
     ASSERT_EQ(Media::mountMedia(CardFile, false), 1);
     enterQuietly(POWER_DISPLAY_OFF);
@@ -147,29 +124,6 @@ TEST_F(PowerModesTest, ASuspendEndedByTheAlarmCountsAsIdleTimeAndLeavesTheDispla
     EXPECT_EQ(power().getIdleDuration(), 70);
     EXPECT_EQ(Media::mountTable[0].readers, 0);
     EXPECT_TRUE(canMount());
-}
-
-TEST_F(PowerModesTest, ASuspendEndedByAKeyWakesTheTerminal) {
-    for (const int sleep : {60, 0, -1}) {
-        power().setPowerSaveSleep(sleep);
-        terminal.power().wakeByKey(EnterKey, 30s);
-        EXPECT_TRUE(power().setPowerMode(POWER_SUSPEND));
-        std::vector<string> expected{"pwrctrl: keyboard light 0",
-                                     "oled: off",
-                                     "power: suspend",
-                                     "power: woken by key",
-                                     "keypad: key 28 down",
-                                     "keypad: key 28 up",
-                                     "oled: on",
-                                     "oled: fade 255"};
-        if (sleep > 0)
-            expected.insert(expected.begin() + 2, "rtc: alarm in 60 s");
-        EXPECT_THAT(takeLines(), ElementsAreArray(expected));
-        EXPECT_EQ(power().getCurrentState(), POWER_ON);
-        EXPECT_EQ(power().getIdleDuration(), 0);
-        power().rtcEnableAlarm(false);
-        takeLines();
-    }
 }
 
 TEST_F(PowerModesTest, WithACardInUseASuspendOrShutdownOnlySwitchesTheDisplayOff) {
@@ -220,6 +174,7 @@ TEST_F(PowerModesTest, AShutdownSwitchesEverythingOffAndAsksTheApplication) {
 
 TEST_F(PowerModesTest, ManyThreadsMayChangeTheStateKickAndListen) {
     std::vector<std::future<void>> threads;
+    threads.reserve(4);
     for (int number = 0; number < 4; ++number) {
         threads.push_back(test::inBackground([&, number] {
             for (int round = 0; round < 150; ++round) {

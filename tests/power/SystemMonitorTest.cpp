@@ -122,42 +122,6 @@ TEST_F(SystemMonitorTest, TheWakeUpIntervalIsWhatIsLeftUntilPowerOffWithinLimits
     }
 }
 
-TEST_F(SystemMonitorTest, ADelayOfZeroOrLessSwitchesItsStepOff) {
-    for (const int off : {0, INT_MIN}) {
-        monitor().setPowerDelays(off, off, off, off, off);
-        for (const PowerState state : {POWER_ON, POWER_DIMMED, POWER_DARK, POWER_DISPLAY_OFF}) {
-            beIdle(state, 100000);
-            tick(2);
-            EXPECT_EQ(power().getCurrentState(), state);
-        }
-    }
-}
-
-TEST_F(SystemMonitorTest, WithUsbConnectedTheTerminalNeitherSuspendsNorShutsDown) {
-    terminal.usbSupply().set(1);
-    beIdle(POWER_DISPLAY_OFF, 1000);
-    tick(1);
-    EXPECT_EQ(power().getCurrentState(), POWER_ON) << "plugging in is activity";
-    for (const int idle : {100, 5000}) {
-        beIdle(POWER_DISPLAY_OFF, idle);
-        tick(100);
-        EXPECT_EQ(power().getCurrentState(), POWER_DISPLAY_OFF);
-    }
-    EXPECT_EQ(terminal.power().suspends(), 0);
-
-    beIdle(POWER_ALARM_WAKE, 100);
-    tick(1);
-    EXPECT_EQ(terminal.power().suspends(), 1) << "but a sleeping one is not woken by the cable";
-    beIdle(POWER_ALARM_WAKE, 5000);
-    tick(1);
-    EXPECT_EQ(power().getCurrentState(), POWER_ALARM_WAKE);
-
-    terminal.usbSupply().remove();
-    tick(1);
-    EXPECT_EQ(power().getCurrentState(), POWER_ON) << "and so is unplugging";
-    EXPECT_EQ(power().getIdleDuration(), 0);
-}
-
 TEST_F(SystemMonitorTest, BatteryAndTemperatureAreReportedAtTheirIntervalsAcrossEveryWrap) {
     constexpr auto Wrap = std::chrono::milliseconds(1LL << 32);
     for (const auto uptime : {Wrap / 2, Wrap}) {  // 25 and 50 days
@@ -177,31 +141,6 @@ TEST_F(SystemMonitorTest, BatteryAndTemperatureAreReportedAtTheirIntervalsAcross
             EXPECT_EQ(take("app"), expected) << "second " << second;
         }
     }
-}
-
-TEST_F(SystemMonitorTest, AnEmptyBatteryIsSaidTwiceAndAnUnreadableOneNotAtAll) {
-    for (const auto& [text, expected] :
-         std::map<string, string>{{"100\n", "event 16 0, event 17 0"}, {"0\n", ""}, {"", ""}}) {
-        terminal.battery().setText(text);
-        power().kickIdle();
-        pass(10s);
-        takeLines();
-        monitor().handleBattery();
-        EXPECT_EQ(take("app"), expected) << text;
-    }
-}
-
-TEST_F(SystemMonitorTest, TheKeyboardLightFollowsTheAmbientLight) {
-    for (const auto& [light, request] : std::map<int, string>{
-             {31, "keyboard fade 0"}, {30, "keyboard fade 127"}, {10, "keyboard fade 255"}}) {
-        terminal.light().set(light);
-        beIdle(POWER_DIMMED, 0);
-        monitor().handleLighting();
-        EXPECT_EQ(take("pwrctrl"), request) << light;
-    }
-    beIdle(POWER_DARK, 0);
-    monitor().handleLighting();
-    EXPECT_EQ(take("pwrctrl"), "");
 }
 
 }  // namespace

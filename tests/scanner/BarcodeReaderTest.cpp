@@ -54,24 +54,6 @@ protected:
     BarcodeReader reader;
 };
 
-TEST_F(BarcodeReaderTest, InitializingPowersSetsUpAndAddressesTheEngineOnce) {
-    const test::NotingPeer engineItself(terminal.barcodeLine(), terminal.journal());
-    EXPECT_TRUE(reader.initialize());
-    EXPECT_GE(between("pwrctrl: supply 2 on", "line: \x1BYM\r"), 100ms);
-    EXPECT_THAT(takeLines(), testing::ElementsAre("pwrctrl: line 9 high", "pwrctrl: line 2 low",
-                                                  "pwrctrl: supply 2 on", "line: \x1BYM\r"));
-    EXPECT_EQ(terminal.barcodeLine().settings(), "9600 8N1");
-    EXPECT_FALSE(reader.initialize());
-    EXPECT_TRUE(reader.initRead());
-    EXPECT_TRUE(reader.startRead());
-    EXPECT_TRUE(reader.stopRead());
-    EXPECT_TRUE(reader.shutdown());
-    EXPECT_THAT(takeLines(), testing::ElementsAre("pwrctrl: line 9 low", "pwrctrl: line 9 high",
-                                                  "line: \x1BZ\r", "pwrctrl: line 9 high",
-                                                  "line: \x1BY\r", "pwrctrl: line 2 high",
-                                                  "pwrctrl: line 9 low", "pwrctrl: supply 2 off"));
-}
-
 TEST_F(BarcodeReaderTest, ACodeIsDeliveredWithoutItsWhiteSpaceUnlessItIsTooShortOrTooLong) {
     const string digits(70, '7');
     const struct {
@@ -150,16 +132,6 @@ TEST_F(BarcodeReaderTest, AScanThatFindsNothingIsStopped5SecondsAfterTheLastTrig
         }
         EXPECT_TRUE(reader.shutdown());
     }
-}
-
-TEST_F(BarcodeReaderTest, AHungUpLineKeepsTheWorkerWaiting) {
-    initialize();
-    terminal.barcodeLine().hangUp();
-    awaitCalls(20);
-    const auto now = terminal.clock().monotonic();
-    awaitCalls(10);
-    EXPECT_GE(terminal.clock().monotonic() - now, 1s) << "and not spinning";
-    EXPECT_TRUE(reader.shutdown());
 }
 
 TEST_F(BarcodeReaderTest, ItMayBeShutDownByAnyCallbackEvenByTheDeliveryOfACode) {

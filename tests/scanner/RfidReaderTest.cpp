@@ -254,26 +254,4 @@ TEST_F(RfidReaderTest, ItMayBeShutDownOrDestroyedAtAnyMoment) {
     EXPECT_EQ(delivered(reader, "\x00\x01\x00\x00\x07"s), "2 07 ");
 }
 
-TEST_F(RfidReaderTest, AShutdownEndsADeliveryAlsoFromWithin) {
-    ASSERT_TRUE(reader.initialize());
-    engine().present({"\x07", {}});
-    {
-        const events::WindowingGuard windowing;
-        beginRead(reader);
-        EXPECT_TRUE(await("rfid: read 07"));
-        EXPECT_TRUE(reader.shutdown());
-    }
-    EXPECT_EQ(take("tag"), "") << "dropped, since the stop came first";
-    ASSERT_TRUE(reader.initialize());
-    tags.onTag = [&] {
-        EXPECT_TRUE(reader.stopRead());
-        EXPECT_TRUE(reader.initRead()) << "forgotten";
-        EXPECT_FALSE(reader.shutdown());
-    };
-    EXPECT_TRUE(reader.initRead());
-    EXPECT_TRUE(await("tag: 2 07 "));
-    EXPECT_TRUE(reader.shutdown());
-    EXPECT_EQ(take("tag"), "2 07 ");
-}
-
 }  // namespace

@@ -212,49 +212,6 @@ TEST_F(InterposedCallsTest, WhatWouldChangeTheHostIsRefused) {
     EXPECT_EQ(create(), EAGAIN);
 }
 
-TEST_F(InterposedCallsTest, FaultsAreCountedAndTakenInTurn) {
-    sim::Faults& faults = terminal.faults();
-    const auto look = [](const char* path) { return errorOf([=] { return access(path, F_OK); }); };
-    faults.failNth(3, EIO);
-    for (const int error : {0, 0, EIO, 0})
-        EXPECT_EQ(look("/dev/rtc"), error);
-    EXPECT_EQ(faults.calls(), 4);
-    faults.clear();
-    faults.fail("access", "/dev/rtc", EACCES, 1, 2);
-    faults.fail("", "/dev/rtc", ENXIO, 0, 1);
-    for (const int error : {ENXIO, EACCES, EACCES, 0}) {
-        EXPECT_EQ(look("/dev/oled"), 0);
-        EXPECT_EQ(look("/dev/rtc"), error);
-    }
-    EXPECT_EQ(faults.failed(), 3);
-    EXPECT_EQ(faults.calls(), 8);
-}
-
-TEST_F(InterposedCallsTest, DuplicatesStandForTheSameOpen) {
-    const int first = open(board::PowerControlPath, O_RDWR);
-    const int copies[] = {dup(first), dup2(first, 200), dup3(first, 201, O_CLOEXEC),
-                          fcntl(first, F_DUPFD, 202), fcntl64(first, F_DUPFD_CLOEXEC, 203)};
-    EXPECT_EQ(dup2(first, first), first);
-    close(first);
-    for (const int copy : copies) {
-        EXPECT_EQ(ioctl(copy, board::SetKeyboardLight, copy), 0) << copy;
-        EXPECT_EQ(terminal.powerControl().keyboardLight(), copy);
-        close(copy);
-    }
-    // A descriptor that is replaced is closed, and is no device any more.
-    const int line = open(Line, O_RDWR);
-    const int twin = dup(line);
-    const int null = open("/dev/null", O_RDWR);
-    EXPECT_EQ(dup2(null, line), line);
-    EXPECT_EQ(errorOf([=] { return ioctl(line, TIOCMGET, &number); }), ENOTTY);
-    EXPECT_EQ(errorOf([=] { return dup2(-1, twin); }), EBADF);
-    EXPECT_EQ(ioctl(twin, TIOCMGET, &number), 0);
-    EXPECT_EQ(dup3(null, twin, 0), twin);
-    EXPECT_FALSE(terminal.barcodeLine().isOpen());
-    for (const int fd : {line, twin, null})
-        EXPECT_EQ(close(fd), 0);
-}
-
 /// Whether a child finds what it should.
 bool isRightInChild(int inherited) {
     return access("/var/run/ppp0.pid", F_OK) == 0 &&

@@ -221,18 +221,6 @@ TEST_F(InterposedPathsTest, CallsWorkOnTheTerminalsFiles) {
     EXPECT_FALSE(exists(host(folder)) || exists(host("/etc/ppp/moved")));
 }
 
-TEST_F(InterposedPathsTest, DeviceNodesAreSeenButNotChanged) {
-    for (const PathCall& call : PathCalls) {
-        const std::string kind = call.fault;
-        const bool looks = kind == "stat" || kind == "statfs" || kind == "access";
-        const int refusal = kind == "opendir" ? ENOTDIR : kind == "readlink" ? EINVAL : EPERM;
-        EXPECT_EQ(errorOf([&] { return call.call("/dev/rtc"); }), looks ? 0 : refusal) << call.name;
-    }
-    EXPECT_TRUE(fs::is_character_file("/dev/rtc"));
-    terminal.setPresent("/dev/rtc", false);
-    EXPECT_FALSE(fs::exists("/dev/rtc"));
-}
-
 TEST_F(InterposedPathsTest, APathIsWhoseItIsHoweverItIsSpelled) {
     const fs::path before = fs::current_path();
     fs::current_path("/tmp");
@@ -259,23 +247,6 @@ TEST_F(InterposedPathsTest, APathIsWhoseItIsHoweverItIsSpelled) {
     EXPECT_EQ(fs::remove_all(made), 2U);
     EXPECT_EQ(errorOf([] { return open("/proc/sys/kernel/hostname", O_WRONLY); }), EACCES);
     EXPECT_EQ(access("/dev/null", W_OK), 0);
-}
-
-TEST_F(InterposedPathsTest, StreamsReachTheDevice) {
-    for (int i = 0; i < 2; ++i)
-        terminal.power().wakeByKey(28, std::chrono::seconds(1));
-    std::ofstream state(board::SuspendPath);
-    EXPECT_TRUE(state << "mem\n" << std::flush);
-    EXPECT_EQ(terminal.power().suspends(), 1);
-    FILE* const stream = fdopen(open(board::SuspendPath, O_WRONLY), "w");
-    EXPECT_GE(fputs("mem", stream), 0);
-    EXPECT_EQ(terminal.power().suspends(), 1) << "not written yet";
-    EXPECT_EQ(fclose(stream), 0);
-    EXPECT_EQ(terminal.power().suspends(), 2);
-    terminal.faults().fail("write", board::SuspendPath, EBUSY);
-    FILE* const failing = fopen(board::SuspendPath, "w");
-    fputs("mem", failing);
-    EXPECT_EQ(errorOf([=] { return fclose(failing); }), EBUSY);
 }
 
 TEST_F(InterposedPathsTest, WithoutATerminalItsPathsLeadNowhere) {

@@ -94,20 +94,6 @@ protected:
     io::FileDescriptor line;
 };
 
-TEST_F(RadioModuleTest, CommandsAreEchoedAndAnsweredAsTheSettingsSay) {
-    expect("AT\r", "AT\r\r\nOK\r\n");
-    expect("noise\r\natE0+CREG?;+GARBAGE;+CSQ\r",
-           "atE0+CREG?;+GARBAGE;+CSQ\r\r\n+CREG: 0,0\r\n\r\nERROR\r\n");
-    expect("ATV0\rAT+CSQ\rAT+CPIN=1\rATV1Q1\rAT\rATQ0\r", "0\r+CSQ: 21,0\r\n0\r4\r\r\nOK\r\n");
-    expect("ATE1\r", "\r\nOK\r\n");
-    ask("AT+CMEE=2;+COPS?", "+CME ERROR: SIM PIN required");
-    ask("AT&K3;+IPR=9600;#SELINT=2", "OK");
-    expect("ATZ+IPR=115200\r", "ATZ+IPR=115200\r\r\nOK\r\n");  // at 9600 baud
-    expect("AT\r", "");
-    ::tcdrain(line.get());
-    EXPECT_EQ(terminal.journal().lines().back(), "radio: ATZ+IPR=115200") << "noise to it now";
-}
-
 TEST_F(RadioModuleTest, TheMultiplexerAnswersAsThePeerOfTheStandardDoes) {
     ask("AT+CPIN=1234", "OK");
     ask("AT+CMUX=0", "OK");
@@ -153,18 +139,6 @@ TEST_F(RadioModuleTest, TheMultiplexerAnswersAsThePeerOfTheStandardDoes) {
     expect(data(0, octets("C1 01")), dataBack(0, octets("C3 01")));
     EXPECT_TRUE(sim::eventually([&] { return !radio.isMultiplexing(); }, 10s));
     ask("AT", "OK");
-}
-
-TEST_F(RadioModuleTest, TheLineLosesNothingUnderHardwareFlowControl) {
-    ask("ATE0", "OK");
-    string all;
-    for (int i = 0; all.size() < 100000; ++i)
-        all += std::to_string(i) + ",";
-    radio.line().send(all);
-    expect("", all);
-    openLine(0);
-    radio.line().send(all);
-    EXPECT_LT(receive(line.get(), 4096).size(), all.size()) << "what there is no room for is lost";
 }
 
 TEST_F(RadioModuleTest, LegacyPseudoTerminalsAreRealAndTheirMastersExclusive) {

@@ -27,13 +27,9 @@
 namespace {
 
 using std::string;
-using testing::HasSubstr;
 using namespace std::chrono_literals;
 
 constexpr char ControlPath[] = "/tmp/wpa_supplicant.ctrl/ra0";
-constexpr char StartSupplicant[] = "wpa_supplicant -B -Dwext -ira0 -P/tmp/wpa_supplicant.pid "
-                                   "-C/tmp/wpa_supplicant.ctrl";
-constexpr char StartClient[] = "udhcpc -nR -t 10 -p /tmp/udhcpc.pid -i ra0";
 
 sockaddr_un addressOf(const string& path) {
     sockaddr_un address{};
@@ -86,12 +82,6 @@ public:
         return size < 0 ? "nothing" : string(text, static_cast<size_t>(size));
     }
 
-    string ask(const string& command) const {
-        EXPECT_EQ(::send(socket.get(), command.data(), command.size(), 0),
-                  static_cast<ssize_t>(command.size()));
-        return receive();
-    }
-
 private:
     io::FileDescriptor socket;
 };
@@ -131,33 +121,8 @@ protected:
         EXPECT_EQ(request(SIOCSIFFLAGS, "ra0", &record), 0);
     }
 
-    pid_t pidIn(const char* path) {
-        pid_t pid = 0;
-        if (FILE* const file = fopen(path, "r")) {
-            EXPECT_EQ(fscanf(file, "%d", &pid), 1);
-            fclose(file);
-        }
-        return pid;
-    }
-
     io::FileDescriptor socket{::socket(AF_INET, SOCK_STREAM, 0)};
 };
-
-TEST_F(WlanAdapterTest, TheInterfaceNeedsPowerRadioDriverAndTime) {
-    EXPECT_EQ(flagsError(), ENODEV);
-    loadDriver();
-    EXPECT_EQ(flagsError(), ENODEV) << "not at once";
-    pass(1s);
-    EXPECT_EQ(flagsError(), 0);
-    power().mpciEnableRadio(false);
-    EXPECT_EQ(flagsError(), ENODEV);
-    power().mpciEnableRadio(true);
-    EXPECT_EQ(flagsError(), ENODEV) << "time begins anew";
-    pass(1s);
-    EXPECT_EQ(flagsError(), 0);
-    EXPECT_EQ(statusOf("rmmod rt3070sta"), 0);
-    EXPECT_EQ(flagsError(), ENODEV);
-}
 
 TEST_F(WlanAdapterTest, NoRequestReachesTheHostsInterfacesOrRoutes) {
     ifreq record{};
@@ -181,36 +146,6 @@ TEST_F(WlanAdapterTest, NoRequestReachesTheHostsInterfacesOrRoutes) {
     EXPECT_EQ(errno, EBADF);
     EXPECT_EQ(::ioctl(socket.get(), SIOCGIFFLAGS, nullptr), -1);
     EXPECT_EQ(errno, EFAULT);
-}
-
-TEST_F(WlanAdapterTest, TheDriverNeverWritesMoreThanThereIsRoomFor) {
-    raise();
-    terminal.wlan().claimEssid(string(300, 'x'), 300);
-    string buffer(16, '#');
-    wlan::WirelessRecord record{};
-    record.buffer = {buffer.data(), 10, 0};
-    EXPECT_EQ(request(wlan::GetEssid, "ra0", &record), 0);
-    EXPECT_EQ(record.buffer.length, 300);
-    EXPECT_EQ(buffer, "xxxxxxxxxx######");
-    record.buffer = {buffer.data(), 16, 0};
-    EXPECT_EQ(request(wlan::GetStatistics, "ra0", &record), E2BIG);
-}
-
-TEST_F(WlanAdapterTest, ModulesAreLoadedAndListedAsTheKernelDoes) {
-    EXPECT_EQ(statusOf("insmod /lib/modules/wireless/rt3070sta.ko"), 1) << "needs the USB host";
-    EXPECT_EQ(statusOf("modprobe ohci-hcd"), 0);
-    EXPECT_EQ(statusOf("modprobe ohci-hcd"), 0) << "there already";
-    EXPECT_EQ(statusOf("modprobe none"), 1);
-    EXPECT_EQ(statusOf("insmod /lib/modules/none.ko"), 1);
-    EXPECT_EQ(statusOf("insmod /lib/modules/wireless/rt3070sta.ko"), 0);
-    EXPECT_EQ(statusOf("insmod /lib/modules/wireless/rt3070sta.ko"), 1) << "there already";
-    EXPECT_THAT(terminal.files().read("/proc/modules"),
-                testing::MatchesRegex("rt3070sta [^\n]*\nohci_hcd [^\n]*\n"));
-    EXPECT_EQ(statusOf("rmmod ohci-hcd"), 1) << "in use";
-    EXPECT_EQ(statusOf("rmmod rt3070sta"), 0);
-    EXPECT_EQ(statusOf("rmmod rt3070sta"), 1);
-    EXPECT_EQ(statusOf("rmmod ohci_hcd"), 0);
-    EXPECT_EQ(terminal.files().read("/proc/modules"), "");
 }
 
 TEST_F(WlanAdapterTest, OnlyTheTerminalsProgramsRunAndTheirEndsAreReal) {
@@ -289,96 +224,6 @@ TEST_F(WlanAdapterTest, SocketsOnTheTerminalsPathsLieBelowItsRootFolder) {
     const Datagrams outside(hosts);
     EXPECT_TRUE(fs::is_socket(hosts));
     ::unlink(hosts.c_str());
-}
-
-TEST_F(WlanAdapterTest, TheSupplicantAnswersAsItIsDocumented) {
-    EXPECT_EQ(statusOf(StartSupplicant), 255) << "without the interface";
-    raise();
-    ASSERT_EQ(statusOf(StartSupplicant), 0);
-    const Datagrams client("/tmp/wpa_ctrl_test-1");
-    ASSERT_EQ(client.connectTo(ControlPath), 0);
-    const struct {
-        const char *command, *answer;
-    } dialogue[] = {
-        {"PING", "PONG\n"},
-        {"HELLO", "UNKNOWN COMMAND\n"},
-        {"", "UNKNOWN COMMAND\n"},
-        {"SET_NETWORK 0 ssid \"Warehouse\"", "FAIL\n"},
-        {"ENABLE_NETWORK 0", "FAIL\n"},
-        {"ADD_NETWORK", "0\n"},
-        {"ADD_NETWORK", "1\n"},
-        {"REMOVE_NETWORK 1", "OK\n"},
-        {"REMOVE_NETWORK 1", "FAIL\n"},
-        {"SET_NETWORK 0 ssid Warehouse", "FAIL\n"},
-        {"SET_NETWORK 0 ssid \"Warehouse\"", "OK\n"},
-        {"GET_NETWORK 0 ssid", "\"Warehouse\""},
-        {"SET_NETWORK 0 psk \"short\"", "FAIL\n"},
-        {"SET_NETWORK 0 psk \"forklift-7\"", "OK\n"},
-        {"SET_NETWORK 0 key_mgmt WPA", "FAIL\n"},
-        {"SET_NETWORK 0 key_mgmt WPA-PSK", "OK\n"},
-        {"SET_NETWORK 0 wep_tx_keyidx 4", "FAIL\n"},
-        {"SET_NETWORK 0 wep_key9 \"abcde\"", "FAIL\n"},
-        {"SET_NETWORK 0 color blue", "FAIL\n"},
-        {"LIST_NETWORKS", "network id / ssid / bssid / flags\n0\t\"Warehouse\"\tany\t[DISABLED]\n"},
-        {"STATUS", "wpa_state=SCANNING\n"},
-        {"ATTACH", "OK\n"},
-        {"SELECT_NETWORK 0", "OK\n"},
-    };
-    for (const auto& turn : dialogue)
-        EXPECT_EQ(client.ask(turn.command), turn.answer) << turn.command;
-    EXPECT_THAT(client.receive(), HasSubstr("<3>CTRL-EVENT-CONNECTED"));
-    EXPECT_EQ(client.ask("STATUS"), "ssid=Warehouse\nwpa_state=COMPLETED\n");
-    EXPECT_EQ(terminal.wlan().essid(), "Warehouse");
-    terminal.wlan().setNetwork("Warehouse", "another key");
-    EXPECT_THAT(client.receive(), HasSubstr("<3>CTRL-EVENT-DISCONNECTED"));
-    EXPECT_EQ(client.ask("DETACH"), "OK\n");
-    EXPECT_EQ(client.ask("TERMINATE"), "OK\n");
-    EXPECT_TRUE(test::soon([&] { return pidIn("/tmp/wpa_supplicant.pid") == 0; }));
-}
-
-TEST_F(WlanAdapterTest, ProgramsInTheBackgroundEndWithASignalAndAreReaped) {
-    raise();
-    terminal.wlan().associateAfter(2s);
-    ASSERT_EQ(statusOf(StartSupplicant), 0);
-    const pid_t supplicant = pidIn("/tmp/wpa_supplicant.pid");
-    ASSERT_GT(supplicant, 1);
-    EXPECT_EQ(kill(supplicant, 0), 0);
-    {
-        const Datagrams client("/tmp/wpa_ctrl_test-1");
-        ASSERT_EQ(client.connectTo(ControlPath), 0);
-        for (const char* command :
-             {"ADD_NETWORK", "SET_NETWORK 0 ssid \"Warehouse\"", "SET_NETWORK 0 key_mgmt WPA-PSK",
-              "SET_NETWORK 0 psk \"forklift-7\"", "ENABLE_NETWORK 0"})
-            client.ask(command);
-    }
-    EXPECT_EQ(terminal.wlan().essid(), "");
-    pass(2s);
-    EXPECT_EQ(terminal.wlan().essid(), "Warehouse");
-
-    ASSERT_EQ(statusOf(StartClient), 0);
-    EXPECT_EQ(terminal.wlan().address(), "192.168.1.20");
-    const pid_t client = pidIn("/tmp/udhcpc.pid");
-    for (const pid_t process : {client, supplicant}) {
-        EXPECT_EQ(kill(process, SIGTERM), 0);
-        EXPECT_TRUE(test::soon([=] { return kill(process, 0) != 0; })) << "no zombie stays";
-    }
-    EXPECT_EQ(terminal.wlan().address(), "") << "released";
-    EXPECT_EQ(terminal.wlan().essid(), "");
-    EXPECT_EQ(pidIn("/tmp/udhcpc.pid"), 0);
-    terminal.clock().setSpeed(100);
-    EXPECT_EQ(statusOf(StartClient), 1) << "nobody to ask";
-}
-
-TEST_F(WlanAdapterTest, WhatStillRunsEndsWithTheTerminal) {
-    pid_t supplicant = 0;
-    {
-        raise();
-        ASSERT_EQ(statusOf(StartSupplicant), 0);
-        supplicant = pidIn("/tmp/wpa_supplicant.pid");
-        ASSERT_EQ(terminal.programs().running("wpa_supplicant").size(), 1U);
-    }
-    terminal.programs().shutDown();
-    EXPECT_EQ(kill(supplicant, 0), -1) << "at least no process of the terminal";
 }
 
 }  // namespace
