@@ -5,7 +5,6 @@
 #include <climits>
 
 #include "foundation/Cond.h"
-#include "foundation/Deadline.h"
 #include "foundation/Mutex.h"
 #include "foundation/Semaphore.h"
 #include "foundation/Worker.h"
@@ -72,6 +71,28 @@ TEST(LockTest, ACancelledWaiterLeavesTheLockFree) {
         Worker poster([&](Worker&) { semaphore.post(); });
         EXPECT_TRUE(poster.start() && poster.stop(Long, false));
     }
+}
+
+TEST(LockTest, AMutexLetsInOneAtATimeAndAPauseTheOthers) {
+    constexpr int Turns = 5000;
+    Mutex mutex;
+    int turns = 0;
+    int inside = 0;
+    const auto takeTurns = [&](Worker&) {
+        for (int turn = 0; turn < Turns; ++turn) {
+            const MutexGuard held(mutex);
+            EXPECT_EQ(++inside, 1);
+            ++turns;
+            --inside;
+            const LockPause<Mutex> pause(mutex);  // holds it again before the guard lets go
+        }
+    };
+    Worker workers[] = {Worker(takeTurns), Worker(takeTurns), Worker(takeTurns)};
+    for (auto& worker : workers)
+        EXPECT_TRUE(worker.start());
+    for (auto& worker : workers)
+        EXPECT_TRUE(worker.stop(Long, false));
+    EXPECT_EQ(turns, 3 * Turns);
 }
 
 }  // namespace

@@ -2,13 +2,10 @@
 
 #include <gtest/gtest.h>
 #include <pthread.h>
-#include <sys/resource.h>
-#include <unistd.h>
 
 #include <atomic>
 #include <cerrno>
 #include <csignal>
-#include <cstdlib>
 #include <functional>
 #include <future>
 #include <string>
@@ -29,6 +26,30 @@ using test::Worker;
 
 constexpr int Step = 100;    // a stop looks that often, in ms
 constexpr int Long = 60000;  // longer than any test waits
+
+TEST(ThreadTest, AFinishedWorkerIsHeldUntilItIsJoinedAtOnce) {
+    const std::function<bool(Thread&)> endings[] = {
+        [](Thread& thread) { return thread.stop(Long, false); },
+        [](Thread& thread) { return thread.stop(0, true); },
+        [](Thread& thread) { return thread.terminate(); },
+    };
+    for (const auto& join : endings) {
+        Worker worker(obey);
+        const long joinMs = shortestMs(Step, [&] {
+            EXPECT_TRUE(worker.start());
+            worker.requestStop();  // taken back at the end of run()
+            ASSERT_TRUE(eventually([&] { return !worker.stopRequested(); }));
+            EXPECT_FALSE(worker.start());
+            EXPECT_TRUE(worker.interrupt());
+            worker.requestStop();
+            EXPECT_TRUE(join(worker));
+            EXPECT_TRUE(worker.stopRequested()) << "a request that came too late stays";
+        });
+        EXPECT_LT(joinMs, Step);
+        EXPECT_TRUE(worker.start());
+        EXPECT_FALSE(worker.stopRequested()) << "the next worker starts without a request";
+    }
+}
 
 TEST(ThreadTest, AStopWaitsInWholeStepsBeforeItCancels) {
     const struct {
@@ -53,6 +74,21 @@ TEST(ThreadTest, AStopWaitsInWholeStepsBeforeItCancels) {
         EXPECT_TRUE(wasAsked || timeoutMs <= 0);
         EXPECT_FALSE(worker.stopRequested());
     }
+}
+
+TEST(ThreadTest, AnInterruptEndsBlockingCallsEarly) {
+    Pipe pipe;
+    std::atomic<int> readError{-1};
+    std::atomic<int> slept{-1};
+    Worker reader([&](Worker&) { readError = pipe.readByte() < 0 ? errno : 0; });
+    Worker sleeper([&](Worker&) { slept = Thread::sleep(Long) ? 1 : 0; });
+    EXPECT_TRUE(reader.start() && sleeper.start());
+    EXPECT_TRUE(eventually([&] {  // a signal that comes before the call has begun ends nothing
+        EXPECT_TRUE(reader.interrupt() && sleeper.interrupt());
+        return readError >= 0 && slept >= 0;
+    }));
+    EXPECT_EQ(readError, EINTR);
+    EXPECT_EQ(slept, 0);
 }
 
 TEST(ThreadTest, AWorkerHasASmallStackAndOpensItselfToTheInterruption) {

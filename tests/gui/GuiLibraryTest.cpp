@@ -253,6 +253,43 @@ TEST_F(GuiLibraryTest, KeysGoToTheNewestWindowAfterTheIdleHook) {
     EXPECT_THAT(awaitEntries(1), ElementsAre("older down 33"));
 }
 
+TEST_F(GuiLibraryTest, BroadcastWaitsForWhoeverHoldsTheLock) {
+    const auto first = open("first");
+    const auto second = open("second");
+    GuiLibrary::lock();
+    auto sent =
+        std::async(std::launch::async, [] { GuiLibrary::broadcastSystemEvent(17, nullptr); });
+    EXPECT_EQ(sent.wait_for(50ms), std::future_status::timeout);
+    EXPECT_THAT(journal.take(), IsEmpty());
+    GuiLibrary::unlock();
+    sent.wait();
+    EXPECT_THAT(journal.take(), ElementsAre("first event 17", "second event 17"));
+}
+
+TEST_F(GuiLibraryTest, WindowsComeAndGoInsideABroadcast) {
+    auto first = open("first");
+    const auto second = open("second");
+    auto third = open("third");
+    const auto fourth = open("fourth");
+    std::unique_ptr<Window> fifth;
+    second->eventAction = [&, caller = std::this_thread::get_id()] {
+        EXPECT_EQ(std::this_thread::get_id(), caller);
+        first.reset();
+        third.reset();
+        if (!fifth)
+            fifth = open("fifth");
+    };
+    Window* const suicidal = open("suicidal").release();
+    suicidal->eventAction = [&] { delete suicidal; };
+
+    GuiLibrary::broadcastSystemEvent(1, nullptr);
+    EXPECT_THAT(journal.take(), ElementsAre("first event 1", "second event 1", "fourth event 1",
+                                            "suicidal event 1"))
+        << "neither the one destroyed before its turn nor the one created meanwhile";
+    GuiLibrary::broadcastSystemEvent(2, nullptr);
+    EXPECT_THAT(journal.take(), ElementsAre("second event 2", "fourth event 2", "fifth event 2"));
+}
+
 TEST_F(GuiLibraryTest, WindowTimersRunByIdUntilStoppedOrTheWindowGoes) {
     auto window = open("w");
     window->timerAction = [&](int id) {

@@ -138,6 +138,31 @@ TEST_F(MediaTest, UnmountingAllForgetsTheUsesUnlessTheSystemRefuses) {
     EXPECT_FALSE(Media::unmountAll()) << "tried without knowing";
 }
 
+TEST_F(MediaTest, NothingIsMountedWhileThatIsDisabled) {
+    Media::mountDisable();
+    EXPECT_EQ(Media::mountMedia(Below, false), -1);
+    EXPECT_EQ(Media::mountMedia("/tmp/elsewhere", false), -1);
+    Media::mountEnable();
+    EXPECT_EQ(Media::mountMedia(Below, false), Read);
+    Media::mountDisable();
+    EXPECT_TRUE(Media::unmountMedia(Read)) << "a use can still end";
+    EXPECT_EQ(uses(), "0/0");
+}
+
+TEST_F(MediaTest, AMediumOfModeZeroIsUnmountedWhileReadersRemainAndElseMadeReadOnly) {
+    entry.mode = 0;
+    ASSERT_EQ(Media::mountMedia(Below, false), Read);
+    ASSERT_EQ(Media::mountMedia(Below, false), Read);
+    EXPECT_TRUE(Media::unmountMedia(Read));
+    EXPECT_FALSE(Media::unmountMedia(Read)) << "no longer mounted";
+    EXPECT_EQ(take("card"), "mount rw, unmount");
+    ASSERT_EQ(Media::mountMedia(Below, true), Write);
+    EXPECT_TRUE(Media::unmountMedia(Write));
+    EXPECT_EQ(take("card"), "mount rw, remount ro");
+    entry.mode = 2;
+    EXPECT_FALSE(Media::unmountMedia(Read));
+}
+
 TEST_F(MediaTest, UsesFromManyThreadsAllEnd) {
     const auto use = [](bool write) {
         for (int round = 0; round < 40; ++round) {

@@ -85,6 +85,15 @@ public:
     int readData(void*, unsigned int) override { return -1; }
 };
 
+TEST(ModemPortTest, ALineWhoseReadsFailEndsAReadWithAFullBufferOfNuls) {
+    BrokenPort port;
+    char buffer[32];
+    std::memset(buffer, '\n', sizeof buffer);
+    EXPECT_EQ(port.read(buffer, sizeof buffer, ByteMs), 32);
+    EXPECT_EQ(port.lastAnswer, -1);
+    EXPECT_EQ(std::string(buffer, sizeof buffer), std::string(32, '\0'));
+}
+
 TEST(ModemPortTest, TheEndOfACallIsSeenWhereverItIsCut) {
     constexpr struct {
         std::string_view input;

@@ -119,6 +119,21 @@ TEST_F(TcpSocketTest, TimeOutsSetBeforeConnectingHoldAfterIt) {
     EXPECT_TRUE(tcp.connect(Host, server.port));
 }
 
+TEST_F(TcpSocketTest, EachKeepaliveValueHasItsPlace) {
+    EXPECT_FALSE(tcp.setKeepalive(1, 1, 1)) << "no socket";
+    connect();
+    EXPECT_EQ(option<timeval>(SOL_SOCKET, SO_RCVTIMEO).tv_sec, 30);
+    EXPECT_EQ(option<timeval>(SOL_SOCKET, SO_SNDTIMEO).tv_sec, 30);
+    EXPECT_TRUE(tcp.setKeepalive(70, 8, 9));
+    EXPECT_EQ(option<int>(IPPROTO_TCP, TCP_KEEPIDLE), 70);
+    EXPECT_EQ(option<int>(IPPROTO_TCP, TCP_KEEPINTVL), 8);
+    EXPECT_EQ(option<int>(IPPROTO_TCP, TCP_KEEPCNT), 9);
+    EXPECT_EQ(option<int>(SOL_SOCKET, SO_KEEPALIVE), 1);
+    EXPECT_FALSE(tcp.setKeepalive(0, 5, 6));
+    EXPECT_EQ(option<int>(IPPROTO_TCP, TCP_KEEPCNT), 6) << "set before the refusal";
+    EXPECT_EQ(option<int>(IPPROTO_TCP, TCP_KEEPINTVL), 8);
+}
+
 TEST_F(TcpSocketTest, WhatCannotBeReachedLeavesTheSocketClosed) {
     const long before = test::openDescriptors();
     EXPECT_FALSE(tcp.connect(Host, server.port)) << "nobody listens";

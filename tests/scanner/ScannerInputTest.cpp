@@ -106,10 +106,10 @@ TEST(ScannerInputTest, WithoutABarcodeReaderTheRfidReaderOutlivesTheFacade) {
 TEST(ScannerInputTest, AReaderThatFailsLeavesTheOneBeforeRunning) {
     EXPECT_EQ(onTerminal("12",
                          [](sim::Terminal& terminal) -> string {
+                             const test::NotingWindow window(terminal.journal());
                              terminal.rfid().fit(std::nullopt);
                              if (ScannerInput::initialize() || ScannerInput::getScannerInput())
                                  return "an instance";
-                             test::NotingWindow window(terminal.journal());
                              terminal.barcodeLine().send("12345\r\n");
                              const bool scans =
                                  terminal.journal().await("app: scan 12345", 0, test::HostLimit);

@@ -164,7 +164,8 @@ protected:
 
 TEST_F(InterposedPathsTest, CallsFailByFaultsAndFindNothingOfTheHost) {
     const std::string detour = "/proc/self/root";
-    ASSERT_EQ(access((detour + "/sys/kernel").c_str(), F_OK), 0) << "else this proves nothing";
+    if (access((detour + Missing).c_str(), F_OK) != 0)
+        GTEST_SKIP() << "the host has no " << Missing << ": this would prove nothing";
     terminal.files().write(File, "");
     forEveryCall([&](const PathCall& call) {
         EXPECT_EQ(errorOf([&] { return call.call(Missing); }), ENOENT) << call.name;
