@@ -77,7 +77,7 @@ bool RfidReader::initialize() {
 }
 
 bool RfidReader::shutdown() {
-    stopRead();
+    RfidReader::stopRead();
     requestStop();
     requests.post();
     // The driver forgets an abort that comes before its read has begun: repeated until that is

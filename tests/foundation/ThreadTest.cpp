@@ -16,7 +16,6 @@
 
 namespace {
 
-using test::elapsedMs;
 using test::eventually;
 using test::ignoreRequests;
 using test::obey;
