@@ -22,6 +22,11 @@ constexpr int EnterKey = 28;
 constexpr auto TriggerHold = std::chrono::milliseconds(300);
 constexpr auto LongestAwait = std::chrono::minutes(5);  // of the host's time
 
+/// The devices on a serial line.
+enum LineDevice { Barcode, Radio, TextModule, PacketModule };
+constexpr Named<LineDevice> LineDevices[] = {
+    {"barcode", Barcode}, {"radio", Radio}, {"bt", TextModule}, {"packet", PacketModule}};
+
 /// Whether a line begins with the name of a command, which then becomes its first word.
 bool takeName(std::vector<std::string>& words, const std::string& name) {
     const size_t blank = name.find(' ');
@@ -53,9 +58,8 @@ struct Console::Command {
 const Console::Command Console::Commands[] = {
     {"help", 0, "", "lists these commands", &Console::help},
     {"trigger", 0, "", "pulls the trigger and lets it go", &Console::trigger},
-    {"code", 1, "TEXT", "holds a code before the barcode engine", &Console::code},
-    {"engine", 1, "silent|normal|hangup", "the barcode engine goes mute, or its line hangs up",
-     &Console::engine},
+    {"barcode present", 1, "TEXT", "holds a code before the barcode engine",
+     &Console::barcodePresent},
     {"rfid present", 1, "ID [DATA]", "holds a tag before the RFID engine: its identifier in hex",
      &Console::rfidPresent},
     {"rfid remove", 0, "", "takes the tag away", &Console::rfidRemove},
@@ -67,7 +71,11 @@ const Console::Command Console::Commands[] = {
     {"temperature", 1, "HUNDREDTHS", "in hundredths of a degree", &Console::setAttribute},
     {"light", 1, "LEVEL", "what the light sensor reads", &Console::setAttribute},
     {"usb", 1, "on|off", "plugs the USB supply in or out", &Console::usb},
-    {"card", 1, "in|out", "puts the memory card in, or takes it out", &Console::card},
+    {"card", 1, "push|pull", "puts the memory card in, or takes it out", &Console::card},
+    {"mute", 2, "barcode|radio|bt|packet on|off", "that device neither hears nor answers",
+     &Console::mute},
+    {"line", 2, "barcode|radio|bt|packet hangup", "the line to that device hangs up",
+     &Console::line},
     {"radio signal", 1, "DBM", "the power that the radio module receives", &Console::radioSignal},
     {"radio network", 1, "home|roaming|none|denied", "the network around it",
      &Console::radioNetwork},
@@ -75,11 +83,8 @@ const Console::Command Console::Commands[] = {
      &Console::radioSim},
     {"radio fail", 1, "COMMAND [CODE]", "the next such command fails", &Console::radioFail},
     {"radio say", 1, "TEXT", "it sends an unsolicited line", &Console::radioSay},
-    {"radio silent", 0, "", "it neither hears nor answers", &Console::radioMood},
-    {"radio normal", 0, "", "it does again", &Console::radioMood},
     {"radio drop", 0, "", "the network ends its data call", &Console::radioEnd},
     {"radio close", 0, "", "it ends multiplexing", &Console::radioEnd},
-    {"radio hangup", 0, "", "its line hangs up", &Console::radioEnd},
     {"ppp", 1, "normal|never|stubborn", "how the next PPP daemon is; now: down, crash",
      &Console::ppp},
     {"wlan network", 0, "[SSID [KEY]]", "the network in reach, or none", &Console::wlanNetwork},
@@ -106,13 +111,8 @@ const Console::Command Console::Commands[] = {
     {"bt refuse", 1, "COMMAND", "the text module refuses the next such command",
      &Console::btRefuse},
     {"bt say", 1, "TEXT", "it sends an unsolicited line", &Console::btSay},
-    {"bt silent", 0, "", "it neither hears nor answers", &Console::btMood},
-    {"bt normal", 0, "", "it does again", &Console::btMood},
-    {"bt hangup", 0, "", "its line hangs up", &Console::btHangUp},
-    {"packet refuse", 1, "OPCODE", "it refuses the next request of that opcode (hex)",
+    {"packet refuse", 1, "OPCODE", "the packet Bluetooth module refuses the next request (hex)",
      &Console::packetRefuse},
-    {"packet", 1, "silent|normal|hangup",
-     "the packet Bluetooth module goes mute, or its line hangs up", &Console::packet},
     {"program", 2, "NAME STATUS", "its next start ends with that exit status", &Console::program},
     {"missing", 1, "PATH", "takes a device node or file away", &Console::node},
     {"present", 1, "PATH", "puts it back", &Console::node},
@@ -196,16 +196,31 @@ std::string Console::trigger(const Words&) {
     return "";
 }
 
-std::string Console::code(const Words& words) {
+std::string Console::barcodePresent(const Words& words) {
     terminal.barcode().present(rest(words, 1));
     return "";
 }
 
-std::string Console::engine(const Words& words) {
-    if (words[1] == "hangup")
-        terminal.barcodeLine().hangUp();
-    else
-        terminal.barcode().setSilent(choice(words[1], "silent", "normal"));
+std::string Console::mute(const Words& words) {
+    const bool isMute = choice(words[2], "on", "off");
+    switch (choice(words[1], LineDevices)) {
+    case Barcode: terminal.barcode().setSilent(isMute); break;
+    case Radio: terminal.radio().setSilent(isMute); break;
+    case TextModule: terminal.textModule().setSilent(isMute); break;
+    case PacketModule: terminal.packetModule().setSilent(isMute); break;
+    }
+    return "";
+}
+
+std::string Console::line(const Words& words) {
+    if (words[2] != "hangup")
+        throw Wrong{"'hangup', not: " + words[2]};
+    switch (choice(words[1], LineDevices)) {
+    case Barcode: terminal.barcodeLine().hangUp(); break;
+    case Radio: terminal.radio().line().hangUp(); break;
+    case TextModule: terminal.textModule().line().hangUp(); break;
+    case PacketModule: terminal.packetModule().line().hangUp(); break;
+    }
     return "";
 }
 
@@ -223,7 +238,7 @@ std::string Console::usb(const Words& words) {
 }
 
 std::string Console::card(const Words& words) {
-    terminal.card().setInserted(choice(words[1], "in", "out"));
+    terminal.card().setInserted(choice(words[1], "push", "pull"));
     return "";
 }
 
@@ -262,18 +277,11 @@ std::string Console::radioSay(const Words& words) {
     return "";
 }
 
-std::string Console::radioMood(const Words& words) {
-    terminal.radio().setSilent(words[0] == "radio silent");
-    return "";
-}
-
 std::string Console::radioEnd(const Words& words) {
     if (words[0] == "radio drop")
         terminal.radio().dropCall();
-    else if (words[0] == "radio close")
-        terminal.radio().closeDown();
     else
-        terminal.radio().line().hangUp();
+        terminal.radio().closeDown();
     return "";
 }
 
@@ -348,14 +356,6 @@ std::string Console::dhcp(const Words& words) {
 
 std::string Console::dhcpLease(const Words& words) {
     terminal.dhcp().setLease({words[1], words[2], words[3], words[4]});
-    return "";
-}
-
-std::string Console::packet(const Words& words) {
-    if (words[1] == "hangup")
-        terminal.packetModule().line().hangUp();
-    else
-        terminal.packetModule().setSilent(choice(words[1], "silent", "normal"));
     return "";
 }
 

@@ -39,8 +39,7 @@ private:
     std::string help(const Words& words);
     std::string key(const Words& words);
     std::string trigger(const Words& words);
-    std::string code(const Words& words);
-    std::string engine(const Words& words);
+    std::string barcodePresent(const Words& words);
     std::string rfidPresent(const Words& words);
     std::string rfidRemove(const Words& words);
     std::string rfidType(const Words& words);
@@ -48,12 +47,13 @@ private:
     std::string setAttribute(const Words& words);
     std::string usb(const Words& words);
     std::string card(const Words& words);
+    std::string mute(const Words& words);
+    std::string line(const Words& words);
     std::string radioSignal(const Words& words);
     std::string radioNetwork(const Words& words);
     std::string radioSim(const Words& words);
     std::string radioFail(const Words& words);
     std::string radioSay(const Words& words);
-    std::string radioMood(const Words& words);
     std::string radioEnd(const Words& words);
     std::string ppp(const Words& words);
     std::string wlanNetwork(const Words& words);
@@ -72,9 +72,6 @@ private:
     std::string btDrop(const Words& words);
     std::string btRefuse(const Words& words);
     std::string btSay(const Words& words);
-    std::string btMood(const Words& words);
-    std::string btHangUp(const Words& words);
-    std::string packet(const Words& words);
     std::string packetRefuse(const Words& words);
     std::string program(const Words& words);
     std::string node(const Words& words);

@@ -78,14 +78,4 @@ std::string Console::btSay(const Words& words) {
     return "";
 }
 
-std::string Console::btMood(const Words& words) {
-    terminal.textModule().setSilent(words[0] == "bt silent");
-    return "";
-}
-
-std::string Console::btHangUp(const Words&) {
-    terminal.textModule().line().hangUp();
-    return "";
-}
-
 }  // namespace sim

@@ -18,7 +18,7 @@ TEST_F(ConsoleTest, ItsCommandsReachTheDevices) {
                               "battery 3600\n"
                               "temperature -150\n"
                               "usb on\n"
-                              "card out\n"
+                              "card pull\n"
                               "key 30 down\n"
                               "missing /dev/oled\n");
     EXPECT_EQ(console.run(script), "");
@@ -40,9 +40,9 @@ TEST_F(ConsoleTest, AnAwaitFindsWhatHappenedSinceTheLastOne) {
 
 TEST_F(ConsoleTest, ABadLineSaysWhatIsWrongAndChangesNothing) {
     const std::string battery = terminal.files().read(terminal.battery().path());
-    for (const char* line :
-         {"battery", "battery full", "battery nan", "battery 1e30", "usb maybe", "wait -1",
-          "speed 0", "key 30 sideways", "engine", "no-such-command", "\x01\xFF", "code"})
+    for (const char* line : {"battery", "battery full", "battery nan", "battery 1e30", "usb maybe",
+                             "wait -1", "speed 0", "key 30 sideways", "mute barcode", "mute gps on",
+                             "line bt up", "no-such-command", "\x01\xFF", "barcode present"})
         EXPECT_NE(console.execute(line), "") << line;
     EXPECT_EQ(terminal.files().read(terminal.battery().path()), battery);
     EXPECT_TRUE(terminal.journal().lines().empty());

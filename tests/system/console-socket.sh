@@ -13,14 +13,14 @@ fi
 until "$1" send "$socket" await barcode: command ESC YM CR 2>>"$folder/refused"; do
     kill -0 $!
 done
-"$1" send "$socket" help | grep -q 'code TEXT'
-"$1" send "$socket" code 4006381333931
+"$1" send "$socket" help | grep -q 'barcode present TEXT'
+"$1" send "$socket" barcode present 4006381333931
 "$1" send "$socket" trigger
 "$1" send "$socket" await barcode: read 4006381333931
 if "$1" send "$socket" card sideways 2>"$folder/wrong"; then
     echo "a wrong command counts as done" && exit 1
 fi
-grep -q "'in' or 'out'" "$folder/wrong"
+grep -q "'push' or 'pull'" "$folder/wrong"
 "$1" send "$socket" quit
 wait
 test ! -e "$socket"
