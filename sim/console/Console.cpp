@@ -159,9 +159,9 @@ std::string Console::run(std::istream& script) {
     return "";
 }
 
-void Console::converse(std::istream& input, std::ostream& output) {
+void Console::converse(std::istream& input, std::ostream& output, const std::string& prompt) {
     std::string line;
-    while (!quitting && output << "> " << std::flush && std::getline(input, line)) {
+    while (!quitting && output << prompt << std::flush && std::getline(input, line)) {
         const std::string answer = execute(line);
         if (!answer.empty())
             output << answer << std::endl;

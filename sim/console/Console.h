@@ -23,8 +23,8 @@ public:
     /// wrong.
     std::string run(std::istream& script);
 
-    /// Reads commands from `input` and answers to `output`, with a prompt, until its end or "quit".
-    void converse(std::istream& input, std::ostream& output);
+    /// Reads commands from `input` and answers to `output`, until its end or "quit".
+    void converse(std::istream& input, std::ostream& output, const std::string& prompt);
 
     bool hasQuit() const { return quitting; }
 

@@ -14,6 +14,7 @@ public:
     const std::string& path() const { return name; }
     void set(long value) const { setText(std::to_string(value) + "\n"); }
     void setText(const std::string& text) const { files.write(name, text); }
+    long value() const;  ///< 0 when it is not a number or not there
     void remove() const { files.remove(name); }
 
 private:

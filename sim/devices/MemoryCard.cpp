@@ -43,10 +43,15 @@ MemoryCard::MemoryCard(Journal& eventJournal, const RootFolder& rootFolder)
     writeMounts();
 }
 
-void MemoryCard::setInserted(bool inserted) {
+void MemoryCard::setInserted(bool nowInserted) {
     const std::lock_guard<std::mutex> held(mutex);
-    isInserted = inserted;
+    inserted = nowInserted;
     journal.note("card", inserted ? "inserted" : "taken out");
+}
+
+bool MemoryCard::isInserted() const {
+    const std::lock_guard<std::mutex> held(mutex);
+    return inserted;
 }
 
 MemoryCard::State MemoryCard::state() const {
@@ -79,7 +84,7 @@ int MemoryCard::mount(const std::string& source, const std::string& target, cons
         return failWith(ENOENT);
     if (target != MountPoint)
         return failWith(EINVAL);
-    if (!isInserted)
+    if (!inserted)
         return failWith(ENXIO);
     if (remount == (mounted == State::NotMounted))
         return failWith(remount ? EINVAL : EBUSY);
@@ -128,7 +133,7 @@ bool MemoryCard::locate(const std::string& path, bool forWriting, Place& place) 
         return true;
     }
     place.hostPath = files.hostPath(Contents + path.substr(MountPoint.size()));
-    if (!isInserted)
+    if (!inserted)
         place.error = EIO;
     else if (forWriting && mounted == State::ReadOnly)
         place.error = EROFS;

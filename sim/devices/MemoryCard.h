@@ -21,7 +21,8 @@ public:
 
     /// Without a card every mount fails. Taking it out while mounted leaves the mount there, with
     /// nothing below it that can be opened.
-    void setInserted(bool inserted);
+    void setInserted(bool nowInserted);
+    bool isInserted() const;
 
     State state() const;
 
@@ -53,7 +54,7 @@ private:
     const RootFolder& files;
 
     mutable std::mutex mutex;  // guards what follows
-    bool isInserted = true;
+    bool inserted = true;
     State mounted = State::NotMounted;
 };
 

@@ -130,6 +130,11 @@ void RadioModule::setSignal(int dBm) {
     commands.network.dBm = dBm;
 }
 
+int RadioModule::signal() const {
+    const Lock held(mutex);
+    return commands.network.dBm;
+}
+
 int RadioModule::registration() const {
     const Lock held(mutex);
     return commands.registration();

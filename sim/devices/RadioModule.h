@@ -99,6 +99,7 @@ public:
     void setCoverage(RadioNetwork::Coverage coverage);
     void setRegistrationTime(Nanoseconds time);
     void setSignal(int dBm);
+    int signal() const;        ///< in dBm
     int registration() const;  ///< as in "+CREG:"
     bool isAttached() const;
 

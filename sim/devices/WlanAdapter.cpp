@@ -91,6 +91,11 @@ void WlanAdapter::setSignal(int dBm) {
     level = static_cast<int8_t>(std::clamp(dBm, INT8_MIN, INT8_MAX));
 }
 
+int WlanAdapter::signal() const {
+    const std::lock_guard<std::mutex> held(mutex);
+    return level;
+}
+
 void WlanAdapter::appearAfter(std::optional<Nanoseconds> delay) {
     const std::lock_guard<std::mutex> held(mutex);
     appearDelay = delay;

@@ -30,6 +30,7 @@ public:
     void setChannel(int channel);  ///< of the 2.4 GHz band
     void setFrequency(int32_t mantissa, int16_t exponent);
     void setSignal(int dBm);
+    int signal() const;  ///< in dBm
 
     /// How long it takes, in simulated time, to be there and to associate; none: for ever.
     void appearAfter(std::optional<Nanoseconds> delay);

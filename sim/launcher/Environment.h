@@ -9,6 +9,7 @@ constexpr char CardVariable[] = "TERMINAL_SIM_CARD";      // a folder with its f
 constexpr char ScriptVariable[] = "TERMINAL_SIM_SCRIPT";  // empty: none
 constexpr char SocketVariable[] = "TERMINAL_SIM_SOCKET";  // empty: none
 constexpr char InteractiveVariable[] = "TERMINAL_SIM_INTERACTIVE";  // empty: no
+constexpr char PanelVariable[] = "TERMINAL_SIM_PANEL";  // a socket for PanelItems; empty: none
 
 constexpr int ScriptFailed = 3;  // exit status
 
