@@ -188,7 +188,7 @@ TEST_F(LMXBluetoothModuleTest, OnlyAConfirmationInTimeOfTheRightKindCounts) {
     EXPECT_FALSE(driver().setEnabled(true)) << "eaten by the packet that has not ended";
     settle();
     sim::Console console(terminal);
-    EXPECT_EQ(console.execute("packet refuse 6") + console.execute("packet normal"), "");
+    EXPECT_EQ(console.execute("packet refuse 6") + console.execute("mute packet off"), "");
     EXPECT_FALSE(driver().setEnabled(true));
 }
 
