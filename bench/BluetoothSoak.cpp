@@ -16,7 +16,6 @@ namespace {
 constexpr char Address[] = "00:1A:7D:DA:71:13";
 constexpr int WarmUp = 50;  // what is kept once made: buffers, thread stacks
 constexpr int NewDriverEvery = 25;
-constexpr long AllowedKb = 512;
 
 bool callOnce(sim::Terminal& terminal, bool dropped) {
     BluetoothModule& driver = *BluetoothModule::pModule;
@@ -43,9 +42,7 @@ int main(int argc, char** argv) {
     sim::Terminal terminal;
     terminal.air().present(Address, "echo");
     int failures = 0;
-    long descriptors = 0;
-    long threads = 0;
-    long memory = 0;
+    bench::Held before{};
     std::unique_ptr<BluetoothModule> driver;
     for (int call = 0; call < calls + WarmUp; ++call) {
         if (call % NewDriverEvery == 0) {
@@ -54,18 +51,11 @@ int main(int argc, char** argv) {
             driver.reset(BluetoothModule::pModule);
         }
         failures += callOnce(terminal, call % 2 == 0) ? 0 : 1;
-        if (call + 1 == WarmUp) {
-            descriptors = bench::descriptors();
-            threads = bench::threads();
-            memory = bench::residentKb();
-        }
+        if (call + 1 == WarmUp)
+            before = bench::Held::now();
     }
-    printf("%d calls, %d failures; descriptors %ld and %ld, threads %ld and %ld, memory %ld and "
-           "%ld kB\n",
-           calls, failures, descriptors, bench::descriptors(), threads, bench::threads(), memory,
-           bench::residentKb());
-    const bool isSame = failures == 0 && descriptors == bench::descriptors() &&
-                        threads == bench::threads() && bench::residentKb() - memory <= AllowedKb;
+    const bench::Held after = bench::Held::now();
+    printf("%d calls, %d failures; %s\n", calls, failures, after.since(before).c_str());
     driver.reset();
-    return isSame ? 0 : 1;
+    return failures == 0 && after.isNotMoreThan(before) ? 0 : 1;
 }

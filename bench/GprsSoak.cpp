@@ -10,23 +10,18 @@
 // that is granted, and when the link does not come back by itself it shuts it down and starts anew.
 // It has to for whatever ends the multiplexer, which only a start or a wake-up builds up.
 
-#include <malloc.h>
-#include <unistd.h>
-
 #include <algorithm>
 #include <chrono>
 #include <condition_variable>
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
-#include <filesystem>
-#include <fstream>
-#include <iterator>
 #include <mutex>
 #include <random>
 #include <string>
 #include <vector>
 
+#include "bench/Process.h"
 #include "foundation/Thread.h"
 #include "network/GprsConnection.h"
 #include "power/PowerManager.h"
@@ -44,7 +39,6 @@ constexpr int LongestPauseMs = 2500;
 constexpr int RefusalsBeforeRestart = 2;
 constexpr int FailuresBeforeRestart = 4;
 constexpr int StartTries = 5;
-constexpr long SpareKb = 512;
 constexpr int WakeKey = 28;
 constexpr char PidFile[] = "/var/run/ppp0.pid";
 
@@ -91,28 +85,6 @@ private:
     Counts counts;  // guarded by mutex
 };
 
-/// What must not grow.
-struct Resources {
-    long descriptors, threads, children, residentKb, heapKb;
-
-    static Resources used() {
-        const auto entries = [](const char* folder) {
-            return std::distance(std::filesystem::directory_iterator(folder), {});
-        };
-        malloc_trim(0);
-        long pages = 0, resident = 0, children = 0;
-        std::ifstream("/proc/self/statm") >> pages >> resident;
-        for (const auto& task : std::filesystem::directory_iterator("/proc/self/task")) {
-            std::ifstream file(task.path() / "children");
-            children += std::distance(std::istream_iterator<int>(file), {});
-        }
-        const auto heap = mallinfo2();
-        return {entries("/proc/self/fd"), entries("/proc/self/task"), children,
-                resident * (sysconf(_SC_PAGESIZE) / 1024),
-                static_cast<long>((heap.uordblks + heap.hblkhd) / 1024)};
-    }
-};
-
 class Soak {
 public:
     Soak(int drops, int suspends, unsigned seed) : chance(seed) {
@@ -130,7 +102,7 @@ public:
         const auto began = hostNow();
         if (!begin() || !story.await([](const Story::Counts& told) { return told.ups > 0; }))
             return report("the link does not come up at all");
-        Resources before{};
+        bench::Held before{};
         const size_t warm = events.size() / 10;
         for (size_t i = 0; i < events.size(); ++i) {
             if (i == warm)
@@ -141,23 +113,15 @@ public:
             longest = std::max(longest, sim::Clock::get().monotonic() - since);
             terminal.journal().clear();
         }
-        const Resources after = usedWhenQuiet();
+        const bench::Held after = usedWhenQuiet();
         end();
         const auto took = std::chrono::duration_cast<std::chrono::seconds>(hostNow() - began);
-        printf(
-            "%zu events, each followed by a link after at most %.0f s of the terminal's time; "
-            "%d attempts to start it, %d links that did not come back otherwise; %lld s in all; ",
-            events.size(), std::chrono::duration<double>(longest).count(), starts, unplanned,
-            static_cast<long long>(took.count()));
-        printf("descriptors %ld to %ld, threads %ld to %ld, children %ld to %ld, resident %ld to "
-               "%ld kB, heap %ld to %ld kB\n",
-               before.descriptors, after.descriptors, before.threads, after.threads,
-               before.children, after.children, before.residentKb, after.residentKb, before.heapKb,
-               after.heapKb);
-        const bool isSame = before.descriptors == after.descriptors &&
-                            before.threads == after.threads && before.children == after.children &&
-                            after.residentKb <= before.residentKb + SpareKb;
-        return isSame ? 0 : report("something has grown");
+        printf("%zu events, each followed by a link after at most %.0f s of the terminal's time; "
+               "%d attempts to start it, %d links that did not come back otherwise; %lld s in all; "
+               "%s\n",
+               events.size(), std::chrono::duration<double>(longest).count(), starts, unplanned,
+               static_cast<long long>(took.count()), after.since(before).c_str());
+        return after.isNotMoreThan(before) ? 0 : report("something has grown");
     }
 
 private:
@@ -299,9 +263,9 @@ private:
     }
 
     /// Once nothing is under way.
-    static Resources usedWhenQuiet() {
+    static bench::Held usedWhenQuiet() {
         Thread::sleep(2000);
-        return Resources::used();
+        return bench::Held::now();
     }
 
     sim::Terminal terminal;

@@ -1,10 +1,13 @@
 #pragma once
 
 #include <dirent.h>
+#include <malloc.h>
 #include <unistd.h>
 
 #include <cstdlib>
+#include <filesystem>
 #include <fstream>
+#include <iterator>
 #include <string>
 
 namespace bench {
@@ -33,15 +36,43 @@ inline long wakeUps() {
 }
 
 inline long residentKb() { return valueIn("/proc/self/status", "VmRSS:"); }
-inline long threads() { return valueIn("/proc/self/status", "Threads:"); }
 
-inline long descriptors() {
-    long count = 0;
-    DIR* const files = opendir("/proc/self/fd");
-    while (readdir(files))
-        ++count;
-    closedir(files);
-    return count - 3;  // ".", ".." and the folder's own
-}
+/// What a program must not hold more of, however often it goes through the same.
+struct Held {
+    static constexpr long SpareKb = 512;
+
+    long descriptors, threads, children, residentKb;
+
+    static Held now() {
+        const auto entries = [](const char* folder) {
+            return std::distance(std::filesystem::directory_iterator(folder), {});
+        };
+        malloc_trim(0);
+        long children = 0;
+        for (const auto& task : std::filesystem::directory_iterator("/proc/self/task")) {
+            std::ifstream file(task.path() / "children");
+            children += std::distance(std::istream_iterator<int>(file), {});
+        }
+        return {entries("/proc/self/fd"), entries("/proc/self/task"), children,
+                bench::residentKb()};
+    }
+
+    /// Whether nothing has grown since `before`, but for some spare memory.
+    bool isNotMoreThan(const Held& before, long spareKb = SpareKb) const {
+        return descriptors <= before.descriptors && threads <= before.threads &&
+               children <= before.children && residentKb <= before.residentKb + spareKb;
+    }
+
+    /// "descriptors 31 to 31, ..."
+    std::string since(const Held& before) const {
+        const auto change = [](const char* what, long from, long to) {
+            return what + std::to_string(from) + " to " + std::to_string(to);
+        };
+        return change("descriptors ", before.descriptors, descriptors) +
+               change(", threads ", before.threads, threads) +
+               change(", children ", before.children, children) +
+               change(", resident ", before.residentKb, residentKb) + " kB";
+    }
+};
 
 }  // namespace bench

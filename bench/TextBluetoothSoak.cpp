@@ -19,7 +19,6 @@ constexpr int WarmUp = 50;  // what is kept once made: buffers, thread stacks
 constexpr int NewDriverEvery = 25;
 constexpr double BootingSpeed = 5;
 constexpr double Speed = 30;
-constexpr long AllowedKb = 512;
 constexpr int Tries = 20;
 
 std::unique_ptr<BlueGigaBluetoothModule> makeDriver(sim::Terminal& terminal) {
@@ -63,9 +62,7 @@ int main(int argc, char** argv) {
     terminal.textModule().setSupply(true);
     terminal.air().present(Address, "echo");
     int failures = 0;
-    long descriptors = 0;
-    long threads = 0;
-    long memory = 0;
+    bench::Held before{};
     std::unique_ptr<BlueGigaBluetoothModule> driver;
     for (int call = 0; call < calls + WarmUp; ++call) {
         if (call % NewDriverEvery == 0) {
@@ -76,17 +73,10 @@ int main(int argc, char** argv) {
             terminal.clock().setSpeed(speed);
         }
         failures += callOnce(terminal, *driver, call % 2 == 0) ? 0 : 1;
-        if (call + 1 == WarmUp) {
-            descriptors = bench::descriptors();
-            threads = bench::threads();
-            memory = bench::residentKb();
-        }
+        if (call + 1 == WarmUp)
+            before = bench::Held::now();
     }
-    printf("%d calls, %d failures; descriptors %ld and %ld, threads %ld and %ld, memory %ld and "
-           "%ld kB\n",
-           calls, failures, descriptors, bench::descriptors(), threads, bench::threads(), memory,
-           bench::residentKb());
-    const bool isSame = failures == 0 && descriptors == bench::descriptors() &&
-                        threads == bench::threads() && bench::residentKb() - memory <= AllowedKb;
-    return isSame ? 0 : 1;
+    const bench::Held after = bench::Held::now();
+    printf("%d calls, %d failures; %s\n", calls, failures, after.since(before).c_str());
+    return failures == 0 && after.isNotMoreThan(before) ? 0 : 1;
 }
