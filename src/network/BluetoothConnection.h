@@ -30,7 +30,7 @@ public:
     explicit BluetoothConnection(BT_CONNECTION_SETTINGS* connectionSettings);
 
     /// Closes the module's line, which shutdown() leaves open. The sockets have been closed before.
-    ~BluetoothConnection() override = default;
+    ~BluetoothConnection() override { retire(); }
 
     BluetoothModule* getModule() { return module.get(); }
 

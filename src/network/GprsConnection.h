@@ -28,7 +28,7 @@ class GprsConnection : public NetworkConnection {
 public:
     explicit GprsConnection(GPRS_CONNECTION_SETTINGS connectionSettings);
 
-    ~GprsConnection() override = default;
+    ~GprsConnection() override { retire(); }
 
     /// The module's driver, for the application's own questions while the link runs. Owned by the
     /// connection. It is open from initialize() to shutdown(), but for the terminal's sleep.

@@ -6,6 +6,7 @@
 #include <sys/ioctl.h>
 #include <sys/socket.h>
 
+#include <algorithm>
 #include <cstdio>
 #include <cstring>
 
@@ -42,14 +43,25 @@ bool NetworkConnection::initialize() { return currentState() == STATE_IDLE && ne
 
 bool NetworkConnection::shutdown() { return currentState() == STATE_IDLE && netShutdown(); }
 
+NetworkConnection::~NetworkConnection() {
+    for (; registrations > 0; --registrations) {
+        if (PowerManager* const manager = PowerManager::getPowerManager())
+            manager->removeListener(this);
+    }
+}
+
+void NetworkConnection::retire() { stop(StopMs, true); }
+
 bool NetworkConnection::connect() {
     const bool started = start();
     PowerManager::getPowerManager()->addListener(this);
+    ++registrations;
     return started;
 }
 
 bool NetworkConnection::disconnect() {
     PowerManager::getPowerManager()->removeListener(this);
+    registrations = std::max(registrations - 1, 0);
     // Interrupted as it is asked to stop, so that a sleep ends and finds the request.
     if (!stop(StopMs, true) || !netDisconnect())
         return false;

@@ -24,8 +24,9 @@ struct GENERIC_NETWORK_INFO {
 ///
 /// An application makes one, adds its listeners, then calls initialize() and connect(), later
 /// disconnect() and shutdown(), all from one thread, and destroys it after that: the destructor
-/// disconnects nothing. While connected the link is checked once a second and its signal quality
-/// reported about every 4 seconds; nothing gives up before disconnect().
+/// disconnects nothing. One that comes too early ends the worker and leaves the link as it is.
+/// While connected the link is checked once a second and its signal quality reported about every 4
+/// seconds; nothing gives up before disconnect().
 ///
 /// What happens is told three ways: to the listeners, oldest first; to the whole application as
 /// system events 1 to 4; and getLastEvent() keeps the last change. The system events are sent under
@@ -48,7 +49,7 @@ public:
     /// wake-up. Only leaves a request with the worker.
     bool powerStateChange(PowerState from, PowerState to) override;
 
-    ~NetworkConnection() override = default;
+    ~NetworkConnection() override;
 
     // The steps of a link, on the worker's thread unless said otherwise. Each reports its progress
     // with setStatus() and its failure with reportError(). True for success.
@@ -106,6 +107,9 @@ public:
 protected:
     explicit NetworkConnection(int typeOfConnection) : connectionType(typeOfConnection) {}
 
+    /// For the destructor of each kind of link: ends a worker that still runs its steps.
+    void retire();
+
     // Reports. The text is kept by its pointer: a literal.
     void setStatus(const char* text);
     void reportError(const char* text);
@@ -128,6 +132,7 @@ private:
     void resumeOnce();
     void watchLink();
 
+    int registrations = 0;     // with the power manager; each connect() makes one
     State state = STATE_IDLE;  // guarded by stateMutex
     Mutex stateMutex;          // never held while a step runs
     int pollCounter = 3;       // worker only, as is repairCounter

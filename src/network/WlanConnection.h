@@ -46,7 +46,7 @@ public:
     };
 
     explicit WlanConnection(WLAN_CONNECTION_SETTINGS connectionSettings);
-    ~WlanConnection() override = default;
+    ~WlanConnection() override { retire(); }
 
     /// True while the interface is up and associated with the network of the settings.
     bool isConnectionUp() override;

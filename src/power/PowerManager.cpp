@@ -50,6 +50,7 @@ bool PowerManager::deinitPowerManager() {
 PowerManager* PowerManager::getPowerManager() { return powerManager; }
 
 bool PowerManager::initialize() {
+    closeDevices();  // of an earlier one
     powerControlDevice = ::open(board::PowerControlPath, O_RDWR | O_NONBLOCK);
     if (powerControlDevice == -1)
         return false;
@@ -76,10 +77,14 @@ bool PowerManager::initialize() {
 bool PowerManager::deinitialize() {
     s_ovalis_set_idle_func(nullptr);
     oledFreeze(true);
+    closeDevices();
+    return true;
+}
+
+void PowerManager::closeDevices() {
     closeDevice(speaker);
     closeDevice(powerControlDevice);
     closeDevice(clockDevice);
-    return true;
 }
 
 int PowerManager::findSpeakerDevice() {

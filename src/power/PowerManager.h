@@ -125,6 +125,7 @@ private:
     PowerManager() = default;
     ~PowerManager() override = default;
 
+    void closeDevices();
     int powerControl(unsigned request, unsigned argument);
     int setLine(unsigned line, bool high);
     bool displaySwitch(bool on, unsigned request);
