@@ -14,6 +14,7 @@ public:
     /// less: only tries). False on time-out.
     static bool timedlock(int ms);
 
+    /// Gives one lock() or timedlock() back.
     static void unlock();
 
     /// Calls onSystemEvent(code, data) of every live window, oldest first, on the calling thread

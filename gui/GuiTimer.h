@@ -13,6 +13,7 @@ public:
     GuiTimer& operator=(const GuiTimer&) = delete;
     virtual ~GuiTimer();
 
+    /// The timer has fired. Does nothing here.
     virtual void onTimer() {}
 
     /// (Re)starts the timer: it fires `period` milliseconds from now. False for a period below 1.

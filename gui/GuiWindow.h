@@ -16,8 +16,10 @@ public:
     GuiWindow& operator=(const GuiWindow&) = delete;
     virtual ~GuiWindow();
 
-    /// A key went down or up (Linux key code). True when the window has used it.
+    /// A key went down (Linux key code). True when the window has used it.
     virtual bool onKeyDown(int key);
+
+    /// A key went up. True when the window has used it.
     virtual bool onKeyUp(int key);
 
     /// The application closes the window.
@@ -26,7 +28,10 @@ public:
     /// A modal window opened from this one has finished.
     virtual bool onModalFinished(GuiWindow* modal);
 
+    /// The window's timer `id` has fired.
     virtual void onTimer(int id);
+
+    /// Somebody broadcasts; `data` is valid until this returns.
     virtual void onSystemEvent(int code, void* data);
 
     /// (Re)starts the window's periodic timer `id`. False for an interval below 1 ms.

@@ -49,9 +49,10 @@ public:
         ANSWER_ERROR = 2
     };
 
+    /// A line that ends an answer.
     struct FinalLine {
-        const char* text;
-        int type;
+        const char* text;  ///< its beginning; null in the last entry
+        int type;          ///< an Answer
     };
 
     /// The final lines in the order they are looked for, ended by one of type ANSWER_NONE.
@@ -69,8 +70,11 @@ public:
 
     /// Closes the line and stops the reader. True also when it is not open. The mode stays.
     bool close();
+
+    /// The same as close().
     bool shutdown() override { return close(); }
 
+    /// Only kept. True.
     bool setEnabled(bool enabled) override;
 
     // ---- The channel. To be called with the driver's lock held, but for the two frame functions.
@@ -104,7 +108,10 @@ public:
     /// behind `end`. Without a frame: pos.
     unsigned int parseMuxFrame(std::string* out, char* buf, unsigned int pos, unsigned int end);
 
+    /// Waits for the driver's lock; for ever after a failed open().
     void lock() { driverLock.lock(); }
+
+    /// Lets go of it.
     void unlock() { driverLock.unlock(); }
 
     // ---- The module's operations.
@@ -118,16 +125,20 @@ public:
     /// Waits for the module's start-up banner, up to five times 1 s.
     bool isAlive() override;
 
-    // The module answers these with nothing or with the line itself. 1 s each.
+    /// The module answers this with nothing or with the line itself; 1 s.
+    /// @{
     bool disableEcho() override;
     bool setAuth(char* pin) override;
     bool setLAP(const char* lap) override;
+    /// @}
 
     /// "00:07:80:12:34:56"; empty when the module does not tell. 1 s.
     std::string getLocalMac() override;
 
     /// The module's own text; 1 s, or until a second has passed without more of it.
     std::string getVersion() override;
+
+    /// The module's own list of its links, as text; it takes as long as getVersion().
     std::string queryActiveConnections();
 
     /// Asks for the first link that answers. 1 s for each that does not. False without links.
@@ -144,7 +155,10 @@ public:
     /// connection stays.
     bool disconnectSPP(int id) override;
 
+    /// Refused: no incoming connections.
     bool listenSPP(int /*id*/) override { return false; }
+
+    /// Refused: no service records.
     bool addSDPRecord(int /*id*/, void* /*record*/, unsigned int /*size*/) override {
         return false;
     }

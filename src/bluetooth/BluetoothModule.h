@@ -39,9 +39,9 @@ public:
         int number = 0;       ///< what stands behind the address in the module's answer
     };
 
-    static constexpr int SlotCount = 7;
-    static constexpr int FirstOutgoingSlot = 2;
-    static constexpr size_t PinSize = 17;  ///< up to 16 characters and a NUL
+    static constexpr int SlotCount = 7;          ///< connections, of both kinds
+    static constexpr int FirstOutgoingSlot = 2;  ///< the lowest one that an outgoing one takes
+    static constexpr size_t PinSize = 17;        ///< up to 16 characters and a NUL
 
     BluetoothModule() = default;
     BluetoothModule(const BluetoothModule&) = delete;
@@ -53,29 +53,67 @@ public:
 
     // The driver's operations. Those with an answer here are not offered by every driver.
 
+    /// Ends the work with the module and closes its line.
     virtual bool shutdown() = 0;
+
+    /// The module's own address as text; empty when it does not tell.
     virtual std::string getLocalMac() = 0;
+
+    /// What the module says of its firmware.
     virtual std::string getVersion() = 0;
+
+    /// Switches the radio, where the module knows that.
     virtual bool setEnabled(bool enabled) = 0;
 
     /// Calls port `port` of the device at `addr` (6 bytes) for the connection `id`.
     virtual bool connectSPP(int id, unsigned char* addr, unsigned char port) = 0;
+
+    /// Lets devices call the connection `id` on its local port.
     virtual bool listenSPP(int id) = 0;
+
+    /// Ends the link of the connection `id`.
     virtual bool disconnectSPP(int id) = 0;
+
+    /// Offers a service record for the connection `id`.
     virtual bool addSDPRecord(int id, void* record, unsigned int size) = 0;
+
+    /// Sends data on the link of the connection `id`.
     virtual bool sendSPPData(int id, const void* data, unsigned int len) = 0;
+
+    /// Opens the module's line, where that is not done otherwise.
     virtual bool open() = 0;
 
+    /// How the last answer has ended, in the driver's own numbers.
     virtual int getAnswerType() { return 0; }
+
+    /// Whether the module has started.
     virtual bool isAlive() { return false; }
+
+    /// Gives the module its access code.
     virtual bool setLAP(const char* /*lap*/) { return false; }
+
+    /// Whether there is a link.
     virtual bool ping() { return false; }
+
+    /// Has commands and links share the line.
     virtual bool enableMUX() { return false; }
+
+    /// Leaves the line to commands.
     virtual bool disableMUX() { return false; }
+
+    /// Has the module repeat no commands.
     virtual bool disableEcho() { return false; }
+
+    /// Gives the module the PIN for whatever device asks for one.
     virtual bool setAuth(char* /*pin*/) { return false; }
+
+    /// Looks for devices around.
     virtual std::vector<Device> scanDevices() { return {}; }
+
+    /// How well the links are received.
     virtual int getSignalStrength() { return -1; }
+
+    /// Reads and delivers link data.
     virtual void pollIncomingData(int /*timeoutMs*/) {}
 
     // The factory. The caller disposes of a connection with deleteSPPConnection().
@@ -107,20 +145,28 @@ public:
     /// first: none is offered. False, with nothing changed, for one of more than 16 characters.
     bool setIncomingPin(const char* pin);
 
-    // What drivers tell a connection. Null is ignored, and has the local port 0 - except by
-    // sendIncomingData(), whose result is the number of bytes that found room.
+    // What drivers tell a connection.
+
+    /// 0 for null.
     int getLocalPort(BluetoothSPPConnection* connection);
+
+    /// Null is ignored.
     void setLocalPort(BluetoothSPPConnection* connection, int port);
+
+    /// Null is ignored.
     void setConnectionState(BluetoothSPPConnection* connection, SPP_CONN_STATUS status);
+
+    /// The number of bytes that found room. Not for null.
     int sendIncomingData(BluetoothSPPConnection* connection, void* data, unsigned int len);
 
-    static std::atomic<BluetoothModule*> pModule;
+    static std::atomic<BluetoothModule*> pModule;  ///< the current module; null: none
 
 protected:
-    // A driver holds the lock while it works on a connection out of a slot that is not the caller's
-    // own: a connection that deregisters waits, and is not destroyed under a delivery. The lock is
-    // the innermost but for those inside the connections; nothing waits while holding it.
+    /// A driver holds the lock while it works on a connection out of a slot that is not the
+    /// caller's own: a connection that deregisters waits, and is not destroyed under a delivery.
+    /// The lock is the innermost but for those inside the connections; nothing waits while holding
+    /// it.
     Mutex registryLock;
-    BluetoothSPPConnection* connections[SlotCount] = {};  // guarded by registryLock; not owned
-    char incomingPin[PinSize] = {};                       // likewise
+    BluetoothSPPConnection* connections[SlotCount] = {};  ///< guarded by registryLock; not owned
+    char incomingPin[PinSize] = {};                       ///< likewise
 };

@@ -15,6 +15,7 @@ class BluetoothPort : public SerialPort {
 public:
     BluetoothPort() = default;
 
+    /// The result of writeData().
     int write(const char* data, unsigned int len) { return writeData(data, len); }
 
     /// Starts the reader, unless there is one. True.

@@ -19,7 +19,7 @@
 /// Deleting it disconnects and deregisters it, and takes as long as the driver's disconnecting.
 class BluetoothSPPConnection final : public SerialPortInterface {
 public:
-    static constexpr unsigned AddressSize = 6;
+    static constexpr unsigned AddressSize = 6;  ///< bytes
 
     /// Not registered yet. The module is not owned.
     BluetoothSPPConnection(BluetoothModule* boundModule, bool isIncoming)
@@ -28,7 +28,10 @@ public:
     BluetoothSPPConnection& operator=(const BluetoothSPPConnection&) = delete;
     ~BluetoothSPPConnection();
 
+    /// Not offered: false.
     bool reOpen() override { return false; }
+
+    /// True, whatever has become of the link: see isConnected().
     bool isPortOpen() override { return true; }
 
     /// Takes up to `len` bytes out of the FIFO, without waiting. Their number.
@@ -44,7 +47,11 @@ public:
 
     /// Drops what is in the FIFO. 0.
     int flushInput() override;
+
+    /// Nothing is kept back: 0.
     int flushOutput() override { return 0; }
+
+    /// Nothing is kept back: 0.
     int drainOutput() override { return 0; }
 
     /// Takes a slot of the module. False when there is none free or no module.
@@ -64,12 +71,12 @@ public:
 
     /// The remote port, 0 to 7. False for another, and on an incoming connection.
     bool setDestPort(int port);
-    int getDestPort() { return destPort; }
+    int getDestPort() { return destPort; }  ///< 0 until set
 
     /// The local port of an incoming connection, or the link's number as the driver knows it.
     /// 0 to 7; false for another.
     bool setLocalPort(int port);
-    int getLocalPort() { return localPort; }
+    int getLocalPort() { return localPort; }  ///< 0 until set
 
     /// Up to 16 characters; false for more.
     bool setPin(const char* pin);
@@ -89,7 +96,10 @@ public:
     /// Asks the module to end the link. The state changes when the driver reports it.
     bool disconnect();
 
+    /// Whether the link is up, as far as the driver has reported.
     bool isConnected() { return state == SPP_CONN_CONNECTED; }
+
+    /// How many bytes have come and were not read.
     int getFifoCnt() { return static_cast<int>(fifo.count()); }
 
     // For the driver, through its module.

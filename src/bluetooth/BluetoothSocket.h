@@ -12,6 +12,7 @@ class BluetoothSPPConnection;
 /// socket does not close it: close() comes first.
 class BluetoothSocket : public Socket {
 public:
+    /// Connects nothing yet. The connection is not owned.
     explicit BluetoothSocket(BluetoothConnection* owningConnection) : owner(owningConnection) {}
 
     /// Without a PIN, on the remote port 0 whatever the port given: the module finds the serial
@@ -32,9 +33,16 @@ public:
     /// Waits up to a second for the first byte. 0 also when not connected.
     int readData(unsigned char* buf, unsigned int len) override;
 
+    /// Cannot be told: 0.
     int getPendingInput() override { return 0; }
+
+    /// Not used. True.
     bool setTimeouts(int /*sendTimeoutMs*/, int /*receiveTimeoutMs*/) override { return true; }
+
+    /// Kept, not used. True.
     bool setKeepalive(int idleSeconds, int intervalSeconds, int count) override;
+
+    /// Whether there is a link and it is up.
     bool isConnected() override;
 
 private:

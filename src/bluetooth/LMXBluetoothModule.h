@@ -26,6 +26,7 @@
 /// waits, beyond the times given below, as long as the module's flow control holds it back.
 class LMXBluetoothModule : public BluetoothModule, public Thread, public PowerEventListener {
 public:
+    /// Only notes the device; initModule() opens it.
     explicit LMXBluetoothModule(std::string device) : devicePath(std::move(device)) {}
 
     /// Stops the thread (up to a second and a tenth) and closes the line.
@@ -65,6 +66,8 @@ public:
     /// Enables or disables the chip; also what it returns to after a sleep. True when the module
     /// has agreed within 100 ms.
     bool setEnabled(bool on) override;
+
+    /// The request of setEnabled() alone: what it returns to stays. 100 ms.
     bool sendChipEnable(bool on);
 
     /// Opens the slot's port and calls the device. True when the module has confirmed it, within
@@ -104,8 +107,15 @@ protected:
     bool sendCmd(unsigned char opcode, const void* d1, unsigned int l1, const void* d2,
                  unsigned int l2, int timeoutMs, bool keepLock);
 
+    /// Tells the module which ports are open. True when it has agreed within 100 ms.
     bool updateOpenPorts();
+
+    /// Offers the slot's service record, or no longer. True when the module has agreed within 100
+    /// ms.
     bool activateSDPRecord(int id, bool active);
+
+    /// Answers the module's question for a PIN, without waiting: with that of the connection to the
+    /// device, or else with the one for incoming calls unless that is empty.
     void sendPin(const unsigned char* addr);
 
     /// What the thread does with a packet of any contents.

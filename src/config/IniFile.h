@@ -26,7 +26,7 @@
 /// read as it was written. Lines longer than 255 characters are read as several.
 class IniFile {
 public:
-    static constexpr unsigned NotFound = ~0U;
+    static constexpr unsigned NotFound = ~0U;  ///< the ID of what is not there
 
     /// Reads nothing yet.
     explicit IniFile(std::string filePath);
@@ -34,11 +34,16 @@ public:
 
     // NOLINTBEGIN(readability-identifier-naming): the names that applications use
 
+    /// The file's path.
     const std::string& GetPath() const { return path; }
+
+    /// Where ReadFile() and WriteFile() go from now on; what is here stays.
     void SetPath(const std::string& newPath) { path = newPath; }
 
     /// Whether names are compared in lower case, as they are from the start.
     bool IsCaseInsensitive() const { return caseInsensitive; }
+
+    /// Takes effect with the next look-up.
     void SetCaseInsensitive(bool on) { caseInsensitive = on; }
 
     /// Adds the file to what is here. False when it cannot be opened or read, when a line begins
@@ -57,33 +62,47 @@ public:
     /// `s` in the form in which names are compared.
     std::string CheckCase(std::string s) const;
 
+    /// How many there are.
+    /// @{
     unsigned GetNumKeys() const { return static_cast<unsigned>(keys.size()); }
     unsigned GetNumHeaderComments() const { return static_cast<unsigned>(headerComments.size()); }
+    /// @}
 
-    /// The first of that name, or NotFound.
+    /// The ID of the first of that name, or NotFound.
+    /// @{
     unsigned FindKey(const std::string& name) const;
     unsigned FindValue(unsigned keyID, const std::string& name) const;
+    /// @}
 
-    // By ID. An unknown one gives "", 0 or false, or `def`.
+    /// By ID. An unknown one gives "" or 0, or `def`.
+    /// @{
     std::string GetKeyName(unsigned keyID) const;
     unsigned GetNumValues(unsigned keyID) const;
     std::string GetValueName(unsigned keyID, unsigned valueID) const;
     std::string GetValue(unsigned keyID, unsigned valueID, const std::string& def) const;
+    /// @}
 
     /// Replaces an existing value. Always false, also when it has done so.
     bool SetValue(unsigned keyID, unsigned valueID, const std::string& value);
 
+    /// The comments of a key, by ID. An unknown one gives 0, "" or false.
+    /// @{
     unsigned GetNumKeyComments(unsigned keyID) const;
     std::string GetKeyComment(unsigned keyID, unsigned commentID) const;
     bool AddKeyComment(unsigned keyID, const std::string& comment);
     bool DeleteKeyComment(unsigned keyID, unsigned commentID);
     bool DeleteKeyComments(unsigned keyID);
+    /// @}
 
+    /// The comments at the head of the file. An unknown ID gives "" or false.
+    /// @{
     std::string GetHeaderComment(unsigned commentID) const;
     void AddHeaderComment(const std::string& comment);
     bool DeleteHeaderComment(unsigned commentID);
+    /// @}
 
-    // By the name of the key; an unknown one as above.
+    /// The same by the name of the key.
+    /// @{
     unsigned GetNumValues(const std::string& keyName) const;
     std::string GetValueName(const std::string& keyName, unsigned valueID) const;
     unsigned GetNumKeyComments(const std::string& keyName) const;
@@ -91,6 +110,7 @@ public:
     bool AddKeyComment(const std::string& keyName, const std::string& comment);
     bool DeleteKeyComment(const std::string& keyName, unsigned commentID);
     bool DeleteKeyComments(const std::string& keyName);
+    /// @}
 
     /// Appends a key without looking for one of that name. Its ID.
     unsigned AddKeyName(const std::string& name);
@@ -114,6 +134,8 @@ public:
     /// when it was stored.
     bool SetValue(const std::string& keyName, const std::string& name, const std::string& value,
                   bool create);
+
+    /// As a decimal number.
     bool SetValueI(const std::string& keyName, const std::string& name, int value, bool create);
 
     /// With six decimals.
@@ -125,8 +147,10 @@ public:
                                                  const std::string& name, const char* format, ...);
 
     /// False when there is no such value or key. Later ones move down.
+    /// @{
     bool DeleteValue(const std::string& keyName, const std::string& name);
     bool DeleteKey(const std::string& keyName);
+    /// @}
 
     // NOLINTEND(readability-identifier-naming)
 

@@ -33,6 +33,8 @@ public:
     /// that goes unnoticed. Blocks as the file system does.
     [[gnu::format(printf, 4, 0)]] bool logvPrintf(LogLevel level, char const* tag,
                                                   char const* format, va_list args);
+
+    /// The same.
     [[gnu::format(printf, 4, 5)]] bool logPrintf(LogLevel level, char const* tag,
                                                  char const* format, ...);
 

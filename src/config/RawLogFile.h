@@ -15,6 +15,8 @@ public:
 
     /// Formats as printf() does; fails and blocks as LogFile::logvPrintf().
     [[gnu::format(printf, 2, 0)]] bool logvPrintf(char const* format, va_list args);
+
+    /// The same.
     [[gnu::format(printf, 2, 3)]] bool logPrintf(char const* format, ...);
 
 private:

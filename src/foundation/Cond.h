@@ -16,7 +16,10 @@ public:
     /// Unlocks before destroying: an object that is destroyed while held does not fail to destroy.
     virtual ~Cond();
 
+    /// Waits for ever. False only when the system refuses the lock.
     bool lock() { return pthread_mutex_lock(&mutex) == 0; }
+
+    /// Lets go of the lock.
     void unlock() { pthread_mutex_unlock(&mutex); }
 
     /// Waits for ever for a signal; the caller holds the lock. False on an error.

@@ -23,6 +23,7 @@ public:
     /// Waits for ever. False only when the system refuses the lock.
     bool lock() { return pthread_mutex_lock(&mutex) == 0; }
 
+    /// For the thread that holds it.
     void unlock() { pthread_mutex_unlock(&mutex); }
 
 private:
@@ -32,6 +33,7 @@ private:
 /// Holds a lock (Mutex or Cond) for the length of a scope, also one that ends by cancellation.
 template <class Lock> class LockGuard {
 public:
+    /// Waits for the lock.
     explicit LockGuard(Lock& lockToHold) : held(lockToHold) { held.lock(); }
     LockGuard(const LockGuard&) = delete;
     LockGuard& operator=(const LockGuard&) = delete;
@@ -44,6 +46,7 @@ private:
 /// Lets go of a held lock for the length of a scope, and takes it again however the scope ends.
 template <class Lock> class LockPause {
 public:
+    /// Lets go of the lock.
     explicit LockPause(Lock& heldLock) : paused(heldLock) { paused.unlock(); }
     LockPause(const LockPause&) = delete;
     LockPause& operator=(const LockPause&) = delete;

@@ -10,7 +10,7 @@
 /// What GsmModule::readNetworkInfo() tells. A number that the module has not given is -1, the power
 /// GSM_NETWORK_INFO::NoPower.
 struct GSM_NETWORK_INFO {
-    static constexpr int NoPower = -1000;
+    static constexpr int NoPower = -1000;  ///< dBm that no module tells
 
     int registrationStatus = 0;  ///< as in "+CREG:": 1 at home, 2 searching, 5 roaming, ...
     std::string operatorName;    ///< empty while there is none
@@ -124,12 +124,17 @@ public:
     /// `answer` gets what stands behind the echo, the result code included; it stays as it is when
     /// there was no echo.
     int readAnswer(std::string* answer, int timeoutMs);
+
+    /// The same for whoever wants the result alone.
     int readAnswer(int timeoutMs);
 
     /// Whether the answer begins with exactly these bytes.
     static bool answerStartsWith(std::string& answer, const char* prefix);
 
+    /// Waits for the end of the dialogue in progress.
     void lock() { mutex.lock(); }
+
+    /// Ends a dialogue begun with lock().
     void unlock() { mutex.unlock(); }
 
 private:

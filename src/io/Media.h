@@ -12,13 +12,14 @@
 /// suspends or shuts down. No operation blocks longer than the system's mount calls.
 class Media {
 public:
+    /// A medium that the terminal may have.
     struct Entry {
-        char mountPoint[32];
-        char device[32];
-        char fsType[16];
+        char mountPoint[32];  ///< the folder
+        char device[32];      ///< the block device
+        char fsType[16];      ///< the kernel's name of the file system
         int mode;  ///< 1: read-only unless written; 0: unmounted while still read; -1: end of table
-        std::atomic<int> readers;
-        std::atomic<int> writers;
+        std::atomic<int> readers;  ///< uses for reading
+        std::atomic<int> writers;  ///< uses for writing
     };
 
     /// What getMediaState() finds: any mount option but "ro" and "rw" is Unknown, as is everything
@@ -46,10 +47,13 @@ public:
     /// Unmounts every mounted medium and clears its counts. False at the first that is refused.
     static bool unmountAll();
 
+    /// From now on nothing is mounted and no use begins.
     static void mountDisable();
+
+    /// Uses may begin again.
     static void mountEnable();
 
-    static Entry mountTable[];
+    static Entry mountTable[];  ///< the memory card, "/mnt/mmc", and the end mark
 
 private:
     static Entry* findEntry(const char* path);

@@ -22,11 +22,11 @@ public:
         CmeError = 7
     };
 
-    /// The lines of the final result codes, ended by a null entry, and their lengths. The last two
-    /// are the beginnings of lines that go on with a number. A ring is one of them on purpose: it
-    /// ends whatever is being read.
+    /// The lines of the final result codes, ended by a null entry. The last two are the beginnings
+    /// of lines that go on with a number. A ring is one of them on purpose: it ends whatever is
+    /// being read.
     static const char* const modemAnswerStrings[];
-    static const unsigned modemAnswerSizes[];
+    static const unsigned modemAnswerSizes[];  ///< the lengths of these texts
 
     ModemPort() = default;
 

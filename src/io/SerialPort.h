@@ -58,15 +58,17 @@ public:
     /// After a false nothing was applied, but the field stands cleared in the kept settings: the
     /// next setter that succeeds applies it cleared (5 bits, 1 stop bit, no parity, no flow
     /// control).
+    /// @{
     bool setParity(S_PARITY_CONTROL parity);
     bool setCharBits(int bits);  ///< 5 to 8
     bool setStopBits(int bits);  ///< 1 or 2
     bool setFlowControl(S_FLOW_CONTROL flow);
+    /// @}
 
-    bool getCTS();
-    void setRTS(bool on);
-    void setDTR(bool on);
-    void sendBreak();
+    bool getCTS();         ///< false also when the line cannot tell
+    void setRTS(bool on);  ///< without effect where the line has none
+    void setDTR(bool on);  ///< likewise
+    void sendBreak();      ///< takes a quarter to half a second
 
     /// False once the line was seen hung up or was closed. On a line that is quiet and healthy it
     /// is false too: only an error condition without a hang-up gives true. Callers use it after a
@@ -74,8 +76,10 @@ public:
     bool isPortOpen() override;
 
     /// One read() or write(), its result unchanged: bytes moved, or -1. Blocks like the call.
+    /// @{
     int readData(void* buf, unsigned int len) override;
     int writeData(void const* buf, unsigned int len) override;
+    /// @}
 
     /// The count is 1 when there is input that the device cannot count. A hang-up is remembered.
     int numInputPending(int timeoutMs) override;

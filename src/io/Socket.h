@@ -10,6 +10,7 @@ public:
     Socket(const Socket&) = delete;
     Socket& operator=(const Socket&) = delete;
 
+    /// Connects to a peer. False when that fails.
     virtual bool connect(const char* host, int port) = 0;
 
     /// What it gives for a socket that is not connected is each implementation's own.
@@ -24,8 +25,13 @@ public:
     /// Bytes that can be read at once, 0 if that cannot be told.
     virtual int getPendingInput() = 0;
 
+    /// How long writeData() and readData() may block.
     virtual bool setTimeouts(int sendTimeoutMs, int receiveTimeoutMs) = 0;
+
+    /// How an idle connection is probed.
     virtual bool setKeepalive(int idleSeconds, int intervalSeconds, int count) = 0;
+
+    /// Whether there is a peer.
     virtual bool isConnected() = 0;
 
     virtual ~Socket() = default;

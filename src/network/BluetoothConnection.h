@@ -10,7 +10,7 @@
 struct BT_CONNECTION_SETTINGS {
     std::string firstText;  ///< the application's own, as is the third
     std::string lap;        ///< the access code that the module is given
-    std::string thirdText;
+    std::string thirdText;  ///< the application's own
 };
 
 /// The Bluetooth radio as a network link. It carries no IP traffic: connected means that the
@@ -27,11 +27,13 @@ struct BT_CONNECTION_SETTINGS {
 /// left.
 class BluetoothConnection : public NetworkConnection {
 public:
+    /// Makes the module's driver, which opens nothing yet.
     explicit BluetoothConnection(BT_CONNECTION_SETTINGS* connectionSettings);
 
     /// Closes the module's line, which shutdown() leaves open. The sockets have been closed before.
     ~BluetoothConnection() override { retire(); }
 
+    /// The module, for links of the application's own. Owned by the connection.
     BluetoothModule* getModule() { return module.get(); }
 
     bool isConnectionUp() override { return true; }
@@ -40,14 +42,20 @@ public:
     bool getNetworkInfo(GENERIC_NETWORK_INFO& info) override;
 
     bool netInitialize() override;
+    /// Nothing to do.
+    /// @{
     bool netConnect() override { return true; }
     bool netDisconnect() override { return true; }
+    /// @}
 
     /// Powers the module off.
     bool netShutdown() override;
 
+    /// Nothing to do.
+    /// @{
     bool netSuspend() override { return true; }
     bool netResume() override { return true; }
+    /// @}
 
 private:
     const std::unique_ptr<BluetoothModule> module;

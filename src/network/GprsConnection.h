@@ -26,6 +26,7 @@ struct GPRS_CONNECTION_SETTINGS {
 /// undoes it before the next.
 class GprsConnection : public NetworkConnection {
 public:
+    /// Touches nothing yet.
     explicit GprsConnection(GPRS_CONNECTION_SETTINGS connectionSettings);
 
     ~GprsConnection() override { retire(); }
@@ -34,13 +35,30 @@ public:
     /// connection. It is open from initialize() to shutdown(), but for the terminal's sleep.
     GsmModule* getGsmModule() { return &gsmModule; }
 
+    /// True while there is a PPP daemon.
     bool isConnectionUp() override;
+
+    /// Operator, cell, signal and addresses. False, with an error reported, when the module does
+    /// not tell; the addresses are filled in then.
     bool getNetworkInfo(GENERIC_NETWORK_INFO& info) override;
+
+    /// Power, module, multiplexer, SIM, GPRS context, operator; that the module is registered is
+    /// not awaited.
     bool netInitialize() override;
+
+    /// Attaches to GPRS and starts the PPP daemon: up to 5 and 40 seconds.
     bool netConnect() override;
+
+    /// Ends the PPP daemon, if there is one.
     bool netDisconnect() override;
+
+    /// Ends module driver and multiplexer, and takes the module's power: up to 22 seconds.
     bool netShutdown() override;
+
+    /// Closes the module's driver and ends the PPP daemon. The multiplexer suspends by itself.
     bool netSuspend() override;
+
+    /// Starts the PPP daemon and opens the module's driver.
     bool netResume() override;
 
 private:

@@ -36,6 +36,7 @@ class NetworkConnection : public PowerEventListener,
                           public EventBroadcaster<NetworkEventListener>,
                           public virtual Thread {
 public:
+    /// Where the worker stands.
     enum State : int {
         STATE_IDLE = 0,               ///< not connected; a running worker connects
         STATE_LINK_LOST = 1,          ///< was connected: checked, then repaired
@@ -57,11 +58,13 @@ public:
     /// Whether the link is usable.
     virtual bool isConnectionUp() = 0;
 
+    /// Fills in what is known of the link. False when the signal cannot be told.
     virtual bool getNetworkInfo(GENERIC_NETWORK_INFO& info) = 0;
 
     /// Prepares the hardware, once. On the thread that calls initialize().
     virtual bool netInitialize() = 0;
 
+    /// Brings the link up.
     virtual bool netConnect() = 0;
 
     /// Takes the link down. Also on the thread that calls disconnect(), after the worker's end.
@@ -74,8 +77,10 @@ public:
     virtual bool netRepair();
 
     /// Takes the link down for the terminal's sleep, and brings it up again. Nothing to do here.
+    /// @{
     virtual bool netSuspend();
     virtual bool netResume();
+    /// @}
 
     void run() override;
 
@@ -97,6 +102,7 @@ public:
     /// Adds a listener, and tells it at once, on this thread, what the last event was.
     void addListener(NetworkEventListener* listener);
 
+    /// The last change; NETWORK_DOWN before the first.
     NetworkEvent getLastEvent() { return lastEvent; }
 
     /// The addresses of a network interface as texts: "192.168.0.1" and "00:11:22:AA:BB:CC", in
@@ -105,14 +111,21 @@ public:
     static bool getInterfaceAddresses(const char* interfaceName, char* ipText, char* macText);
 
 protected:
+    /// `typeOfConnection` becomes `connectionType`.
     explicit NetworkConnection(int typeOfConnection) : connectionType(typeOfConnection) {}
 
     /// For the destructor of each kind of link: ends a worker that still runs its steps.
     void retire();
 
     // Reports. The text is kept by its pointer: a literal.
+
+    /// Tells progress: system event 1.
     void setStatus(const char* text);
+
+    /// Tells a failure: system event 2.
     void reportError(const char* text);
+
+    /// Tells a change of the link: system event 4.
     void eventNotify(NetworkEvent event);
 
     /// Asks for the signal quality and reports it, in the first and then every fourth call.
@@ -142,13 +155,17 @@ private:
 protected:
     const int connectionType;  ///< 1 GPRS, 5 WLAN, 8 Bluetooth
 
-    // The text last reported, of each kind and of either; null before the first.
+    /// The text last reported, of each kind and of either; null before the first.
+    /// @{
     std::atomic<const char*> lastError{nullptr};
     std::atomic<const char*> lastStatus{nullptr};
     std::atomic<const char*> lastMessage{nullptr};
+    /// @}
 
-    // For subclasses; this class leaves them empty.
+    /// For subclasses; this class leaves them empty.
+    /// @{
     std::string firstText;
     std::string secondText;
     std::string thirdText;
+    /// @}
 };

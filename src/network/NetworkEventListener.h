@@ -11,9 +11,16 @@ enum NetworkEvent : int { NETWORK_DOWN = 0, NETWORK_CONNECTING = 1, NETWORK_UP =
 /// connection. The texts are the connection's own and stay valid.
 class NetworkEventListener {
 public:
+    /// The link goes up or down, or is being worked at.
     virtual void networkEvent(NetworkEvent event) = 0;
+
+    /// 0 while not registered or associated.
     virtual void signalQuality(int percent) = 0;
+
+    /// A step has failed, or cannot be done.
     virtual void errorMessage(const char* text) = 0;
+
+    /// A step begins or is done.
     virtual void statusMessage(const char* text) = 0;
 
 protected:

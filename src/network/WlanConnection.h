@@ -10,18 +10,18 @@
 
 /// How WlanConnection joins its network. Addresses are in network byte order.
 struct WLAN_CONNECTION_SETTINGS {
-    std::string ssid;      ///< sent to the daemon as it stands: text goes in double quotes
-    int securityType = 0;  ///< WlanConnection::Security; with any other only the ssid is set
-    std::string wepKey0;
-    std::string wepKey1;
-    std::string wepKey2;
-    std::string wepKey3;
-    int wepTxKeyIndex = 0;
-    std::string psk;         ///< like the ssid: a passphrase goes in double quotes, a key does not
-    uint32_t ipAddress = 0;  ///< 0: addresses come by DHCP, and the other three are not used
-    uint32_t subnetMask = 0;
-    uint32_t router = 0;
-    uint32_t dns = 0;
+    std::string ssid;         ///< sent to the daemon as it stands: text goes in double quotes
+    int securityType = 0;     ///< WlanConnection::Security; with any other only the ssid is set
+    std::string wepKey0;      ///< like the psk; an empty one is left out
+    std::string wepKey1;      ///< likewise
+    std::string wepKey2;      ///< likewise
+    std::string wepKey3;      ///< likewise
+    int wepTxKeyIndex = 0;    ///< which of the keys sends, 0 to 3
+    std::string psk;          ///< like the ssid: a passphrase goes in double quotes, a key does not
+    uint32_t ipAddress = 0;   ///< 0: addresses come by DHCP, and the other three are not used
+    uint32_t subnetMask = 0;  ///< with ipAddress
+    uint32_t router = 0;      ///< with ipAddress
+    uint32_t dns = 0;         ///< with ipAddress
 };
 
 /// The link over the WLAN adapter on the mini-PCI slot, interface "ra0": powers the slot, loads the
@@ -37,14 +37,16 @@ struct WLAN_CONNECTION_SETTINGS {
 /// names no process, this process or process 1 is passed over.
 class WlanConnection : public NetworkConnection {
 public:
+    /// How the network is protected.
     enum Security : int {
-        SecurityOpen = 0,
-        SecurityWep = 1,
-        SecurityWpa = 2,
-        SecurityWpa2 = 3,
+        SecurityOpen = 0,     ///< not at all
+        SecurityWep = 1,      ///< shared keys
+        SecurityWpa = 2,      ///< a passphrase or key, WPA
+        SecurityWpa2 = 3,     ///< the same, WPA2
         SecurityOfDaemon = 4  ///< all is in the daemon's file, "/data/wpa_supplicant.conf"
     };
 
+    /// Touches nothing yet.
     explicit WlanConnection(WLAN_CONNECTION_SETTINGS connectionSettings);
     ~WlanConnection() override { retire(); }
 
@@ -71,20 +73,30 @@ public:
     /// Unloads the driver and takes the slot's power, unless the driver will not go.
     bool netShutdown() override;
 
+    /// Disconnects, unloads the driver and takes the slot's power.
     bool netSuspend() override;
+
+    /// Powers the slot, loads the driver and connects.
     bool netResume() override;
 
     /// 0: nothing sets it.
     virtual int getLastError();
 
+    /// Whether the adapter's driver is loaded.
     static bool isModuleLoaded();
+
+    /// Loads it, unless it is there, with the USB driver that it needs.
     bool loadWlanModule();
+
+    /// Unloads both, unless it is not there.
     bool unloadWlanModule();
 
     /// An interface or wireless-extension request about "ra0", whose record (InterfaceRecord,
     /// WirelessRecord) gets the name filled in. True exactly when the driver has accepted it.
+    /// @{
     bool ifaceRequest(unsigned int request, void* ifreq);
     bool ifaceWirelessRequest(unsigned int request, void* iwreq);
+    /// @}
 
     /// The network the adapter is associated with; empty when there is none or on failure.
     std::string ifaceGetEssid();

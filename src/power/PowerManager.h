@@ -26,6 +26,7 @@ public:
     /// Deinitializes and destroys the instance. False when there is none.
     static bool deinitPowerManager();
 
+    /// Null when there is none.
     static PowerManager* getPowerManager();
 
     /// Opens the devices, repairs a clock that has lost its time (to 1 January 1970, local time),
@@ -40,39 +41,54 @@ public:
     /// on the way stay open.
     int findSpeakerDevice();
 
-    // Barcode scanner. True when the driver has accepted every step.
+    /// Barcode scanner. True when the driver has accepted every step.
+    /// @{
     bool scannerSetAim(bool on);
     bool scannerPowerUp();
     bool scannerPowerDown();
+    /// @}
 
     // GPRS modem.
-    bool gprsGetPower();
-    int gprsSetDTR(bool on);
-    int gprsReset();      ///< takes 100 ms
-    bool gprsPowerOn();   ///< true when the modem runs; takes up to 3 seconds
-    bool gprsPowerOff();  ///< false when the supply cannot be switched; takes up to 12 seconds
+    bool gprsGetPower();      ///< whether the modem runs
+    int gprsSetDTR(bool on);  ///< the raw result
+    int gprsReset();          ///< takes 100 ms; the raw result of the last step
+    bool gprsPowerOn();       ///< true when the modem runs; takes up to 3 seconds
+    bool gprsPowerOff();      ///< false when the supply cannot be switched; takes up to 12 seconds
 
-    // Bluetooth module. False when the supply cannot be switched; takes about 100 ms.
+    /// Bluetooth module. False when the supply cannot be switched; takes about 100 ms.
+    /// @{
     bool btPowerOn();
     bool btPowerOff();
+    /// @}
 
-    // Mini-PCI card.
+    /// Mini-PCI card: its supply, its radio. The raw result.
+    /// @{
     int mpciEnable3V3(bool on);
     int mpciEnableRadio(bool on);
+    /// @}
 
-    // LEDs and keyboard light.
+    /// LEDs and keyboard light. The raw result, of the second LED.
+    /// @{
     int ledEnable(bool a, bool b);
     int keybSetBackLight(unsigned char level);
     int keybFadeBackLight(unsigned char level);
+    /// @}
 
-    // Display. True when the driver has accepted the request.
-    // Enable and freeze share one memory of what was last asked: a request equal to it is not
-    // passed on, whichever of the two it comes from. oledFreeze(true) right after oledEnable(true)
-    // does nothing, and applications have come to rely on it.
+    /// Display. True when the driver has accepted the request.
+    ///
+    /// Enable and freeze share one memory of what was last asked: a request equal to it is not
+    /// passed on, whichever of the two it comes from. oledFreeze(true) right after oledEnable(true)
+    /// does nothing, and applications have come to rely on it.
+    /// @{
     bool oledEnable(bool on);
     bool oledFreeze(bool freeze);
+    /// @}
+
+    /// True when the driver has accepted the level, 0 to 255: at once, or by fading.
+    /// @{
     bool oledSetBrightness(unsigned char level);
     bool oledFadeBrightness(unsigned char level);
+    /// @}
 
     /// The brightness of POWER_ON; POWER_DIMMED has half of it. Its low 8 bits reach the display.
     void oledSetMaxBrightness(int level);
@@ -82,14 +98,14 @@ public:
     int buzzerPlay(int frequency, int durationMs);
 
     // Clock, which keeps local time. `t` is seconds since the epoch.
-    bool rtcGetTime(long* t);  ///< with null: only whether the clock can be read
-    bool rtcSetTime(long t);
+    bool rtcGetTime(long* t);       ///< with null: only whether the clock can be read
+    bool rtcSetTime(long t);        ///< the system's time stays
     bool rtcSetAlarm(int seconds);  ///< from the clock's present time, not the system's
-    bool rtcEnableAlarm(bool on);
-    bool rtcGetAlarmState();  ///< true once after the alarm has gone off
+    bool rtcEnableAlarm(bool on);   ///< the alarm's interrupt
+    bool rtcGetAlarmState();        ///< true once after the alarm has gone off
 
     // Sensors.
-    bool isUsbConnected();
+    bool isUsbConnected();    ///< whether a cable supplies power
     int getAmbientLight();    ///< -1 on failure
     int getTempReading();     ///< the sensor's value divided by 100; INT_MIN on failure
     int getBatteryVoltage();  ///< millivolts, not smoothed; -1 on failure
@@ -103,6 +119,7 @@ public:
     /// the state is the present one, or a listener has refused.
     bool setPowerMode(PowerState to);
 
+    /// Waits for a kickIdle() in progress.
     PowerState getCurrentState();
 
     /// While off, setPowerMode() and kickIdle() do nothing.

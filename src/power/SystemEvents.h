@@ -41,11 +41,13 @@ public:
 /// lock of the library and tests isHeld() before it sends.
 class WorkerWindowingGuard {
 public:
+    /// `worker` is the calling thread's.
     explicit WorkerWindowingGuard(Thread& worker);
     WorkerWindowingGuard(const WorkerWindowingGuard&) = delete;
     WorkerWindowingGuard& operator=(const WorkerWindowingGuard&) = delete;
     ~WorkerWindowingGuard();
 
+    /// Whether the lock was taken.
     bool isHeld() const { return held; }
 
 private:

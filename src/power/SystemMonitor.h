@@ -22,8 +22,10 @@ public:
     /// Stops and destroys the instance. Not from a system event that a tick has sent.
     static void shutdown();
 
+    /// Null when there is none.
     static SystemMonitor* getMonitor();
 
+    /// One tick: USB, then the parts below.
     void onTimer() override;
 
     /// The idle times, in seconds, after which the terminal goes a step down; each 0 or less for
@@ -37,16 +39,19 @@ public:
     /// The full level of the keyboard light; limited to 0 to 255.
     virtual void setKeyboardBrightness(int level);
 
+    /// Starts the timer.
     virtual bool init();
+
+    /// Stops the timer.
     virtual bool close();
 
-    // The parts of a tick.
-    virtual void handlePower();
-    virtual void handleBattery();
-    virtual void handleTemperature();
-    virtual void handleLighting();
+    // The parts of a tick, in the order battery, temperature, lighting, power.
+    virtual void handlePower();        ///< a step down, when it is time for one
+    virtual void handleBattery();      ///< every 4 seconds: system events 16 and 17
+    virtual void handleTemperature();  ///< every 10 seconds: system event 32
+    virtual void handleLighting();     ///< every tick while the display is lit
 
-    static constexpr int CounterCount = 7;
+    static constexpr int CounterCount = 7;  ///< of getPowerCounters()
 
 protected:
     SystemMonitor();

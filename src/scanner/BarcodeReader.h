@@ -42,6 +42,8 @@ public:
     bool stopRead() override;
 
     void run() override;
+
+    /// stopRead(): nothing was found in time.
     void onTimer() override;
 
     /// Delivers one code. Waits for the windowing library's lock; a worker asked to stop meanwhile

@@ -16,6 +16,7 @@ public:
     /// Scans until a code is read, stopRead() or the reader's own time-out.
     virtual bool startRead() { return false; }
 
+    /// Ends a scan that has not read a code yet.
     virtual bool stopRead() { return false; }
 
 protected:

@@ -31,6 +31,7 @@ enum RfidBank : int {
 /// data.
 class RfidReader : public BasicReader, public Thread, public GuiTimer {
 public:
+    /// Touches nothing yet.
     explicit RfidReader(RfidReaderType type);
 
     /// Shuts the reader down.
@@ -59,6 +60,8 @@ public:
     bool stopRead() override;
 
     void run() override;
+
+    /// stopRead(): nothing was found in time.
     void onTimer() override;
 
     /// What the reads from the next one on shall read: the bank, and in it the blocks or the area

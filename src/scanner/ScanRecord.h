@@ -3,6 +3,7 @@
 /// The data of system event 256: one code that a reader has read. The record and its texts live on
 /// the sender's stack and are valid only during the broadcast.
 struct ScanRecord {
+    /// Which engine has read it.
     enum Source : int { Barcode = 0, Rfid = 1, RfidOfType1 = 2 };
 
     int source;        ///< a Source

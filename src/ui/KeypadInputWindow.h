@@ -12,6 +12,7 @@
 /// Characters are those of the display font's 8-bit code page; key codes are Linux input key codes.
 class KeypadInputWindow : public GuiWindow {
 public:
+    /// What a key enters.
     enum InputMode { NumberMode = 0, UpperCaseMode = 1, LowerCaseMode = 2 };
 
     /// How putCharacter() is meant.
@@ -22,22 +23,32 @@ public:
             2  ///< the case of the character just entered, or (0) of the next, has changed
     };
 
-    static constexpr int Keys = 12;
-    static constexpr int Cases = 2;         // upper, lower
-    static constexpr int KeyListSize = 12;  // each list is ended by a NUL
+    static constexpr int Keys = 12;         ///< digits 0 to 9, the dot, and one without characters
+    static constexpr int Cases = 2;         ///< upper, lower
+    static constexpr int KeyListSize = 12;  ///< each list is ended by a NUL
 
+    /// What each key goes through in text mode, and enters in number mode.
+    /// @{
     static const unsigned char keyMapText[Keys][Cases][KeyListSize];
     static const unsigned char keyMapNum[Keys];
+    /// @}
 
+    /// Starts in number mode, in upper case.
     explicit KeypadInputWindow(int style);
 
+    /// True: the window uses every key.
+    /// @{
     bool onKeyDown(int key) override;
     bool onKeyUp(int key) override;
+    /// @}
 
     /// Stops the timers. A pending character is not committed.
     void onClose() override;
 
+    /// Forgets that the function key is down: its up has gone to the other window.
     bool onModalFinished(GuiWindow* modal) override;
+
+    /// The timers 1000 and 1001 are the window's own.
     void onTimer(int id) override;
 
     /// The number of a digit (0 to 9) or the dot key (10) while the function key is up, else -1.
@@ -45,11 +56,17 @@ public:
 
     int getInputMode() const;  ///< an InputMode
 
+    /// Tells putCharacter() of the change.
     void setNumberMode(bool on);
 
 protected:
+    /// A key has gone down, after whatever it has entered.
     virtual void keyDownNotice(int key, bool functionKeyDown) = 0;
+
+    /// A key has gone down while `inputSuspended` is set; nothing else is done with it.
     virtual void suspendedKeyDown(int key, bool functionKeyDown) = 0;
+
+    /// A key has gone up.
     virtual void keyUpNotice(int key, bool functionKeyDown) = 0;
 
     /// F1 to F5: 1 to 5 in number mode, 6 to 10 in text mode.
@@ -60,6 +77,7 @@ protected:
     /// refuses the character.
     virtual bool putCharacter(unsigned char character, int how, int flag) = 0;
 
+    /// The character put last is not replaced any more.
     virtual void commitCharacter() = 0;
 
     /// Sees each key before it is looked at, unless the function key is down. True consumes it.
@@ -69,15 +87,16 @@ protected:
     /// held.
     virtual bool backspace(bool held) = 0;
 
+    /// The menu key has gone down, also while no input is active.
     virtual void menuKey() = 0;
 
     /// While false, no key enters anything.
     virtual bool isInputActive() = 0;
 
-    void stopKeyWaitTimer();
-    void stopKeyHoldTimer();
+    void stopKeyWaitTimer();  ///< after which the pending character is committed
+    void stopKeyHoldTimer();  ///< after which a key counts as held
 
-    bool inputSuspended = false;  // set by the derived window: keys go to suspendedKeyDown()
+    bool inputSuspended = false;  ///< set by the derived window: keys go to suspendedKeyDown()
 
 private:
     void enterText(int key, int index);

@@ -231,6 +231,8 @@ TEST_F(BlueGigaBluetoothModuleTest, LinksAreCalledCarryDataAndAreEnded) {
     terminal.clock().setSpeed(1);
     EXPECT_EQ(driver->getSignalStrength(), 25) << "the weaker of the two";
     EXPECT_TRUE(driver->ping());
+    EXPECT_EQ(driver->getLocalMac(), "00:07:80:12:34:56");
+    EXPECT_THAT(driver->getVersion(), HasSubstr("2.1.0"));
 
     // The first connection with the number gets the data, called or not.
     const string document(124, 'd');

@@ -66,4 +66,20 @@ TEST_F(IniFileTest, NumbersAreReadFromTheStartOfAValueAndStoredAsText) {
     EXPECT_EQ(ini.GetValue("A", "long", ""), string(511, 'x'));
 }
 
+TEST_F(IniFileTest, CaseCountsWhenAskedToAndCommentsGoByTheirNumber) {
+    EXPECT_TRUE(ini.SetValue("Key", "Name", "1", true) && ini.IsCaseInsensitive());
+    EXPECT_EQ(ini.CheckCase("NaMe"), "name");
+    EXPECT_EQ(ini.FindValue(ini.FindKey("KEY"), "NAME"), 0U);
+    ini.SetCaseInsensitive(false);
+    EXPECT_EQ(ini.FindKey("KEY"), IniFile::NotFound);
+    EXPECT_EQ(ini.FindValue(0, ini.CheckCase("NAME")), IniFile::NotFound);
+    for (const char* comment : {"a", "b"}) {
+        EXPECT_TRUE(ini.AddKeyComment("Key", comment));
+        ini.AddHeaderComment(comment);
+    }
+    EXPECT_TRUE(ini.DeleteKeyComment("Key", 0) && ini.DeleteHeaderComment(0));
+    EXPECT_FALSE(ini.DeleteKeyComment("Key", 1) || ini.DeleteHeaderComment(1));
+    EXPECT_EQ(ini.GetKeyComment("Key", 0) + ini.GetHeaderComment(0) + ini.GetPath(), "bb/nowhere");
+}
+
 }  // namespace

@@ -6,6 +6,12 @@ source=$(dirname "$0")
 folder=$(mktemp -d)
 trap 'rm -rf "$folder"' EXIT
 
+# The page for application developers shows this program.
+tail -n +3 "$source/main.cpp" >"$folder/main.cpp"
+# shellcheck disable=SC2016 # the page's backticks, not the shell's
+sed -n '/^`main.cpp`:$/,/^```$/p' "$source/../../docs/writing-an-application.md" | sed '1,3d;$d' |
+    diff - "$folder/main.cpp"
+
 cmake --install "$1" --prefix "$folder/installed" >"$folder/log"
 cmake -S "$source" -B "$folder/build" -G Ninja -DCMAKE_PREFIX_PATH="$folder/installed" >>"$folder/log"
 cmake --build "$folder/build" >>"$folder/log" || { cat "$folder/log" && exit 1; }

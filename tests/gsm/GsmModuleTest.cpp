@@ -159,4 +159,17 @@ TEST_F(GsmModuleTest, DialoguesOfSeveralThreadsDoNotMixAndCanBeCancelled) {
     EXPECT_TRUE(module.close());
 }
 
+TEST_F(GsmModuleTest, TheClockKeepsItsZoneAndWhatIsOutOfRangeIsNotSent) {
+    modem.script("AT+CCLK?", {lines("+CCLK: \"24/03/05,07:08:09-22\"")});
+    tm moment{};
+    EXPECT_TRUE(module.getRTC(&moment) && module.setRTC(&moment));
+    EXPECT_EQ(moment.tm_gmtoff, -22);
+    EXPECT_TRUE(module.powerSaveMode(GsmModule::POWER_MODE_RADIO_OFF) &&
+                module.setFrequency(GsmModule::BAND_850_1900));
+    EXPECT_FALSE(module.powerSaveMode(GsmModule::ModulePowerMode(128)) ||
+                 module.setFrequency(GsmModule::ModuleFreqBand(4)) || module.initGprs("a\"b"));
+    EXPECT_EQ(modem.takeCommands(), "AT+CCLK? AT+CCLK=\"24/03/05,07:08:09--22\" AT+CFUN=4 "
+                                    "AT#AUTOBND=1 AT#BND=3 ");
+}
+
 }  // namespace

@@ -59,6 +59,7 @@ TEST_F(PowerManagerDevicesTest, EachOperationSendsItsRequestsInOrderAndShowsARef
         {btOn, 3, 1, "line 4 high, supply 1 on, line 6 low"},
         {btOff, 0, 1, "supply 1 off, line 6 high, line 4 low"},
         {btOff, 2, 1, "supply 1 off, line 4 low"},
+        {[](auto& p) { return p.gprsSetDTR(true); }, 0, 0, "line 8 low"},
         {[](auto& p) { return p.ledEnable(true, false); }, 0, 0, "line 0 low, line 1 high"},
         {[](auto& p) { return p.ledEnable(true, true); }, 2, -1, "line 0 low"},
     };
@@ -155,6 +156,22 @@ TEST_F(PowerManagerDevicesTest, SensorsAreReadAsTextAndFailToTheirOwnAnswers) {
     }
     terminal.temperature().remove();
     EXPECT_EQ(power().getTempReading(), INT_MIN);
+}
+
+TEST_F(PowerManagerDevicesTest, EnableAndFreezeShareOneMemoryAndTheChargeIsSmoothed) {
+    EXPECT_TRUE(power().oledFreeze(true) && power().oledEnable(false) && power().oledFreeze(false));
+    EXPECT_TRUE(power().oledFreeze(true) && power().oledEnable(true));
+    EXPECT_TRUE(power().oledSetBrightness(7) && power().oledFadeBrightness(9));
+    EXPECT_EQ(take("oled"), "off, freeze, brightness 7, fade 9");
+
+    int millivolts = 0;
+    terminal.battery().set(4200);
+    EXPECT_EQ(power().getBatteryCapacity(nullptr), 100);
+    terminal.battery().set(3500);
+    EXPECT_NEAR(power().getBatteryCapacity(&millivolts), 70, 1);
+    EXPECT_NEAR(millivolts, 3990, 1);
+    terminal.battery().set(0);
+    EXPECT_EQ(power().getBatteryCapacity(&millivolts), -1);
 }
 
 }  // namespace

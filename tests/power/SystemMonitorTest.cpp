@@ -143,4 +143,20 @@ TEST_F(SystemMonitorTest, BatteryAndTemperatureAreReportedAtTheirIntervalsAcross
     }
 }
 
+TEST_F(SystemMonitorTest, TheKeyboardLightFollowsTheAmbientLightWhileTheDisplayIsLit) {
+    const struct {
+        int full, ambient;
+        const char* fade;
+    } cases[] = {{300, 10, "255"}, {101, 11, "50"}, {101, 30, "50"}, {101, 31, "0"}, {-5, 0, "0"}};
+    for (const auto& tried : cases) {
+        monitor().setKeyboardBrightness(tried.full);
+        terminal.light().set(tried.ambient);
+        monitor().handleLighting();
+        EXPECT_EQ(take("pwrctrl"), string("keyboard fade ") + tried.fade) << tried.ambient;
+    }
+    power().setPowerMode(POWER_DARK);
+    monitor().handleLighting();
+    EXPECT_EQ(take("pwrctrl"), "");
+}
+
 }  // namespace
