@@ -1,6 +1,6 @@
 #!/bin/sh
 # Installs a build and builds and runs an application against what has been installed:
-# check.sh BUILD_FOLDER
+# check.sh BUILD_FOLDER [TOOLCHAIN_FILE]; with a toolchain for another machine it is only built.
 set -eu
 source=$(dirname "$0")
 folder=$(mktemp -d)
@@ -13,8 +13,16 @@ sed -n '/^`main.cpp`:$/,/^```$/p' "$source/../../docs/writing-an-application.md"
     diff - "$folder/main.cpp"
 
 cmake --install "$1" --prefix "$folder/installed" >"$folder/log"
-cmake -S "$source" -B "$folder/build" -G Ninja -DCMAKE_PREFIX_PATH="$folder/installed" >>"$folder/log"
+cmake -S "$source" -B "$folder/build" -G Ninja -DCMAKE_TOOLCHAIN_FILE="${2:-}" \
+    -Dhandheld_DIR="$(dirname "$(find "$folder/installed" -name handheldConfig.cmake)")" \
+    >>"$folder/log"
 cmake --build "$folder/build" >>"$folder/log" || { cat "$folder/log" && exit 1; }
+if [ -n "${2:-}" ]; then
+    for program in "$folder/build/consumer" "$folder/installed/bin/terminal-sim"; do
+        LC_ALL=C readelf -h "$program" | grep -q 'Machine: *ARM'
+    done
+    exit
+fi
 "$folder/installed/bin/terminal-sim" -- "$folder/build/consumer" | grep -q HT100042
 
 if command -v pkg-config >/dev/null; then
