@@ -21,6 +21,7 @@ namespace sim {
 namespace {
 
 constexpr Nanoseconds Never = Nanoseconds::max();
+constexpr char GarbledBits = 0x15;
 
 /// With something to do later the clock is looked at this often: it may jump.
 constexpr Nanoseconds LongestWait = std::chrono::milliseconds(10);
@@ -168,6 +169,15 @@ void SerialLine::fragment(size_t size, Nanoseconds gap) {
 void SerialLine::distortSent(Distortion change) {
     const std::lock_guard<std::mutex> held(mutex);
     sentChange = std::move(change);
+}
+
+void SerialLine::garble(size_t count) {
+    distortSent([count](std::string& bytes) mutable {
+        const size_t size = std::min(count, bytes.size());
+        count -= size;
+        std::for_each_n(bytes.begin(), size,
+                        [](char& byte) { byte = static_cast<char>(byte ^ GarbledBits); });
+    });
 }
 
 void SerialLine::distortReceived(Distortion change) {

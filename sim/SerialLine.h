@@ -58,6 +58,10 @@ public:
     void distortSent(Distortion change);
     void distortReceived(Distortion change);
 
+    /// The next `count` bytes sent to the application arrive with other bits. In place of any
+    /// distortion.
+    void garble(size_t count);
+
     /// Calls `action` on the line's thread, with no lock held, when the simulated monotonic clock
     /// has come to `due`; actions for the same moment in the order they were asked for. Not any
     /// more once the line has been shut down.

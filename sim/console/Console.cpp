@@ -27,6 +27,16 @@ enum LineDevice { Barcode, Radio, TextModule, PacketModule };
 constexpr Named<LineDevice> LineDevices[] = {
     {"barcode", Barcode}, {"radio", Radio}, {"bt", TextModule}, {"packet", PacketModule}};
 
+SerialLine& lineTo(Terminal& terminal, LineDevice device) {
+    switch (device) {
+    case Barcode: return terminal.barcodeLine();
+    case Radio: return terminal.radio().line();
+    case TextModule: return terminal.textModule().line();
+    case PacketModule: break;
+    }
+    return terminal.packetModule().line();
+}
+
 /// Whether a line begins with the name of a command, which then becomes its first word.
 bool takeName(std::vector<std::string>& words, const std::string& name) {
     const size_t blank = name.find(' ');
@@ -74,8 +84,8 @@ const Console::Command Console::Commands[] = {
     {"card", 1, "push|pull", "puts the memory card in, or takes it out", &Console::card},
     {"mute", 2, "barcode|radio|bt|packet on|off", "that device neither hears nor answers",
      &Console::mute},
-    {"line", 2, "barcode|radio|bt|packet hangup", "the line to that device hangs up",
-     &Console::line},
+    {"line", 2, "barcode|radio|bt|packet hangup|garble [COUNT]",
+     "the line to that device hangs up, or alters the next bytes", &Console::line},
     {"radio signal", 1, "DBM", "the power that the radio module receives", &Console::radioSignal},
     {"radio network", 1, "home|roaming|none|denied", "the network around it",
      &Console::radioNetwork},
@@ -213,14 +223,13 @@ std::string Console::mute(const Words& words) {
 }
 
 std::string Console::line(const Words& words) {
-    if (words[2] != "hangup")
-        throw Wrong{"'hangup', not: " + words[2]};
-    switch (choice(words[1], LineDevices)) {
-    case Barcode: terminal.barcodeLine().hangUp(); break;
-    case Radio: terminal.radio().line().hangUp(); break;
-    case TextModule: terminal.textModule().line().hangUp(); break;
-    case PacketModule: terminal.packetModule().line().hangUp(); break;
-    }
+    SerialLine& line = lineTo(terminal, choice(words[1], LineDevices));
+    if (words[2] == "garble")
+        line.garble(static_cast<size_t>(std::max(number(words.size() > 3 ? words[3] : "1"), 0.0)));
+    else if (words[2] == "hangup")
+        line.hangUp();
+    else
+        throw Wrong{"'hangup' or 'garble', not: " + words[2]};
     return "";
 }
 

@@ -62,54 +62,6 @@ bool isPort(uint8_t number) { return number >= 1 && number <= PacketBluetoothMod
 
 }  // namespace
 
-PacketReply PacketReply::unconfirmed() {
-    PacketReply reply;
-    reply.isConfirmed = false;
-    return reply;
-}
-
-PacketReply PacketReply::refusal(uint8_t status) {
-    PacketReply reply;
-    reply.refusedWith = status;
-    return reply;
-}
-
-PacketReply PacketReply::after(Nanoseconds lateness) const {
-    PacketReply reply = *this;
-    reply.delay = lateness;
-    return reply;
-}
-
-PacketReply PacketReply::cut(size_t size) const {
-    PacketReply reply = *this;
-    reply.mostBytes = size;
-    return reply;
-}
-
-PacketReply PacketReply::garbled() const {
-    PacketReply reply = *this;
-    reply.isGarbled = true;
-    return reply;
-}
-
-PacketReply PacketReply::twice() const {
-    PacketReply reply = *this;
-    reply.isDoubled = true;
-    return reply;
-}
-
-PacketReply PacketReply::sized(size_t size) const {
-    PacketReply reply = *this;
-    reply.payloadSize = size;
-    return reply;
-}
-
-PacketReply PacketReply::confirming(uint8_t otherOpcode) const {
-    PacketReply reply = *this;
-    reply.opcode = otherOpcode;
-    return reply;
-}
-
 struct PacketBluetoothModule::Request {
     uint8_t opcode;
     size_t least;  // bytes of payload
@@ -167,22 +119,6 @@ void PacketBluetoothModule::sendPacket(char type, uint8_t opcode, std::string_vi
     const Lock held(mutex);
     if (!isSilent)
         serialLine.send(encode(type, opcode, payload));
-}
-
-void PacketBluetoothModule::loseBytes(size_t count) { distort(0, count); }
-void PacketBluetoothModule::garbleBytes(size_t count) { distort(GarbledBits, count); }
-
-/// Changes the next bytes; without bits to flip they are lost.
-void PacketBluetoothModule::distort(char flip, size_t count) {
-    serialLine.distortSent([flip, count](std::string& bytes) mutable {
-        const size_t size = std::min(count, bytes.size());
-        count -= size;
-        if (flip == 0)
-            bytes.erase(0, size);
-        else
-            std::for_each_n(bytes.begin(), size,
-                            [flip](char& byte) { byte = static_cast<char>(byte ^ flip); });
-    });
 }
 
 bool PacketBluetoothModule::isEnabled() const {

@@ -10,37 +10,9 @@
 #include "sim/Journal.h"
 #include "sim/SerialLine.h"
 #include "sim/devices/BluetoothAir.h"
+#include "sim/devices/PacketReply.h"
 
 namespace sim {
-
-/// How the packet module confirms a request. Made by one of the functions, then bent:
-/// `PacketReply::normal().after(200ms).twice()`.
-class PacketReply {
-public:
-    static PacketReply normal() { return {}; }
-    /// Does what it is asked, and does not confirm it.
-    static PacketReply unconfirmed();
-    static PacketReply refusal(uint8_t status = 1);  ///< does nothing, and says so
-
-    PacketReply after(Nanoseconds lateness) const;      ///< late by this much simulated time
-    PacketReply cut(size_t size) const;                 ///< only the first bytes of the packet
-    PacketReply garbled() const;                        ///< with a wrong checksum
-    PacketReply twice() const;                          ///< the same packet again
-    PacketReply sized(size_t size) const;               ///< a payload cut, or filled up with 0
-    PacketReply confirming(uint8_t otherOpcode) const;  ///< for a request that nobody has made
-
-private:
-    friend class PacketBluetoothModule;
-
-    bool isConfirmed = true;
-    bool isGarbled = false;
-    bool isDoubled = false;
-    uint8_t refusedWith = 0;  // 0: not refused
-    int opcode = -1;          // -1: the request's
-    Nanoseconds delay{0};
-    size_t mostBytes = std::string::npos;
-    size_t payloadSize = std::string::npos;
-};
 
 /// The Bluetooth module with the binary command interface on its serial line. It is always powered;
 /// its chip is enabled by itself, and loses its links while disabled.
@@ -71,8 +43,6 @@ public:
     /// Any packet, or any bytes, to the host.
     void sendPacket(char type, uint8_t opcode, std::string_view payload);
     void transmit(std::string_view bytes) { serialLine.send(bytes); }
-    void loseBytes(size_t count);    ///< the next ones that the module sends
-    void garbleBytes(size_t count);  ///< likewise
 
     bool isEnabled() const;
     uint32_t openPorts() const;  ///< a bit for each, as the host has set them
@@ -111,7 +81,6 @@ private:
     void execute(uint8_t opcode, const std::string& payload);
     PacketReply replyTo(uint8_t opcode);
     void confirm(uint8_t opcode, std::string payload, const PacketReply& reply);
-    void distort(char flip, size_t count);
 
     // Requests: the payload of the confirmation, "" if there is none.
     std::string setName(const std::string& payload);

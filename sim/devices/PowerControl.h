@@ -46,7 +46,7 @@ private:
     Reactions supplyReactions, lineReactions;
     std::map<unsigned, std::function<int()>> readings;
 
-    mutable std::mutex mutex;  // guards what follows
+    mutable std::mutex mutex;                // guards what follows
     std::array<int, LineCount> lines{1, 1};  // the LEDs are dark at first
     std::array<bool, SupplyCount> supplies{};
     int light = 0;

@@ -237,22 +237,6 @@ void RadioModule::transmit(const std::string& bytes, Nanoseconds delay) {
     serialLine.send(bytes, delay);
 }
 
-void RadioModule::loseBytes(size_t count) { distort(0, count); }
-void RadioModule::garbleBytes(size_t count) { distort(GarbledBits, count); }
-
-/// Changes the next bytes; without bits to flip they are lost.
-void RadioModule::distort(char flip, size_t count) {
-    serialLine.distortSent([flip, count](std::string& bytes) mutable {
-        const size_t size = std::min(count, bytes.size());
-        count -= size;
-        if (flip == 0)
-            bytes.erase(0, size);
-        else
-            std::for_each_n(bytes.begin(), size,
-                            [flip](char& byte) { byte = static_cast<char>(byte ^ flip); });
-    });
-}
-
 bool RadioModule::isListening() const {
     const int fixedSpeed = commands.fixedSpeed();
     return on && !goingOff && isSupplied && !isSilent && Clock::get().monotonic() >= readyAt &&

@@ -88,8 +88,6 @@ public:
 
     /// Any bytes on the serial line.
     void transmit(const std::string& bytes, Nanoseconds delay);
-    void loseBytes(size_t count);    ///< the next ones that the module sends
-    void garbleBytes(size_t count);  ///< likewise
 
     // ---- SIM and network.
 
@@ -166,7 +164,6 @@ private:
     void at(Nanoseconds due, std::function<void()> action);
     void later(Nanoseconds delay, std::function<void()> action);
     void announce();
-    void distort(char flip, size_t count);
     bool hasCall(uint8_t channel) const;
     void takeData(uint8_t channel, std::string_view bytes);
     void endCall(uint8_t channel);

@@ -162,21 +162,6 @@ void TextBluetoothModule::sendFrame(uint8_t link, std::string_view payload) {
     send(frame(link, payload));
 }
 
-void TextBluetoothModule::loseBytes(size_t count) { distort(0, count); }
-void TextBluetoothModule::garbleBytes(size_t count) { distort(GarbledBits, count); }
-
-/// Changes the next bytes; without bits to flip they are lost.
-void TextBluetoothModule::distort(char flip, size_t count) {
-    serialLine.distortSent([flip, count](std::string& bytes) mutable {
-        const size_t size = std::min(count, bytes.size());
-        count -= size;
-        if (flip == 0)
-            bytes.erase(0, size);
-        for (size_t i = 0; flip != 0 && i < size; ++i)
-            bytes[i] = static_cast<char>(bytes[i] ^ flip);
-    });
-}
-
 void TextBluetoothModule::send(const std::string& bytes) {
     if (!isSilent)
         serialLine.send(bytes);

@@ -52,8 +52,6 @@ public:
     void sayUnasked(const std::string& line);
     void transmit(std::string_view bytes) { serialLine.send(bytes); }  ///< as they are
     void sendFrame(uint8_t link, std::string_view payload);
-    void loseBytes(size_t count);    ///< the next ones that the module sends
-    void garbleBytes(size_t count);  ///< likewise
 
     bool isReady() const;
     bool isMultiplexing() const;
@@ -86,7 +84,6 @@ private:
     void start();
     void stop();
     void at(Nanoseconds due, std::function<void()> action);
-    void distort(char flip, size_t count);
 
     // Channel
     void takeText(std::string_view bytes);
