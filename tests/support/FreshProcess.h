@@ -9,6 +9,10 @@
 
 #include "io/FileDescriptor.h"
 
+#ifdef HANDHELD_COVERAGE
+extern "C" void __gcov_dump();
+#endif
+
 namespace test {
 
 /// What `report` returns in a child process, where nothing has been asked, read or kept before but
@@ -23,6 +27,9 @@ template <class Report> std::string inFreshProcess(Report report) {
     const pid_t child = ::fork();
     if (child == 0) {
         const std::string text = report();
+#ifdef HANDHELD_COVERAGE
+        __gcov_dump();
+#endif
         const bool told = ::write(ends[1], text.data(), text.size()) == ssize_t(text.size());
         ::_exit(told ? 0 : 1);
     }
