@@ -40,7 +40,7 @@ protected:
 private:
     static constexpr int LimitTimer = 0;
 
-    void end(End how);
+    void end(End reason);
 
     End how = Interrupted;  // guarded by the windowing library's lock
 };

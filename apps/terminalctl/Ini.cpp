@@ -122,14 +122,14 @@ constexpr struct {
 
 }  // namespace
 
-void declareIni(Choice& choice, CLI::App& group) {
+void declareIni(Choice& choice, CLI::App& command) {
     const auto place = std::make_shared<Place>();
     for (const auto& entry : Operations) {
-        CLI::App& command = commandIn(group, entry.name, entry.what);
+        CLI::App& operating = commandIn(command, entry.name, entry.what);
         for (int i = 0; i < entry.taken; ++i)
-            command.add_option(Parts[i].name, (*place).*(Parts[i].member), Parts[i].what)
+            operating.add_option(Parts[i].name, (*place).*(Parts[i].member), Parts[i].what)
                 ->required(i < entry.needed);
-        choice.offer(command, [place, operation = entry.operation](Output& output) {
+        choice.offer(operating, [place, operation = entry.operation](Output& output) {
             return operation(*place, output);
         });
     }

@@ -101,20 +101,20 @@ Status show(const Options& options, Output& output) {
 
 }  // namespace
 
-void declareLog(Choice& choice, CLI::App& group) {
+void declareLog(Choice& choice, CLI::App& command) {
     const auto options = std::make_shared<Options>();
-    const auto declareLevel = [](CLI::App& command, std::string& level, const char* what) {
-        command.add_option("--level", level, what)->check(CLI::IsMember(Levels));
+    const auto declareLevel = [](CLI::App& taking, std::string& level, const char* what) {
+        taking.add_option("--level", level, what)->check(CLI::IsMember(Levels));
     };
 
-    CLI::App& appending = commandIn(group, "append", "adds a line to a log");
+    CLI::App& appending = commandIn(command, "append", "adds a line to a log");
     appending.add_option("file", options->path, "the log, which may be new")->required();
     appending.add_option("text", options->text, "the message")->required();
     appending.add_option("--tag", options->tag, "what it is about");
     declareLevel(appending, options->level, "of the line, info if not given");
     choice.offer(appending, [options](Output&) { return append(*options); });
 
-    CLI::App& showing = commandIn(group, "show", "shows lines of a log");
+    CLI::App& showing = commandIn(command, "show", "shows lines of a log");
     showing.add_option("file", options->path, "the log")->required();
     showing.add_option("--tag", options->tag, "only those with that tag");
     showing.add_option("--last", options->last, "only so many, the newest")
