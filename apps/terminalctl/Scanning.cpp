@@ -18,6 +18,10 @@ constexpr int MostCodes = 1'000'000;
 /// A reader that says when its line is gone.
 class Barcodes : public BarcodeReader {
 public:
+    Barcodes() = default;
+    /// Ends the worker while this is still the object that it runs on.
+    ~Barcodes() override { BarcodeReader::shutdown(); }
+
     using SerialPort::isHungUp;
 };
 
