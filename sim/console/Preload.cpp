@@ -11,8 +11,10 @@
 #include <ctime>
 #include <fstream>
 #include <iostream>
+#include <sstream>
 #include <string>
 #include <thread>
+#include <utility>
 
 #include "sim/HostTime.h"
 #include "sim/SignalsBlocked.h"
@@ -35,18 +37,59 @@ std::string takeVariable(const char* name) {
 
 constexpr timespec PanelPeriod{0, 100'000'000};
 
-void work(sim::Terminal& terminal, const std::string& script, bool isInteractive,
+/// A script in two parts: up to the first line that waits, and what follows.
+class Script {
+public:
+    explicit Script(std::string path) : name(std::move(path)) {
+        if (name.empty())
+            return;
+        std::ifstream file(name);
+        if (!file)
+            fail("cannot be read");
+        bool waits = false;
+        for (std::string line; std::getline(file, line);) {
+            waits = waits || line.rfind("await ", 0) == 0 || line.rfind("wait ", 0) == 0;
+            (waits ? rest : beginning) += line + "\n";
+            if (!waits)
+                rest += "\n";  // the lines keep their numbers
+        }
+    }
+
+    void begin(sim::Console& console) const { play(console, beginning); }
+    void goOn(sim::Console& console) const { play(console, rest); }
+
+private:
+    [[noreturn]] void fail(const std::string& reason) const {
+        fprintf(stderr, "%s: %s\n", name.c_str(), reason.c_str());
+        _exit(launcher::ScriptFailed);
+    }
+
+    void play(sim::Console& console, const std::string& lines) const {
+        std::istringstream text(lines);
+        const std::string wrong = console.run(text);
+        if (!wrong.empty())
+            fail(wrong);
+    }
+
+    std::string name;
+    std::string beginning;
+    std::string rest;
+};
+
+/// What stands around the terminal is there when the program starts.
+void setUp(sim::Terminal& terminal, const Script& script) {
+    const sim::HostTime hostTime;
+    sim::Console console(terminal);
+    script.begin(console);
+    if (console.hasQuit())
+        _exit(EXIT_SUCCESS);
+}
+
+void work(sim::Terminal& terminal, const Script& script, bool isInteractive,
           const char* prompt) {
     const sim::HostTime hostTime;
     sim::Console console(terminal);
-    if (!script.empty()) {
-        std::ifstream file(script);
-        const std::string wrong = file ? console.run(file) : "cannot be read";
-        if (!wrong.empty()) {
-            fprintf(stderr, "%s: %s\n", script.c_str(), wrong.c_str());
-            _exit(launcher::ScriptFailed);
-        }
-    }
+    script.goOn(console);
     if (isInteractive && !console.hasQuit())
         console.converse(std::cin, std::cout, prompt);
     if (console.hasQuit())
@@ -87,7 +130,7 @@ __attribute__((constructor)) void startTerminal() {
     const std::string root = takeVariable(launcher::RootVariable);
     const std::string speed = takeVariable(launcher::SpeedVariable);
     const std::string card = takeVariable(launcher::CardVariable);
-    const std::string script = takeVariable(launcher::ScriptVariable);
+    const Script script(takeVariable(launcher::ScriptVariable));
     const std::string socket = takeVariable(launcher::SocketVariable);
     const bool isInteractive = !takeVariable(launcher::InteractiveVariable).empty();
     const std::string screen = takeVariable(launcher::PanelVariable);
@@ -104,6 +147,7 @@ __attribute__((constructor)) void startTerminal() {
         panel->see(entry);
         trace->print(entry);
     });
+    setUp(*terminal, script);
     const sim::SignalsBlocked blocked;  // the program's signals are for its own threads
     // A panel has a prompt of its own.
     const char* const prompt = screen.empty() ? "> " : "";

@@ -1,0 +1,46 @@
+#include <climits>
+#include <memory>
+
+#include "Commands.h"
+#include "Device.h"
+#include "EventWindow.h"
+#include "power/SystemMonitor.h"
+
+namespace ctl {
+namespace {
+
+struct Watch {
+    bool isWanted = false;
+    double seconds = 0;
+};
+
+Status showBattery(const Watch& watch, Output& output) {
+    const Device device;
+    int millivolts = 0;
+    const int percent = device->getBatteryCapacity(&millivolts);
+    const int degrees = device->getTempReading();
+    output.show("{percent} %, {millivolts} mV, {degrees} degrees, USB supply: {usb}",
+                {{"percent", percent < 0 ? Record() : Record(percent)},
+                 {"millivolts", percent < 0 ? Record() : Record(millivolts)},
+                 {"degrees", degrees == INT_MIN ? Record() : Record(degrees)},
+                 {"usb", device->isUsbConnected()}});
+    if (watch.isWanted) {
+        EventWindow window(output);
+        SystemMonitor::initialize();
+        SystemMonitor::getMonitor()->setPowerDelays(0, 0, 0, 0, 0);
+        window.run(watch.seconds);
+        SystemMonitor::shutdown();
+    }
+    return percent < 0 ? Failed : Done;
+}
+
+}  // namespace
+
+void declareBattery(Choice& choice, CLI::App& command) {
+    const auto watch = std::make_shared<Watch>();
+    command.add_flag("--watch", watch->isWanted, "goes on telling charge and temperature");
+    declareSeconds(command, "--for", watch->seconds, "watches for that many seconds");
+    choice.offer(command, [watch](Output& output) { return showBattery(*watch, output); });
+}
+
+}  // namespace ctl
