@@ -85,8 +85,7 @@ void setUp(sim::Terminal& terminal, const Script& script) {
         _exit(EXIT_SUCCESS);
 }
 
-void work(sim::Terminal& terminal, const Script& script, bool isInteractive,
-          const char* prompt) {
+void work(sim::Terminal& terminal, const Script& script, bool isInteractive, const char* prompt) {
     const sim::HostTime hostTime;
     sim::Console console(terminal);
     script.goOn(console);
