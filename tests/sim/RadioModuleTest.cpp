@@ -8,6 +8,7 @@
 #include <chrono>
 #include <string>
 
+#include "gsm/Octets.h"
 #include "io/FileDescriptor.h"
 #include "sim/HostTime.h"
 #include "sim/Terminal.h"
@@ -17,16 +18,9 @@ namespace {
 using namespace std::chrono_literals;
 using sim::RadioMux;
 using std::string;
+using test::octets;
 
 constexpr char Line[] = "/dev/ttyAT1";
-
-/// Octets given in hexadecimal.
-string octets(const string& hex) {
-    string bytes;
-    for (size_t at = 0; at < hex.size(); at += 3)
-        bytes += static_cast<char>(std::stoi(hex.substr(at, 2), nullptr, 16));
-    return bytes;
-}
 
 string data(uint8_t channel, const string& bytes) {
     return RadioMux::encode({channel, RadioMux::UIH, true, bytes});
@@ -38,11 +32,10 @@ string dataBack(uint8_t channel, const string& bytes) {
 }
 
 /// Bytes pass as they are from now on.
-void makeRaw(int descriptor, tcflag_t flowControl) {
+void makeRaw(int descriptor) {
     termios raw{};
     ::tcgetattr(descriptor, &raw);
     cfmakeraw(&raw);
-    raw.c_cflag = (raw.c_cflag & ~static_cast<tcflag_t>(CRTSCTS)) | flowControl;
     ::tcsetattr(descriptor, TCSANOW, &raw);
 }
 
@@ -68,13 +61,7 @@ protected:
         radio.setOn(true);
         radio.setAnswerTime(0ms);
         radio.setRegistrationTime(0ms);
-        openLine(CRTSCTS);
-    }
-
-    void openLine(tcflag_t flowControl) {
-        line.reset();
-        line.reset(::open(Line, O_RDWR | O_NOCTTY | O_NONBLOCK));
-        makeRaw(line.get(), flowControl);
+        makeRaw(line.get());
     }
 
     /// What is sent, and all that comes back.
@@ -91,7 +78,7 @@ protected:
 
     sim::Terminal terminal;
     sim::RadioModule& radio = terminal.radio();
-    io::FileDescriptor line;
+    const io::FileDescriptor line{::open(Line, O_RDWR | O_NOCTTY | O_NONBLOCK)};
 };
 
 TEST_F(RadioModuleTest, TheMultiplexerAnswersAsThePeerOfTheStandardDoes) {
@@ -149,7 +136,7 @@ TEST_F(RadioModuleTest, LegacyPseudoTerminalsAreRealAndTheirMastersExclusive) {
     EXPECT_EQ(errno, EIO);
     EXPECT_STREQ(::ptsname(master.get()), "/dev/ttyp1");
     const io::FileDescriptor slave(::open("/dev/ttyp1", O_RDWR | O_NOCTTY));
-    makeRaw(master.get(), 0);
+    makeRaw(master.get());
     ASSERT_EQ(::write(slave.get(), "up\n", 3), 3);
     EXPECT_EQ(receive(master.get(), 3), "up\n");
     ASSERT_EQ(::write(master.get(), "down\r", 5), 5);
