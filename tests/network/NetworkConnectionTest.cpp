@@ -23,7 +23,6 @@ using testing::EndsWith;
 using testing::HasSubstr;
 using testing::StartsWith;
 
-constexpr char Device[] = "net";
 constexpr double Speed = 50;
 
 /// A link whose steps do what a test says, and note it.
@@ -33,7 +32,11 @@ public:
         : NetworkConnection(5), journal(terminalJournal) {}
 
     bool isConnectionUp() override { return step("check", isUp); }
-    bool netInitialize() override { return step("initialize", works); }
+    bool netInitialize() override {
+        setStatus("begun");
+        reportError("broken");
+        return step("initialize", works);
+    }
     bool netShutdown() override { return step("shutdown", works); }
     bool netConnect() override { return step("connect", works); }
     bool netDisconnect() override { return step("disconnect", disconnects); }
@@ -57,7 +60,7 @@ public:
 
 private:
     bool step(const string& name, const std::atomic<bool>& result) {
-        journal.note(Device, name);
+        journal.note("net", name);
         std::unique_lock<std::mutex> held(mutex);
         const auto action = inStep;
         held.unlock();
@@ -71,28 +74,11 @@ private:
     std::function<void(const string&)> inStep;  // guarded by mutex
 };
 
-class NotingListener : public NetworkEventListener {
-public:
-    explicit NotingListener(sim::Journal& terminalJournal) : journal(terminalJournal) {}
-
-    void networkEvent(NetworkEvent event) override {
-        journal.note(Device, test::NetworkEventNames[event]);
-    }
-    void signalQuality(int percent) override {
-        journal.note(Device, "signal " + std::to_string(percent));
-    }
-    void errorMessage(const char*) override {}
-    void statusMessage(const char*) override {}
-
-private:
-    sim::Journal& journal;
-};
-
 class NetworkConnectionTest : public test::PoweredTest {
 protected:
     NetworkConnectionTest() {
         terminal.clock().setSpeed(Speed);
-        link.addListener(&listener);
+        link.addListener(&network);
         terminal.journal().clear();
     }
     ~NetworkConnectionTest() override {
@@ -100,15 +86,13 @@ protected:
         link.disconnect();
     }
 
-    string story() { return terminal.journal().history(Device); }
+    string story() { return terminal.journal().history("net"); }
 
     /// Waits until something has been noted `times` times.
     testing::AssertionResult comes(const string& text, int times = 1) {
         const bool came = soon([&] {
-            const auto entries = terminal.journal().entries();
-            return std::count_if(entries.begin(), entries.end(), [&](const auto& entry) {
-                       return entry.device == Device && entry.text == text;
-                   }) >= times;
+            const auto lines = terminal.journal().lines();
+            return std::count(lines.begin(), lines.end(), "net: " + text) >= times;
         });
         return came ? testing::AssertionSuccess()
                     : testing::AssertionFailure() << "no " << text << " in " << story();
@@ -126,7 +110,7 @@ protected:
         std::chrono::nanoseconds least = 1h;
         std::chrono::nanoseconds from{-1};
         for (const auto& entry : terminal.journal().entries()) {
-            if (entry.device != Device)
+            if (entry.device != "net")
                 continue;
             if (entry.text == after && from >= 0ns)
                 least = std::min(least, entry.wall - from);
@@ -136,8 +120,7 @@ protected:
     }
 
     FakeLink link{terminal.journal()};
-    NotingListener listener{terminal.journal()};
-    test::NetworkWindow networkWindow{terminal.journal()};
+    test::NetworkWindow network{terminal.journal()};
 };
 
 const string Connecting = "connecting, event 4 connecting, ";
@@ -146,6 +129,8 @@ const string Down = "down, event 4 down";
 const string Poll = "poll, signal 77, event 3 77, ";
 
 TEST_F(NetworkConnectionTest, AFailedConnectIsRetriedAndALostLinkRepairedUnlessItComesBack) {
+    EXPECT_TRUE(link.initialize());
+    EXPECT_EQ(take("net"), "status begun, event 1 begun, error broken, event 2 broken, initialize");
     link.works = false;
     ASSERT_TRUE(link.connect());
     ASSERT_TRUE(comes("connect", 3));
@@ -218,31 +203,27 @@ TEST_F(NetworkConnectionTest, ADisconnectEndsWhateverTheWorkerDoes) {
         EXPECT_THAT(story(), EndsWith("disconnect"));
         return terminal.clock().monotonic() - begin;
     };
-    const std::function<void()> situations[] = {
-        [] {},  // just started
-        [&] { ASSERT_TRUE(comes("check")); },
-        [&] {  // in the pause after a failed connect
-            link.works = false;
-            link.isUp = false;
-            ASSERT_TRUE(comes("event 4 down"));
-        },
-        [&] {  // between two checks
-            link.isUp = false;
-            ASSERT_TRUE(comes("check", 3));
-        },
-        [&] {  // suspended
-            ASSERT_TRUE(comes("event 4 up"));
+    const struct {
+        bool works, isUp;
+        const char* reached;  // "" when it has just started
+        int times;
+        bool suspends;
+    } situations[] = {{true, true, "", 0, false},
+                      {true, true, "check", 1, false},
+                      {false, false, "event 4 down", 1, false},  // pauses after a failed connect
+                      {true, false, "check", 3, false},          // between two checks
+                      {true, true, "event 4 up", 1, true}};
+    for (const auto& tried : situations) {
+        link.works = tried.works;
+        link.isUp = tried.isUp;
+        ASSERT_TRUE(link.connect());
+        ASSERT_TRUE(tried.times == 0 || comes(tried.reached, tried.times));
+        if (tried.suspends) {
             link.powerStateChange(POWER_ON, POWER_SUSPEND);
             ASSERT_TRUE(comes("event 4 down"));
-        },
-    };
-    for (const auto& reach : situations) {
-        ASSERT_TRUE(link.connect());
-        reach();
-        EXPECT_LT(disconnects(), 10s);
+        }
+        EXPECT_LT(disconnects(), 10s) << tried.reached;
         clear();
-        link.works = true;
-        link.isUp = true;
     }
 
     // A step that hangs is cut off after ten seconds, and the next worker starts anew.
@@ -259,24 +240,19 @@ TEST_F(NetworkConnectionTest, ADisconnectEndsWhateverTheWorkerDoes) {
 }
 
 TEST_F(NetworkConnectionTest, ABusyWindowingLibraryDelaysEventsButNoStop) {
-    const auto whileBusy = [&](const std::function<void()>& action) {
-        GuiLibrary::lock();
-        action();
-        GuiLibrary::unlock();
-    };
     comeUp();
     for (const bool fromEventThread : {false, true}) {
         std::future<bool> disconnected;
-        whileBusy([&] {
-            link.isUp = false;
-            clear();
-            ASSERT_TRUE(comes("connecting"));
-            if (fromEventThread)
-                EXPECT_TRUE(link.disconnect()) << "it may while it holds the lock";
-            else
-                disconnected = inBackground([&] { return link.disconnect(); });
-            ASSERT_TRUE(comes("disconnect")) << "the worker gives up its event and ends";
-        });
+        GuiLibrary::lock();
+        link.isUp = false;
+        clear();
+        EXPECT_TRUE(comes("connecting"));
+        if (fromEventThread)
+            EXPECT_TRUE(link.disconnect()) << "it may while it holds the lock";
+        else
+            disconnected = inBackground([&] { return link.disconnect(); });
+        EXPECT_TRUE(comes("disconnect")) << "the worker gives up its event and ends";
+        GuiLibrary::unlock();
         EXPECT_TRUE(fromEventThread || disconnected.get());
         EXPECT_THAT(story(), testing::Not(HasSubstr("event 4")));
         link.isUp = true;

@@ -11,11 +11,11 @@
 #include <functional>
 #include <map>
 #include <memory>
-#include <mutex>
 #include <string>
 #include <vector>
 
 #include "foundation/Thread.h"
+#include "network/NetworkWindow.h"
 #include "network/WlanProtocol.h"
 #include "support/Resources.h"
 #include "support/TerminalTest.h"
@@ -23,48 +23,12 @@
 namespace {
 
 using std::string;
-using testing::Contains;
 using testing::ElementsAre;
+using testing::HasSubstr;
 using namespace std::chrono_literals;
 
 constexpr char SupplicantPidPath[] = "/tmp/wpa_supplicant.pid";
 constexpr char DhcpPidPath[] = "/tmp/udhcpc.pid";
-
-/// What a connection reports, as one text: "status Connecting to network".
-class Reports : public NetworkEventListener {
-public:
-    void networkEvent(NetworkEvent event) override { note("event " + std::to_string(event)); }
-    void signalQuality(int percent) override { note("signal " + std::to_string(percent)); }
-    void errorMessage(const char* text) override { note(string("error ") + text); }
-    void statusMessage(const char* text) override { note(string("status ") + text); }
-
-    std::vector<string> take() {
-        const std::lock_guard<std::mutex> held(mutex);
-        return std::move(lines);
-    }
-    bool has(const string& line) {
-        const std::lock_guard<std::mutex> held(mutex);
-        return std::find(lines.begin(), lines.end(), line) != lines.end();
-    }
-
-    /// Called with each line before it is noted; null for nothing any more.
-    void onLine(std::function<void(const string&)> newReaction) {
-        const std::lock_guard<std::mutex> held(mutex);
-        reaction = std::move(newReaction);
-    }
-
-private:
-    void note(const string& line) {
-        const std::lock_guard<std::mutex> held(mutex);
-        if (reaction)
-            reaction(line);
-        lines.push_back(line);
-    }
-
-    std::mutex mutex;
-    std::function<void(const string&)> reaction;
-    std::vector<string> lines;
-};
 
 WLAN_CONNECTION_SETTINGS warehouse() {
     WLAN_CONNECTION_SETTINGS settings;
@@ -83,8 +47,6 @@ protected:
 
     void use(const WLAN_CONNECTION_SETTINGS& settings) {
         connection = std::make_unique<WlanConnection>(settings);
-        connection->addListener(&reports);
-        reports.take();
     }
 
     /// Initialized and connected with the usual settings.
@@ -92,7 +54,6 @@ protected:
         use(warehouse());
         ASSERT_TRUE(connection->netInitialize());
         ASSERT_TRUE(connection->netConnect());
-        reports.take();
         terminal.journal().clear();
     }
 
@@ -100,22 +61,22 @@ protected:
     /// host's time.
     void hurry() {
         constexpr struct {
-            const char* line;
+            const char* reached;
             double speed;
-        } Speeds[] = {{"status Loading 802.11 WLAN driver", 20},
-                      {"status Starting WPA supplicant", 4},
-                      {"status Connecting to network", 100},
-                      {"status Stopping DHCP", 10},
-                      {"status Stopping WLAN module", 10}};
-        reports.onLine([=](const string& reported) {
+        } Speeds[] = {{"event 1 Loading 802.11 WLAN driver", 20},
+                      {"event 1 Starting WPA supplicant", 4},
+                      {"event 1 Connecting to network", 100},
+                      {"event 1 Stopping DHCP", 10},
+                      {"event 1 Stopping WLAN module", 10}};
+        terminal.journal().watch([=](const sim::Journal::Entry& entry) {
             for (const auto& step : Speeds) {
-                if (reported == step.line)
+                if (entry.text == step.reached)
                     terminal.clock().setSpeed(step.speed);
             }
         });
     }
 
-    /// What has happened to the devices and programs.
+    /// What has been told and has happened to the devices and programs.
     std::vector<string> takeLines() {
         std::vector<string> lines = PoweredTest::takeLines();
         const auto isApplications = [](const string& line) { return line[0] == 'a'; };
@@ -142,7 +103,7 @@ protected:
         return told;
     }
 
-    Reports reports;
+    test::NetworkWindow network{terminal.journal()};
     std::unique_ptr<WlanConnection> connection;
 };
 
@@ -151,46 +112,45 @@ TEST_F(WlanConnectionTest, ALinkComesUpByDhcpAndIsTakenDownInTheStatedOrder) {
     use(warehouse());
     EXPECT_FALSE(connection->isConnectionUp()) << "before there is a socket";
     ASSERT_TRUE(connection->netInitialize());
-    EXPECT_THAT(reports.take(), ElementsAre("status Loading 802.11 WLAN driver"));
-    EXPECT_THAT(takeLines(), ElementsAre("pwrctrl: line 4 high", "pwrctrl: line 7 high",
-                                         "modprobe: start ohci-hcd",
-                                         "insmod: start /lib/modules/wireless/rt3070sta.ko"));
+    EXPECT_THAT(takeLines(),
+                ElementsAre("pwrctrl: line 4 high", "pwrctrl: line 7 high",
+                            "net: event 1 Loading 802.11 WLAN driver", "modprobe: start ohci-hcd",
+                            "insmod: start /lib/modules/wireless/rt3070sta.ko"));
     ASSERT_TRUE(connection->netConnect());
-    EXPECT_THAT(reports.take(),
-                ElementsAre("status Starting 802.11 WLAN module", "status Starting WPA supplicant",
-                            "status Configuring network", "status Connecting to network",
-                            "status Waiting for DHCP IP", "status Network is connected"));
     EXPECT_THAT(
         takeLines(),
         ElementsAre(
-            "ra0: up",
+            "net: event 1 Starting 802.11 WLAN module", "ra0: up",
+            "net: event 1 Starting WPA supplicant",
             "wpa_supplicant: start -B -Dwext -ira0 -P/tmp/wpa_supplicant.pid "
             "-C/tmp/wpa_supplicant.ctrl",
-            "wpa_supplicant: ADD_NETWORK", "wpa_supplicant: SET_NETWORK 0 ssid \"Warehouse\"",
+            "net: event 1 Configuring network", "wpa_supplicant: ADD_NETWORK",
+            "wpa_supplicant: SET_NETWORK 0 ssid \"Warehouse\"",
             "wpa_supplicant: SET_NETWORK 0 proto WPA2",
             "wpa_supplicant: SET_NETWORK 0 key_mgmt WPA-PSK",
             "wpa_supplicant: SET_NETWORK 0 auth_alg OPEN",
             "wpa_supplicant: SET_NETWORK 0 psk \"forklift-7\"", "wpa_supplicant: ENABLE_NETWORK 0",
+            "net: event 1 Connecting to network", "net: event 1 Waiting for DHCP IP",
             "udhcpc: start -nR -t 10 -p /tmp/udhcpc.pid -i ra0", "default.script: start deconfig",
             "default.script: deconfig", "udhcpc: discover", "default.script: start bound",
             "default.script: bound interface=ra0 ip=192.168.1.20 subnet=255.255.255.0 "
             "router=192.168.1.1 dns=192.168.1.2",
-            "ra0: address 192.168.1.20"));
+            "ra0: address 192.168.1.20", "net: event 1 Network is connected"));
     EXPECT_TRUE(connection->isConnectionUp());
 
     ASSERT_TRUE(connection->netDisconnect());
-    EXPECT_THAT(reports.take(), ElementsAre("status Stopping DHCP", "status Stopping WLAN module",
-                                            "status Network is shut down"));
     EXPECT_TRUE(haveEnded());
     EXPECT_FALSE(terminal.files().exists(SupplicantPidPath));
     EXPECT_FALSE(terminal.files().exists(DhcpPidPath));
     EXPECT_FALSE(terminal.wlan().isUp());
     EXPECT_EQ(terminal.wlan().address(), "");
     ASSERT_TRUE(connection->netShutdown());
-    EXPECT_THAT(takeLines(), ElementsAre("udhcpc: release", "default.script: start deconfig",
-                                         "default.script: deconfig", "ra0: no address", "ra0: down",
-                                         "rmmod: start rt3070sta", "rmmod: start ohci-hcd",
-                                         "pwrctrl: line 7 low", "pwrctrl: line 4 low"));
+    EXPECT_THAT(takeLines(),
+                ElementsAre("net: event 1 Stopping DHCP", "udhcpc: release",
+                            "default.script: start deconfig", "default.script: deconfig",
+                            "ra0: no address", "net: event 1 Stopping WLAN module", "ra0: down",
+                            "net: event 1 Network is shut down", "rmmod: start rt3070sta",
+                            "rmmod: start ohci-hcd", "pwrctrl: line 7 low", "pwrctrl: line 4 low"));
     EXPECT_TRUE(hasDescriptors(descriptors));
     EXPECT_EQ(connection->getLastError(), 0);
 }
@@ -206,10 +166,10 @@ TEST_F(WlanConnectionTest, AStaticAddressIsSetByTheScriptAndTheEnvironmentIsAsIt
     use(settings);
     ASSERT_TRUE(connection->netInitialize());
     for (const bool fails : {false, true}) {
-        terminal.journal().clear();
         terminal.programs().failNext("default.script", 3, fails ? 1 : 0);
         EXPECT_EQ(connection->netConnect(), !fails);
-        EXPECT_EQ(reports.has("error Failed setting IP address"), fails);
+        const string story = terminal.journal().history("net");
+        EXPECT_EQ(story.find("event 2 Failed setting IP address") != string::npos, fails);
         EXPECT_EQ(take("default.script"),
                   fails ? "start bound"
                         : "start bound, bound interface=ra0 ip=10.1.2.3 subnet=255.255.0.0 "
@@ -274,10 +234,9 @@ TEST_F(WlanConnectionTest, EveryFailureIsReportedOnceAndLeavesNothingRunning) {
         ASSERT_TRUE(connection->netInitialize());
         tried.prepare();
         EXPECT_FALSE(connection->netConnect());
-        string errors;
-        for (const string& line : reports.take())
-            errors += line[0] == 'e' ? line : "";
-        EXPECT_EQ(errors, string("error ") + tried.error);
+        const string story = take("net");
+        EXPECT_THAT(story, HasSubstr(string("event 2 ") + tried.error));
+        EXPECT_EQ(story.find("event 2"), story.rfind("event 2")) << story;
         EXPECT_TRUE(haveEnded());
         terminal.supplicant().clear();
         terminal.wlan().associateAfter(0s);
@@ -294,12 +253,10 @@ TEST_F(WlanConnectionTest, SuspendTakesPowerAndResumeBringsTheLinkBackOnceTheInt
     EXPECT_EQ(lines[lines.size() - 2], "pwrctrl: line 4 low");
     EXPECT_EQ(lines.back(), "pwrctrl: line 7 low") << "the other way round than at shutdown";
     terminal.wlan().appearAfter(5s);
-    reports.take();
     EXPECT_FALSE(connection->netResume());
-    EXPECT_THAT(reports.take(),
-                ElementsAre("status Starting 802.11 WLAN module",
-                            "error Failed preparing to enable network interface",
-                            "error Failed re-connecting to WLAN network on resume"));
+    EXPECT_EQ(take("net"), "event 1 Starting 802.11 WLAN module, "
+                           "event 2 Failed preparing to enable network interface, "
+                           "event 2 Failed re-connecting to WLAN network on resume");
     pass(5s);
     EXPECT_TRUE(connection->netResume());
     EXPECT_TRUE(connection->isConnectionUp());
@@ -313,9 +270,8 @@ TEST_F(WlanConnectionTest, APidFileNeverLeadsToASignalToTheWrongProcess) {
          {string(), string("0"), string("1\n"), string("udhcpc"), string("99999999999999999999"),
           string(5000, '7'), std::to_string(getpid()), "-" + running, parent}) {
         terminal.files().write(DhcpPidPath, text);
-        reports.take();
         EXPECT_TRUE(connection->netDisconnect());
-        EXPECT_THAT(reports.take(), Contains("status Stopping DHCP")) << text;
+        EXPECT_THAT(take("net"), HasSubstr("event 1 Stopping DHCP")) << text;
         EXPECT_EQ(terminal.programs().running("udhcpc").size(), 1U) << text;
     }
     terminal.files().write(DhcpPidPath, running);
@@ -357,15 +313,17 @@ TEST_F(WlanConnectionTest, TheNetworkIsToldWithChannelSignalAndAddresses) {
 
 TEST_F(WlanConnectionTest, AWorkerStoppedInAnyStepLeavesNoProcessDescriptorOrVariable) {
     const test::EventThread events;
+    const test::NotingWindow newest(terminal.journal());
     GuiLibrary::postKey(28, true);  // its thread has come up, with what it opens for itself
     ASSERT_NE(terminal.journal().await("app: key 28", 0, test::HostLimit), 0U);
-    for (const char* step : {"status Waiting for DHCP IP", "status Connecting to network"}) {
+    for (const char* step : {"event 1 Waiting for DHCP IP", "event 1 Connecting to network"}) {
         const long descriptors = test::openDescriptors();
         use(warehouse());
         ASSERT_TRUE(connection->initialize());
         terminal.dhcp().setAnswering(false);
         ASSERT_TRUE(connection->connect());
-        ASSERT_TRUE(test::soon([&] { return reports.has(step); }));
+        ASSERT_NE(terminal.journal().await(step, 0, test::HostLimit), 0U);
+        terminal.journal().clear();
         terminal.clock().setSpeed(50);
         EXPECT_TRUE(connection->disconnect()) << step;
         terminal.clock().setSpeed(1);
