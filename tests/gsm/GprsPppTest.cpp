@@ -83,12 +83,6 @@ protected:
         std::ofstream(terminal.files().hostPath(PidPath)) << text;
     }
 
-    template <class Action> std::chrono::nanoseconds simulated(Action action) {
-        const auto begin = terminal.clock().monotonic();
-        action();
-        return terminal.clock().monotonic() - begin;
-    }
-
     static bool start(GPRSPPP_PARAMETERS parameters = {}) {
         return GprsPpp::start(Device, &parameters);
     }

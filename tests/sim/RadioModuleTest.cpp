@@ -1,6 +1,5 @@
 #include <fcntl.h>
 #include <gtest/gtest.h>
-#include <poll.h>
 #include <termios.h>
 #include <unistd.h>
 
@@ -10,8 +9,7 @@
 
 #include "gsm/Octets.h"
 #include "io/FileDescriptor.h"
-#include "sim/HostTime.h"
-#include "sim/Terminal.h"
+#include "support/TerminalTest.h"
 
 namespace {
 
@@ -39,23 +37,8 @@ void makeRaw(int descriptor) {
     ::tcsetattr(descriptor, TCSANOW, &raw);
 }
 
-/// What a program hears within ten seconds, up to a size.
-string receive(int descriptor, size_t size) {
-    string text;
-    pollfd file{descriptor, POLLIN, 0};
-    const sim::HostTime hostTime;
-    while (text.size() < size && ::poll(&file, 1, 10000) > 0) {
-        char buffer[256];
-        const ssize_t count = ::read(descriptor, buffer, sizeof buffer);
-        if (count <= 0)
-            break;
-        text.append(buffer, static_cast<size_t>(count));
-    }
-    return text;
-}
-
 /// A program at the application's end of the module's line, which knows nothing but bytes.
-class RadioModuleTest : public testing::Test {
+class RadioModuleTest : public test::TerminalTest {
 protected:
     RadioModuleTest() {
         radio.setOn(true);
@@ -67,7 +50,7 @@ protected:
     /// What is sent, and all that comes back.
     void expect(const string& sent, const string& answer) const {
         ASSERT_EQ(::write(line.get(), sent.data(), sent.size()), static_cast<ssize_t>(sent.size()));
-        EXPECT_EQ(testing::PrintToString(receive(line.get(), answer.size())),
+        EXPECT_EQ(testing::PrintToString(test::readFrom(line.get(), answer.size())),
                   testing::PrintToString(answer));
     }
 
@@ -76,7 +59,6 @@ protected:
         expect(command + "\r", command + "\r\r\n" + answer + "\r\n");
     }
 
-    sim::Terminal terminal;
     sim::RadioModule& radio = terminal.radio();
     const io::FileDescriptor line{::open(Line, O_RDWR | O_NOCTTY | O_NONBLOCK)};
 };
@@ -138,12 +120,12 @@ TEST_F(RadioModuleTest, LegacyPseudoTerminalsAreRealAndTheirMastersExclusive) {
     const io::FileDescriptor slave(::open("/dev/ttyp1", O_RDWR | O_NOCTTY));
     makeRaw(master.get());
     ASSERT_EQ(::write(slave.get(), "up\n", 3), 3);
-    EXPECT_EQ(receive(master.get(), 3), "up\n");
+    EXPECT_EQ(test::readFrom(master.get(), 3), "up\n");
     ASSERT_EQ(::write(master.get(), "down\r", 5), 5);
-    EXPECT_EQ(receive(slave.get(), 5), "down\r");
+    EXPECT_EQ(test::readFrom(slave.get(), 5), "down\r");
 
     master.reset();
-    EXPECT_EQ(receive(slave.get(), 1), "") << "hung up";
+    EXPECT_EQ(test::readFrom(slave.get(), 1), "") << "hung up";
     master.reset(::open("/dev/ptyp1", O_RDWR | O_NOCTTY));
     EXPECT_TRUE(master.isOpen()) << "though a slave of the last pair is still held";
     EXPECT_TRUE(io::FileDescriptor(::open("/dev/ttyp1", O_RDWR | O_NOCTTY)).isOpen());

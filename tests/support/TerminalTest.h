@@ -2,6 +2,8 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <poll.h>
+#include <unistd.h>
 
 #include <chrono>
 #include <cstdint>
@@ -40,6 +42,21 @@ template <class Function> auto inBackground(Function function) {
 template <class Result> bool isDone(const std::future<Result>& result) {
     const sim::HostTime hostTime;
     return result.wait_for(0s) == std::future_status::ready;
+}
+
+/// What a descriptor gives, up to a size, until nothing comes for a while of the host's time.
+inline std::string readFrom(int fd, size_t size, std::chrono::milliseconds limit = 20s) {
+    const sim::HostTime hostTime;
+    std::string text(size, '\0');
+    size_t got = 0;
+    pollfd file{fd, POLLIN, 0};
+    while (got<size&& ::poll(&file, 1, static_cast<int>(limit.count()))> 0) {
+        const ssize_t count = ::read(fd, &text[got], size - got);
+        if (count <= 0)
+            break;
+        got += static_cast<size_t>(count);
+    }
+    return text.substr(0, got);
 }
 
 /// The windowing library's event thread for the length of a scope.
@@ -135,6 +152,13 @@ protected:
                 return entry.wall - begin;
         }
         return 0ns;
+    }
+
+    /// The simulated time that an action takes.
+    template <class Action> std::chrono::nanoseconds simulated(Action action) {
+        const auto begin = terminal.clock().monotonic();
+        action();
+        return terminal.clock().monotonic() - begin;
     }
 
     /// Time passes, at once.
