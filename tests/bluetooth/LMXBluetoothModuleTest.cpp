@@ -10,7 +10,7 @@
 #include <string_view>
 #include <vector>
 
-#include "bluetooth/BluetoothSPPConnection.h"
+#include "bluetooth/OwnedLink.h"
 #include "sim/console/Console.h"
 #include "support/Resources.h"
 #include "support/TerminalTest.h"
@@ -44,8 +44,6 @@ protected:
         delete BluetoothModule::pModule;
     }
 
-    sim::PacketBluetoothModule& module() { return terminal.packetModule(); }
-    sim::BluetoothAir& air() { return terminal.air(); }
     LMXBluetoothModule& driver() {
         return *dynamic_cast<LMXBluetoothModule*>(BluetoothModule::pModule.load());
     }
@@ -61,8 +59,8 @@ protected:
     /// Time passes fast, also for a thread that waits for a packet already.
     void hurry() {
         terminal.clock().setSpeed(Fast);
-        module().setSilent(false);
-        module().sendPacket('?', 0, "");
+        module.setSilent(false);
+        module.sendPacket('?', 0, "");
     }
 
     /// When this returns, the thread has handled whatever was sent before.
@@ -72,35 +70,28 @@ protected:
     }
 
     using Connection = std::unique_ptr<BluetoothSPPConnection>;
-    Connection call(const char* pin = "") {
-        const auto* const address = reinterpret_cast<const unsigned char*>(Phone);
-        return Connection(driver().createSPPConnection(address, 3, pin));
-    }
-    Connection listenOn(int port) { return Connection(driver().createIncomingSPPConnection(port)); }
+    Connection call() { return Connection(test::makeLink(driver(), Phone, "", 3).release()); }
 
     /// All that comes over a link until it is `size` bytes.
     static string receive(BluetoothSPPConnection& link, size_t size) {
         string all;
-        char part[200];
-        soon([&] {
-            const int count = link.readData(part, sizeof part);
-            all.append(part, static_cast<size_t>(count));
-            return all.size() >= size;
-        });
+        soon([&] { return (all += test::taken(link, 200)).size() >= size; });
         return all;
     }
     bool mayBeSuspended() {
         const bool may = driver().powerStateChange(POWER_ON, POWER_SUSPEND);
         return driver().powerStateChange(POWER_SUSPEND, POWER_ON) && may;
     }
+
+    sim::PacketBluetoothModule& module = terminal.packetModule();
 };
 
 TEST_F(LMXBluetoothModuleTest, AModuleThatCannotBeSetUpIsNone) {
     terminal.clock().setSpeed(Slow);
-    module().onRequest(0x26, PacketReply::refusal(), 5);
+    module.onRequest(0x26, PacketReply::refusal(), 5);
     EXPECT_FALSE(LMXBluetoothModule::initialize());
     EXPECT_EQ(take("packet"), "26, 26, 26, 26, 26");
-    module().line().distortSent([](string& bytes) { bytes[6] = '\xC8'; });
+    module.line().distortSent([](string& bytes) { bytes[6] = '\xC8'; });
     {
         Driver alone;
         EXPECT_TRUE(alone.initComm());
@@ -108,7 +99,7 @@ TEST_F(LMXBluetoothModuleTest, AModuleThatCannotBeSetUpIsNone) {
         EXPECT_TRUE(alone.shutdown());
         EXPECT_FALSE(alone.closePort() || alone.sendChipEnable(true)) << "there is no line";
     }
-    module().line().distortSent(nullptr);
+    module.line().distortSent(nullptr);
     terminal.clock().setSpeed(Fast);
     const long descriptors = test::openDescriptors(), threads = test::runningThreads();
     int failures = 0;
@@ -139,7 +130,7 @@ TEST_F(LMXBluetoothModuleTest, ACallCarriesDataAndOnlyWithoutOneTheChipSleepsWit
     EXPECT_EQ(link->writeData(text.data(), 300), 300);
     EXPECT_EQ(take("packet"), "0F 03, 128 bytes, 0F 03, 128 bytes, 0F 03, 44 bytes");
     EXPECT_EQ(receive(*link, 300), text);
-    module().onRequest(0x0F, PacketReply::refusal());
+    module.onRequest(0x0F, PacketReply::refusal());
     EXPECT_EQ(link->writeData(text.data(), 300), 0);
     EXPECT_EQ(take("packet"), "0F 03, 128 bytes") << "none after the refused one";
     link.reset();
@@ -149,7 +140,7 @@ TEST_F(LMXBluetoothModuleTest, ACallCarriesDataAndOnlyWithoutOneTheChipSleepsWit
 
     EXPECT_TRUE(driver().powerStateChange(POWER_ON, POWER_SUSPEND));
     EXPECT_TRUE(driver().powerStateChange(POWER_SUSPEND, POWER_ALARM_WAKE));
-    EXPECT_FALSE(module().isEnabled());
+    EXPECT_FALSE(module.isEnabled());
     EXPECT_TRUE(driver().powerStateChange(POWER_ALARM_WAKE, POWER_ON));
     EXPECT_TRUE(driver().powerStateChange(POWER_ON, POWER_DARK));
     EXPECT_TRUE(driver().setEnabled(false));
@@ -175,15 +166,15 @@ TEST_F(LMXBluetoothModuleTest, OnlyAConfirmationInTimeOfTheRightKindCounts) {
         {"slow", PacketReply::normal().after(20ms), true},
     };
     for (const auto& [what, reply, result] : Cases) {
-        module().onRequest(0x06, reply);
+        module.onRequest(0x06, reply);
         EXPECT_EQ(driver().setEnabled(true), result) << what;
         EXPECT_TRUE(driver().addSDPRecord(0, nullptr, 0)) << "after " << what;
     }
-    module().onRequest(0x06, PacketReply::normal().after(150ms));
-    module().onRequest(0x06, PacketReply::unconfirmed());
+    module.onRequest(0x06, PacketReply::normal().after(150ms));
+    module.onRequest(0x06, PacketReply::unconfirmed());
     EXPECT_FALSE(driver().setEnabled(true)) << "late";
     EXPECT_TRUE(driver().setEnabled(true)) << "the late one cannot be told from its own";
-    module().onRequest(0x06, PacketReply::normal().cut(7));
+    module.onRequest(0x06, PacketReply::normal().cut(7));
     EXPECT_FALSE(driver().setEnabled(true));
     EXPECT_FALSE(driver().setEnabled(true)) << "eaten by the packet that has not ended";
     settle();
@@ -196,8 +187,8 @@ TEST_F(LMXBluetoothModuleTest, ACallEndsInTimeWhateverTheModuleAndTheDeviceDo) {
     start();
     hurry();
     Connection link = call();
-    module().onRequest(0x0A, PacketReply::unconfirmed());
-    air().takeAway(Phone);
+    module.onRequest(0x0A, PacketReply::unconfirmed());
+    terminal.air().takeAway(Phone);
     EXPECT_FALSE(link->connect());
     EXPECT_NE(terminal.journal().await("22 00 00 00 00", 0, test::HostLimit), 0U);
     EXPECT_EQ(take("packet"), "22 04 00 00 00, 0A 03 00 1A 7D DA 71 13 03, 22 00 00 00 00");
@@ -223,7 +214,7 @@ TEST_F(LMXBluetoothModuleTest, AHundredKilobytesCrossUnharmedBothWays) {
         string part;
         for (unsigned j = 0; j < 1 + i * 37 % 1023; ++j)
             part += static_cast<char>(i * 31 + j * 7 + (j >> 8));
-        module().sendPacket('i', 0x75, "\x00\x1A\x7D\xDA\x71\x13"s);  // answered amid the data
+        module.sendPacket('i', 0x75, "\x00\x1A\x7D\xDA\x71\x13"s);  // answered amid the data
         ASSERT_EQ(link->writeData(part.data(), unsigned(part.size())), int(part.size()));
         back += receive(*link, part.size());
         sent += part;
@@ -241,13 +232,13 @@ TEST_F(LMXBluetoothModuleTest, ShuttingDownWaitsForTheLastConnectionAndEndsAnyth
     EXPECT_FALSE(driver().shutdown());
     EXPECT_TRUE(link->connect()) << "the thread runs on";
     link.reset();
-    module().transmit("\x02i\x10\xFF");  // a packet that is never completed
+    module.transmit("\x02i\x10\xFF");  // a packet that is never completed
     EXPECT_TRUE(driver().shutdown() && driver().shutdown());
     EXPECT_TRUE(LMXBluetoothModule::initialize()) << "the module is still the current one";
     terminal.clock().setSpeed(Slow);
     EXPECT_TRUE(driver().initModule());
     hurry();
-    module().line().hangUp();
+    module.line().hangUp();
     const int before = terminal.faults().calls();
     EXPECT_FALSE(driver().setEnabled(true));
     std::this_thread::sleep_for(100ms);
@@ -261,12 +252,12 @@ TEST_F(LMXBluetoothModuleTest, ConnectionsAndDriverGoAtAnyMomentOfADelivery) {
         auto flood = test::inBackground([&] {
             const sim::HostTime hostTime;
             for (; !isOver; std::this_thread::sleep_for(1ms)) {
-                module().sendPacket('i', 0x0C, "\0\x1A\x7D\xDA\x71\x13\x01"s);
-                module().sendPacket('i', 0x10, "\x01\x64\0"s + string(100, 'f'));
+                module.sendPacket('i', 0x0C, "\0\x1A\x7D\xDA\x71\x13\x01"s);
+                module.sendPacket('i', 0x10, "\x01\x64\0"s + string(100, 'f'));
             }
         });
         for (int connections = 0; connections < 10; ++connections) {
-            Connection link = listenOn(1);
+            Connection link(driver().createIncomingSPPConnection(1));
             EXPECT_EQ(receive(*link, 100).front(), 'f');
         }
         hurry();
