@@ -81,9 +81,7 @@ TEST_F(BluetoothConnectionTest, TheRadioComesUpCarriesASocketAndIsShutDown) {
     EXPECT_TRUE(socket.connect("nowhere", 8) && socket.isConnected()) << "it is already";
     terminal.clock().setSpeed(1);
     EXPECT_TRUE(soon([&] { return write(socket, "hello") && read(socket) == "hello"; }));
-    const auto begin = terminal.clock().monotonic();
-    EXPECT_EQ(read(socket), "");
-    EXPECT_GE(terminal.clock().monotonic() - begin, 990ms);
+    EXPECT_GE(simulated([&] { EXPECT_EQ(read(socket), ""); }), 990ms);
     link->getNetworkInfo(info);
     EXPECT_EQ(info.signalQuality, 40);
 

@@ -64,12 +64,6 @@ protected:
     string story() { return terminal.journal().history("net"); }
     void clear() { terminal.journal().clear(); }
 
-    testing::AssertionResult comes(const string& text) {
-        const bool came = soon([&] { return story().find(text) != string::npos; });
-        return came ? testing::AssertionSuccess()
-                    : testing::AssertionFailure() << "no \"" << text << "\" in " << story();
-    }
-
     std::unique_ptr<GprsConnection> link;
     test::NetworkWindow networkWindow{terminal.journal()};
 };
@@ -86,7 +80,7 @@ TEST_F(GprsConnectionTest, ALinkComesUpIsRepairedSleepsAndIsShutDown) {
 
     clear();
     ASSERT_TRUE(link->connect());
-    ASSERT_TRUE(comes("event 4 up"));
+    ASSERT_TRUE(await("net: event 4 up"));
     EXPECT_EQ(story(), "event 3 67, event 4 connecting, event 1 Initializing PPP session, "
                        "event 1 GPRS is ready, event 4 up");
     EXPECT_THAT(terminal.journal().history("pppd"),
@@ -99,7 +93,7 @@ TEST_F(GprsConnectionTest, ALinkComesUpIsRepairedSleepsAndIsShutDown) {
     clear();
     terminal.clock().setSpeed(5);
     radio().dropCall();
-    ASSERT_TRUE(comes("event 4 up"));
+    ASSERT_TRUE(await("net: event 4 up"));
     EXPECT_EQ(story().substr(story().find("event 4")),
               "event 4 connecting, event 1 GPRS is shut down, event 1 Initializing PPP session, "
               "event 1 GPRS is ready, event 4 up");
@@ -107,7 +101,7 @@ TEST_F(GprsConnectionTest, ALinkComesUpIsRepairedSleepsAndIsShutDown) {
     // Around the terminal's sleep.
     clear();
     EXPECT_FALSE(power().setPowerMode(POWER_SUSPEND)) << "the link comes first";
-    ASSERT_TRUE(comes("event 4 down"));
+    ASSERT_TRUE(await("net: event 4 down"));
     EXPECT_THAT(story(), EndsWith("event 1 Suspending GPRS connection, "
                                   "event 1 Terminating PPP session, event 1 GPRS is suspended, "
                                   "event 4 down"));
@@ -119,10 +113,10 @@ TEST_F(GprsConnectionTest, ALinkComesUpIsRepairedSleepsAndIsShutDown) {
     EXPECT_EQ(terminal.power().suspends(), 1);
     terminal.clock().setSpeed(Exchanging);
     EXPECT_TRUE(power().setPowerMode(POWER_ON));
-    ASSERT_TRUE(comes("event 4 up"));
+    ASSERT_TRUE(await("net: event 4 up"));
     EXPECT_THAT(story(), HasSubstr("event 4 connecting, event 1 Starting PPP session, "
                                    "event 1 GPRS is ready, event 4 up"));
-    ASSERT_TRUE(comes("event 3 50"));
+    ASSERT_TRUE(await("net: event 3 50"));
 
     clear();
     EXPECT_TRUE(link->disconnect());

@@ -159,15 +159,13 @@ TEST_F(WpaControlTest, WithoutAReplyTheWaitEndsEvenWhenEventsComeWithoutEnd) {
     open();
     terminal.clock().setSpeed(10);
     for (const bool floods : {false, true}) {
-        const auto begin = terminal.clock().monotonic();
         std::atomic<bool> ended{false};
         const auto answering = test::inBackground([&] {
             for (answer({}); floods && !ended; sim::pauseBriefly())
                 send("<3>CTRL-EVENT-SCAN-RESULTS");
         });
-        EXPECT_EQ(request(), -2);
+        EXPECT_GE(simulated([&] { EXPECT_EQ(request(), -2); }), floods ? 10s : 2s);
         ended = true;
-        EXPECT_GE(terminal.clock().monotonic() - begin, floods ? 10s : 2s);
     }
 }
 

@@ -4,13 +4,10 @@
 
 #include <cerrno>
 #include <climits>
-#include <functional>
 #include <memory>
 #include <string>
-#include <utility>
 #include <vector>
 
-#include "power/SystemEvents.h"
 #include "scanner/RfidProtocol.h"
 #include "support/Resources.h"
 #include "support/TerminalTest.h"
@@ -34,35 +31,9 @@ TEST(RfidProtocolTest, RequestNumbersAreTheDriversOwn) {
     EXPECT_STREQ(rfid::AmsPath, Ams);
 }
 
-/// Notes each tag as "tag: SOURCE ID DATA".
-class TagWindow : public GuiWindow {
-public:
-    explicit TagWindow(sim::Journal& terminalJournal) : GuiWindow(0), journal(terminalJournal) {}
-
-    void onSystemEvent(int code, void* data) override {
-        const ScanRecord& record = *static_cast<ScanRecord*>(data);
-        if (code == 256 && record.reserved == 0)
-            journal.note("tag",
-                         std::to_string(record.source) + " " + record.id + " " + record.data);
-        if (onTag)
-            onTag();
-    }
-
-    std::function<void()> onTag;
-
-private:
-    sim::Journal& journal;
-};
-
 class RfidReaderTest : public test::TerminalTest {
 protected:
     RfidReaderTest() { terminal.clock().setSpeed(50); }
-
-    sim::RfidEngine& engine() { return terminal.rfid(); }
-
-    bool await(const string& line) {
-        return terminal.journal().await(line, 0, test::HostLimit) != 0;
-    }
 
     /// Arms a read and waits until the driver is in it.
     void beginRead(RfidReader& armed) {
@@ -74,18 +45,18 @@ protected:
     /// What the application is told of an answer of the driver: "" when it is dropped.
     string delivered(RfidReader& armed, const string& answer) {
         takeLines();
-        engine().answerNext(answer);
+        engine.answerNext(answer);
         EXPECT_TRUE(armed.initRead());
         EXPECT_TRUE(await("rfid: close"));
         return take("tag");
     }
 
-    TagWindow tags{terminal.journal()};
+    sim::RfidEngine& engine = terminal.rfid();
     RfidReader reader{RFID_READER_AMS};
 };
 
 TEST_F(RfidReaderTest, WhatOfATagIsReadIsSetUpBeforeEachRead) {
-    engine().present({"\x04\xA1"s, {"bank0", "bank1", "bank2", "0000111122223333444455556666"}});
+    engine.present({"\x04\xA1"s, {"bank0", "bank1", "bank2", "0000111122223333444455556666"}});
     const struct {
         int type, bank, first, last;
         string requests, tag;
@@ -104,7 +75,7 @@ TEST_F(RfidReaderTest, WhatOfATagIsReadIsSetUpBeforeEachRead) {
         {1, -1, 2, 3, "", "2 04A1 bank0"},
     };
     for (const auto& tried : cases) {
-        engine().fit(tried.type == 0 ? Engine::Nxp : Engine::Ams);
+        engine.fit(tried.type == 0 ? Engine::Nxp : Engine::Ams);
         RfidReader typed(static_cast<RfidReaderType>(tried.type));
         ASSERT_TRUE(typed.initialize());
         for (const bool isSet : {false, true}) {  // by default it is bank 0
@@ -166,10 +137,10 @@ TEST_F(RfidReaderTest, ItNeedsItsDeviceToInitializeAndAWorkerThatLostItToBeShutD
     EXPECT_FALSE(other.shutdown());
     ASSERT_TRUE(reader.initialize());
     EXPECT_FALSE(reader.initialize());
-    engine().fit(std::nullopt);
+    engine.fit(std::nullopt);
     EXPECT_TRUE(reader.initRead());
     EXPECT_TRUE(test::soon([&] { return terminal.faults().calls() >= 5; }));  // opened in vain
-    engine().fit(Engine::Ams);
+    engine.fit(Engine::Ams);
     EXPECT_FALSE(reader.initialize());
     EXPECT_TRUE(reader.shutdown());
     EXPECT_FALSE(reader.shutdown());
@@ -191,18 +162,18 @@ TEST_F(RfidReaderTest, AReadEndsByItsTagByAStopOrAfter5Seconds) {
     EXPECT_TRUE(await("rfid: close"));
 
     test::EventThread events;
-    const auto before = terminal.clock().monotonic();
-    beginRead(reader);
-    EXPECT_TRUE(reader.startRead());
-    EXPECT_TRUE(await("rfid: close"));
-    EXPECT_GE(terminal.clock().monotonic() - before, 5s);
+    EXPECT_GE(simulated([&] {
+                  beginRead(reader);
+                  EXPECT_TRUE(reader.startRead() && await("rfid: close"));
+              }),
+              5s);
     EXPECT_EQ(take("rfid"), "open, first 0, last 0, bank 0, reading, abort, close");
 
     beginRead(reader);
     EXPECT_TRUE(reader.startRead());
-    engine().present({"\x07", {}});
+    engine.present({"\x07", {}});
     EXPECT_TRUE(await("rfid: close"));
-    engine().remove();
+    engine.remove();
     beginRead(reader);
     const auto delivery = terminal.clock().monotonic();
     EXPECT_TRUE(test::soon([&] { return terminal.clock().monotonic() >= delivery + 7s; }));
@@ -210,7 +181,7 @@ TEST_F(RfidReaderTest, AReadEndsByItsTagByAStopOrAfter5Seconds) {
 
     // Setting up an area that is absurd is ended as well.
     EXPECT_TRUE(reader.shutdown());
-    engine().fit(Engine::Nxp);
+    engine.fit(Engine::Nxp);
     RfidReader blocks(RFID_READER_NXP);
     blocks.setReadAreas(RFID_BANK_4, INT_MIN, INT_MAX);
     ASSERT_TRUE(blocks.initialize());
@@ -231,25 +202,26 @@ TEST_F(RfidReaderTest, ItMayBeShutDownOrDestroyedAtAnyMoment) {
         shortLived->initRead();
         shortLived->startRead();
         if (moment % 3 == 0)
-            engine().answerNext("\x00\x01\x00\x00\x07"s);
+            engine.answerNext("\x00\x01\x00\x00\x07"s);
         // Somewhere between the worker's start and its read.
         test::soon([&] { return terminal.faults().calls() >= before + moment % 7; });
-        const auto begin = terminal.clock().monotonic();
-        if (moment % 2 == 0)
-            shortLived->shutdown();
-        shortLived.reset();
-        EXPECT_LT(terminal.clock().monotonic() - begin, 9s) << "nothing had to be cancelled";
+        const auto ending = simulated([&] {
+            if (moment % 2 == 0)
+                shortLived->shutdown();
+            shortLived.reset();
+        });
+        EXPECT_LT(ending, 9s) << "nothing had to be cancelled";
     }
     EXPECT_TRUE(test::soon([&] { return test::runningThreads() == threads; }));
     EXPECT_EQ(test::openDescriptors(), descriptors);
 
     // A driver that keeps the read: the worker is cancelled in it, and can be started again.
-    engine().setStubborn(true);
+    engine.setStubborn(true);
     ASSERT_TRUE(reader.initialize());
     beginRead(reader);
     EXPECT_TRUE(reader.shutdown());
     EXPECT_EQ(test::openDescriptors(), descriptors);
-    engine().setStubborn(false);
+    engine.setStubborn(false);
     ASSERT_TRUE(reader.initialize());
     EXPECT_EQ(delivered(reader, "\x00\x01\x00\x00\x07"s), "2 07 ");
 }

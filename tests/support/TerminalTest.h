@@ -75,7 +75,7 @@ private:
 };
 
 /// A window that notes what reaches it in the terminal's journal: "app: event 16 87",
-/// "app: scan 4006381333931" and "app: key 28".
+/// "app: scan 4006381333931", "app: key 28" and, of a tag, "tag: SOURCE ID DATA".
 class NotingWindow : public GuiWindow {
 public:
     explicit NotingWindow(sim::Journal& terminalJournal) : GuiWindow(0), journal(terminalJournal) {}
@@ -90,8 +90,12 @@ public:
     void onSystemEvent(int code, void* data) override {
         if (code == 256) {
             const ScanRecord& record = *static_cast<ScanRecord*>(data);
-            const bool isBarcode = record.source == 0 && !record.id && record.reserved == 0;
-            journal.note("app", (isBarcode ? "scan " : "odd scan ") + std::string(record.data));
+            const std::string text =
+                (record.reserved == 0 ? "" : "odd ") + std::string(record.data);
+            if (record.source == 0)
+                journal.note("app", (record.id ? "odd scan " : "scan ") + text);
+            else
+                journal.note("tag", std::to_string(record.source) + " " + record.id + " " + text);
             if (onScan)
                 onScan();
             return;
@@ -127,6 +131,11 @@ private:
 /// A test on a terminal of its own.
 class TerminalTest : public testing::Test {
 protected:
+    /// Waits until a line that contains `text` is in the journal; false when none comes.
+    bool await(const std::string& text) {
+        return terminal.journal().await(text, 0, HostLimit) != 0;
+    }
+
     /// What the journal has noted since the last call.
     std::vector<std::string> takeLines() {
         auto lines = terminal.journal().lines();

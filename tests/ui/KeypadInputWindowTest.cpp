@@ -53,11 +53,6 @@ private:
 
 class KeypadInputWindowTest : public test::TerminalTest {
 protected:
-    string took() { return take("field"); }
-    bool await(const string& text) {
-        return terminal.journal().await("field: " + text, 0, test::HostLimit) != 0;
-    }
-
     static constexpr int Wait = 1000, Hold = 1001;  // the timers
     Field field{terminal.journal()};
 };
@@ -118,8 +113,8 @@ TEST_F(KeypadInputWindowTest, APendingCharacterIsCommittedByAPauseOrAnotherKey) 
     EXPECT_GE(between("field: put 68 0 0", "field: commit"), std::chrono::milliseconds(590));
     terminal.journal().clear();
     key(3, true);  // held: its case changes each second
-    EXPECT_TRUE(await("put 97 2 0"));
-    EXPECT_TRUE(await("put 65 2 1"));
+    EXPECT_TRUE(await("field: put 97 2 0"));
+    EXPECT_TRUE(await("field: put 65 2 1"));
     EXPECT_GE(between("field: put 65 0 0", "field: put 97 2 0"), std::chrono::milliseconds(990));
 }
 
@@ -155,9 +150,9 @@ TEST_F(KeypadInputWindowTest, HeldKeysTheFunctionKeyAndRefusals) {
          "commit, put 100 0 0"},
     };
     for (const auto& tried : cases) {
-        took();
+        take("field");
         tried.steps(field);
-        EXPECT_EQ(took(), tried.shown) << tried.what;
+        EXPECT_EQ(take("field"), tried.shown) << tried.what;
     }
     EXPECT_EQ(field.lastDown, 4);
     EXPECT_EQ(field.lastUp, 4);
