@@ -1,14 +1,5 @@
 #include "bluetooth/BlueGigaBluetoothModule.h"
 
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
-#include <atomic>
-#include <cerrno>
-#include <memory>
-#include <string>
-#include <string_view>
-
 #include "bluetooth/OwnedLink.h"
 #include "foundation/Worker.h"
 #include "support/Resources.h"

@@ -1,15 +1,7 @@
 #include "bluetooth/BluetoothSPPConnection.h"
 
-#include <gtest/gtest.h>
-
 #include <array>
-#include <atomic>
-#include <functional>
-#include <memory>
 #include <numeric>
-#include <string>
-#include <thread>
-#include <vector>
 
 #include "bluetooth/OwnedLink.h"
 #include "support/Eventually.h"

@@ -1,14 +1,6 @@
 #include "bluetooth/LMXBluetoothModule.h"
 
-#include <gtest/gtest.h>
-
-#include <atomic>
-#include <cerrno>
-#include <memory>
 #include <stdexcept>
-#include <string>
-#include <string_view>
-#include <vector>
 
 #include "bluetooth/OwnedLink.h"
 #include "sim/console/Console.h"

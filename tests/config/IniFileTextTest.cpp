@@ -1,9 +1,5 @@
 // The text of INI files, on the memory card.
 
-#include <gtest/gtest.h>
-
-#include <string>
-
 #include "config/IniFile.h"
 #include "io/Media.h"
 #include "support/Resources.h"
@@ -81,13 +77,6 @@ TEST_F(IniFileTextTest, TheFirstSpecialCharacterOfALineDecidesAndNothingIsTrimme
         ini.Reset();
         EXPECT_EQ(read(one.text), one.result);
         EXPECT_EQ(contents(ini), one.expected);
-
-        // What is in a model is in its file.
-        const string first = contents(ini);
-        EXPECT_TRUE(ini.WriteFile());
-        ini.Reset();
-        EXPECT_EQ(ini.ReadFile(), first.find("<[") != string::npos);
-        EXPECT_EQ(contents(ini), first);
     }
     EXPECT_EQ(Media::mountTable[0].readers + Media::mountTable[0].writers, 0);
 }

@@ -1,12 +1,6 @@
 #include "config/LogFile.h"
 
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
-#include <cerrno>
 #include <cstdlib>
-#include <ctime>
-#include <string>
 
 #include "config/RawLogFile.h"
 #include "io/Media.h"

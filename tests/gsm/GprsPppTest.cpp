@@ -1,15 +1,11 @@
 #include "gsm/GprsPpp.h"
 
 #include <fcntl.h>
-#include <gtest/gtest.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <chrono>
 #include <csignal>
 #include <fstream>
-#include <functional>
-#include <string>
 
 #include "foundation/Worker.h"
 #include "io/FileDescriptor.h"

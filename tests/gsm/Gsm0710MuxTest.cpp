@@ -1,21 +1,13 @@
 #include "gsm/Gsm0710Mux.h"
 
 #include <fcntl.h>
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
 #include <poll.h>
 #include <unistd.h>
 
 #include <algorithm>
-#include <atomic>
-#include <cerrno>
-#include <chrono>
 #include <ctime>
-#include <future>
 #include <iomanip>
-#include <memory>
 #include <sstream>
-#include <string>
 
 #include "foundation/PowerEventListener.h"
 #include "gsm/Octets.h"

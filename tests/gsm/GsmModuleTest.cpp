@@ -1,13 +1,7 @@
 #include "gsm/GsmModule.h"
 
-#include <gtest/gtest.h>
-
-#include <chrono>
 #include <deque>
-#include <functional>
 #include <map>
-#include <string>
-#include <vector>
 
 #include "foundation/Worker.h"
 #include "gsm/ScriptedModem.h"

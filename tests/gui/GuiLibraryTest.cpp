@@ -1,13 +1,5 @@
 #include "gui/GuiLibrary.h"
 
-#include <atomic>
-#include <functional>
-#include <future>
-#include <memory>
-#include <string>
-#include <thread>
-#include <utility>
-
 #include "gui/GuiTimer.h"
 #include "gui/GuiWindow.h"
 #include "support/TerminalTest.h"

@@ -1,11 +1,5 @@
 #include "io/Media.h"
 
-#include <gtest/gtest.h>
-
-#include <cerrno>
-#include <climits>
-#include <string>
-
 #include "support/TerminalTest.h"
 
 namespace {

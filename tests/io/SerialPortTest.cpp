@@ -1,17 +1,12 @@
 #include "io/SerialPort.h"
 
-#include <gtest/gtest.h>
 #include <pthread.h>
 #include <sys/ioctl.h>
 #include <unistd.h>
 
-#include <array>
-#include <atomic>
-#include <cerrno>
 #include <csignal>
 #include <cstdlib>
 #include <cstring>
-#include <string>
 
 #include "support/Resources.h"
 #include "support/TerminalTest.h"

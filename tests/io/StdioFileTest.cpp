@@ -1,13 +1,8 @@
 #include "io/StdioFile.h"
 
-#include <gtest/gtest.h>
 #include <unistd.h>
 
-#include <atomic>
-#include <cerrno>
 #include <cstdio>
-#include <string>
-#include <vector>
 
 #include "foundation/Worker.h"
 #include "io/Media.h"

@@ -1,15 +1,7 @@
 #include "network/BluetoothConnection.h"
 
-#include <gtest/gtest.h>
-
-#include <cerrno>
-#include <functional>
-#include <memory>
-#include <string>
-
 #include "bluetooth/BluetoothSPPConnection.h"
 #include "bluetooth/BluetoothSocket.h"
-#include "sim/console/Console.h"
 #include "support/Resources.h"
 #include "support/TerminalTest.h"
 

@@ -1,14 +1,5 @@
 #include "network/GprsConnection.h"
 
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
-#include <cerrno>
-#include <functional>
-#include <map>
-#include <memory>
-#include <string>
-
 #include "network/NetworkWindow.h"
 #include "support/Resources.h"
 #include "support/TerminalTest.h"

@@ -1,14 +1,7 @@
 #include "network/NetworkConnection.h"
 
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
 #include <algorithm>
-#include <atomic>
-#include <chrono>
-#include <functional>
 #include <mutex>
-#include <string>
 
 #include "network/NetworkWindow.h"
 #include "support/TerminalTest.h"

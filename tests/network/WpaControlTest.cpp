@@ -4,13 +4,8 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <atomic>
-#include <cerrno>
 #include <cstring>
 #include <filesystem>
-#include <string>
-#include <utility>
-#include <vector>
 
 #include "io/FileDescriptor.h"
 #include "support/Resources.h"

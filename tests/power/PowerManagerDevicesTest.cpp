@@ -1,15 +1,9 @@
-#include <fcntl.h>
-#include <gtest/gtest.h>
 
-#include <cerrno>
 #include <climits>
 #include <cstdlib>
-#include <functional>
-#include <string>
 
 #include "power/BoardProtocol.h"
 #include "power/PowerManager.h"
-#include "support/Resources.h"
 #include "support/TerminalTest.h"
 
 namespace {
@@ -19,16 +13,9 @@ using std::string;
 
 constexpr char Speaker[] = "/dev/input/event2";
 
-/// Before there is a power manager.
-class PowerManagerStartTest : public test::TerminalTest {
-protected:
-    ~PowerManagerStartTest() override { PowerManager::deinitPowerManager(); }
-};
+constexpr double Fast = 100;  // the modem takes its seconds
 
-class PowerManagerDevicesTest : public test::PoweredTest {
-protected:
-    static constexpr double Fast = 100;  // the modem takes its seconds
-};
+using PowerManagerDevicesTest = test::PoweredTest;
 
 using Operation = std::function<int(PowerManager&)>;
 

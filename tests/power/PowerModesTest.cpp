@@ -1,8 +1,5 @@
-#include <gtest/gtest.h>
 
 #include <cstdio>
-#include <string>
-#include <vector>
 
 #include "foundation/PowerEventListener.h"
 #include "io/Media.h"

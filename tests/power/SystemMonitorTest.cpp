@@ -1,13 +1,7 @@
 #include "power/SystemMonitor.h"
 
-#include <gtest/gtest.h>
-
 #include <algorithm>
 #include <array>
-#include <climits>
-#include <map>
-#include <string>
-#include <vector>
 
 #include "io/Media.h"
 #include "power/PowerManager.h"

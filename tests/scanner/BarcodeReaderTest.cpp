@@ -1,11 +1,5 @@
 #include "scanner/BarcodeReader.h"
 
-#include <gtest/gtest.h>
-
-#include <functional>
-#include <string>
-#include <string_view>
-
 #include "power/SystemEvents.h"
 #include "support/TerminalTest.h"
 

@@ -1,12 +1,6 @@
 #include "scanner/RfidReader.h"
 
-#include <gtest/gtest.h>
-
-#include <cerrno>
 #include <climits>
-#include <memory>
-#include <string>
-#include <vector>
 
 #include "scanner/RfidProtocol.h"
 #include "support/Resources.h"

@@ -1,10 +1,5 @@
 #include "scanner/ScannerInput.h"
 
-#include <gtest/gtest.h>
-
-#include <functional>
-#include <string>
-
 #include "support/FreshProcess.h"
 #include "support/TerminalTest.h"
 

@@ -7,8 +7,6 @@
 #include <termios.h>
 #include <unistd.h>
 
-#include <string>
-
 #include "io/FileDescriptor.h"
 #include "power/BoardProtocol.h"
 #include "sim/Spellings.h"

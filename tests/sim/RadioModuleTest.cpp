@@ -1,11 +1,6 @@
 #include <fcntl.h>
-#include <gtest/gtest.h>
 #include <termios.h>
 #include <unistd.h>
-
-#include <cerrno>
-#include <chrono>
-#include <string>
 
 #include "gsm/Octets.h"
 #include "io/FileDescriptor.h"

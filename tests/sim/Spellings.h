@@ -1,7 +1,7 @@
 #pragma once
 
 #include <cerrno>
-#include <iterator>
+#include <cstddef>
 
 namespace test {
 

@@ -7,7 +7,6 @@
 #include <sys/socket.h>
 #include <sys/wait.h>
 
-#include <cerrno>
 #include <csignal>
 #include <cstdlib>
 #include <cstring>

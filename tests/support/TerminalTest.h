@@ -1,14 +1,20 @@
 #pragma once
 
+// What the tests on a terminal have in common. The headers of the standard library that nearly all
+// of them use come with it.
+
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <poll.h>
 #include <unistd.h>
 
+#include <atomic>
+#include <cerrno>
 #include <chrono>
 #include <cstdint>
 #include <functional>
 #include <future>
+#include <memory>
 #include <string>
 #include <string_view>
 #include <thread>

@@ -1,11 +1,5 @@
 #include "ui/KeypadInputWindow.h"
 
-#include <gtest/gtest.h>
-
-#include <chrono>
-#include <functional>
-#include <string>
-
 #include "support/TerminalTest.h"
 
 namespace {
