@@ -34,31 +34,24 @@ protected:
         link = std::make_unique<BluetoothConnection>(&settings);
     }
 
-    void initialize() {
-        terminal.clock().setSpeed(Exchanging);
-        ASSERT_TRUE(link->initialize());
-    }
-
     static string read(BluetoothSocket& socket) {
         unsigned char buffer[200];
-        const int count = socket.readData(buffer, sizeof buffer);
-        return {buffer, buffer + count};
+        return {buffer, buffer + socket.readData(buffer, sizeof buffer)};
     }
     static bool write(BluetoothSocket& socket, string text) {
         return socket.writeData(reinterpret_cast<unsigned char*>(text.data()),
-                                static_cast<unsigned>(text.size()));
+                                unsigned(text.size()));
     }
 
-    sim::TextBluetoothModule& module() { return terminal.textModule(); }
-
+    sim::TextBluetoothModule& module = terminal.textModule();
     std::unique_ptr<BluetoothConnection> link;
 };
 
 TEST_F(BluetoothConnectionTest, TheRadioComesUpCarriesASocketAndIsShutDown) {
-    const long descriptors = test::openDescriptors();
-    const long threads = test::runningThreads();
-    initialize();
-    EXPECT_TRUE(module().isMultiplexing() && module().accessCode() == "9e8b33");
+    const long descriptors = test::openDescriptors(), threads = test::runningThreads();
+    terminal.clock().setSpeed(Exchanging);
+    ASSERT_TRUE(link->initialize());
+    EXPECT_TRUE(module.isMultiplexing() && module.accessCode() == "9e8b33");
     GENERIC_NETWORK_INFO info;
     EXPECT_TRUE(link->getNetworkInfo(info) && info.connected == 1 && info.channel == 0);
     EXPECT_EQ(info.networkName + info.ipAddress + info.macAddress, "BTn/an/a");
@@ -83,7 +76,7 @@ TEST_F(BluetoothConnectionTest, TheRadioComesUpCarriesASocketAndIsShutDown) {
     ASSERT_TRUE(link->connect());
     EXPECT_TRUE(soon([&] { return link->getLastEvent() == NETWORK_UP; }));
     EXPECT_TRUE(link->disconnect() && link->shutdown());
-    EXPECT_TRUE(!module().isReady() && module().line().isOpen()) << "the line stays";
+    EXPECT_TRUE(!module.isReady() && module.line().isOpen()) << "the line stays";
     link.reset();
     EXPECT_TRUE(soon([&] {
         return test::openDescriptors() == descriptors && test::runningThreads() == threads;
@@ -98,11 +91,11 @@ TEST_F(BluetoothConnectionTest, EveryStepOfTheBringUpCanFail) {
     } cases[] = {
         {"no supply", Waiting, [&] { terminal.faults().fail("ioctl", "/dev/pwrctrl", EIO, 1); }},
         {"no line", Waiting, [&] { terminal.setPresent("/dev/ttyAT1", false); }},
-        {"no banner", Waiting, [&] { module().setSilent(true); }},
+        {"no banner", Waiting, [&] { module.setSilent(true); }},
         {"no MUX mode", Exchanging,
-         [&] { module().onCommand("SET CONTROL*", Reply::final("SYNTAX ERROR").withoutEcho()); }},
+         [&] { module.onCommand("SET CONTROL*", Reply::final("SYNTAX ERROR").withoutEcho()); }},
         {"no access code", Exchanging,
-         [&] { module().onCommand("SET BT LAP*", Reply::final("REFUSED")); }},
+         [&] { module.onCommand("SET BT LAP*", Reply::final("REFUSED")); }},
     };
     for (const auto& expected : cases) {
         SCOPED_TRACE(expected.what);
@@ -112,8 +105,8 @@ TEST_F(BluetoothConnectionTest, EveryStepOfTheBringUpCanFail) {
         make();  // what is left of it is taken down with it, whatever is held
         terminal.setPresent("/dev/ttyAT1", true);
         terminal.faults().clear();
-        module().setSilent(false);
-        module().clearHooks();
+        module.setSilent(false);
+        module.clearHooks();
     }
     terminal.faults().fail("ioctl", "/dev/pwrctrl", EIO);
     EXPECT_FALSE(link->netShutdown());
