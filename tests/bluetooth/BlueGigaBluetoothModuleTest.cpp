@@ -210,13 +210,11 @@ TEST_F(BlueGigaBluetoothModuleTest, LinksAreCalledCarryDataAndAreEnded) {
     EXPECT_TRUE(terminal.air().drop(Printer));
     driver->pollIncomingData(1000);
     EXPECT_TRUE(print->isConnected() && !print->disconnect());
-    EXPECT_TRUE(phone->disconnect() && phone->isConnected());
-    EXPECT_TRUE(module.links().empty());
+    EXPECT_TRUE(phone->disconnect() && phone->isConnected() && module.links().empty());
 }
 
 TEST_F(BlueGigaBluetoothModuleTest, ItIsClosedAndDestroyedAtAnyMoment) {
-    const long descriptors = test::openDescriptors();
-    const long threads = test::runningThreads();
+    const test::Holdings before;
     terminal.clock().setSpeed(Waiting);
     for (int round = 0; round < 20; ++round) {
         ASSERT_TRUE(driver->open());
@@ -234,9 +232,7 @@ TEST_F(BlueGigaBluetoothModuleTest, ItIsClosedAndDestroyedAtAnyMoment) {
             EXPECT_TRUE(driver->close());
     }
     driver.reset();
-    EXPECT_TRUE(soon([&] {
-        return test::openDescriptors() == descriptors && test::runningThreads() == threads;
-    }));
+    EXPECT_TRUE(before.areBack());
 }
 
 TEST_F(BlueGigaBluetoothModuleTest, AFailedOpenHoldsTheModuleForGood) {

@@ -93,7 +93,7 @@ TEST_F(LMXBluetoothModuleTest, AModuleThatCannotBeSetUpIsNone) {
     }
     module.line().distortSent(nullptr);
     terminal.clock().setSpeed(Fast);
-    const long descriptors = test::openDescriptors(), threads = test::runningThreads();
+    const test::Holdings before;
     int failures = 0;
     for (int failing = 1; failing < 40; ++failing) {
         terminal.faults().clear();
@@ -101,10 +101,7 @@ TEST_F(LMXBluetoothModuleTest, AModuleThatCannotBeSetUpIsNone) {
         failures += LMXBluetoothModule::initialize() ? 0 : 1;
         delete BluetoothModule::pModule;
         EXPECT_EQ(BluetoothModule::pModule, nullptr);
-        const auto nothingIsLeft = [&] {
-            return test::openDescriptors() == descriptors && test::runningThreads() == threads;
-        };
-        EXPECT_TRUE(soon(nothingIsLeft)) << "call " << failing;
+        EXPECT_TRUE(before.areBack()) << "call " << failing;
     }
     EXPECT_GE(failures, 1 + 4 + 1) << "the open, a write of each kind and the thread";
 }
@@ -134,8 +131,7 @@ TEST_F(LMXBluetoothModuleTest, ACallCarriesDataAndOnlyWithoutOneTheChipSleepsWit
     EXPECT_TRUE(driver().powerStateChange(POWER_SUSPEND, POWER_ALARM_WAKE));
     EXPECT_FALSE(module.isEnabled());
     EXPECT_TRUE(driver().powerStateChange(POWER_ALARM_WAKE, POWER_ON));
-    EXPECT_TRUE(driver().powerStateChange(POWER_ON, POWER_DARK));
-    EXPECT_TRUE(driver().setEnabled(false));
+    EXPECT_TRUE(driver().powerStateChange(POWER_ON, POWER_DARK) && driver().setEnabled(false));
     EXPECT_TRUE(mayBeSuspended());
     EXPECT_EQ(take("packet"), "06 00 00, disabled, 06 01 01, enabled, 06 00 00, disabled, "
                               "06 00 00, disabled, 06 00 00, disabled");

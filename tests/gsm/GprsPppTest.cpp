@@ -46,8 +46,7 @@ public:
 class Dialled {
 public:
     Dialled() : master(::open("/dev/ptyp1", O_RDWR | O_NONBLOCK)) {
-        EXPECT_TRUE(master.isOpen());
-        EXPECT_TRUE(worker.start());
+        EXPECT_TRUE(master.isOpen() && worker.start());
     }
 
 private:
@@ -108,8 +107,7 @@ TEST_F(GprsPppTest, APidFileThatNamesNoDaemonSignalsNobodyAndAnyOtherProcessIsKi
     writePidFile("-" + std::to_string(::getpid()));
     EXPECT_EQ(GprsPpp::getDaemonPID(), -::getpid());
     EXPECT_FALSE(GprsPpp::isRunning() || GprsPpp::stop());
-    EXPECT_TRUE(hasPidFile());
-    EXPECT_TRUE(isAlive(bystander.pid));
+    EXPECT_TRUE(hasPidFile() && isAlive(bystander.pid));
 
     for (const bool isDead : {false, true}) {
         terminal.clock().setSpeed(isDead ? 1 : 20);
@@ -140,11 +138,9 @@ TEST_F(GprsPppTest, ADaemonThatEndsByItselfIsReapedAndOneThatIsDeafIsKilled) {
     terminal.clock().setSpeed(1);
     terminal.ppp().setNeverUp(true);
     test::Worker worker([](test::Worker&) { start(); });
-    ASSERT_TRUE(worker.start());
-    ASSERT_TRUE(soon([] { return GprsPpp::getDaemonPID() > 0; }));
+    ASSERT_TRUE(worker.start() && soon([] { return GprsPpp::getDaemonPID() > 0; }));
     pid = GprsPpp::getDaemonPID();
-    EXPECT_TRUE(worker.terminate());
-    EXPECT_TRUE(isReaped(pid));
+    EXPECT_TRUE(worker.terminate() && isReaped(pid));
     EXPECT_FALSE(hasPidFile());
 }
 

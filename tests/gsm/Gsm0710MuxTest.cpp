@@ -9,7 +9,6 @@
 #include <iomanip>
 #include <sstream>
 
-#include "foundation/PowerEventListener.h"
 #include "gsm/Octets.h"
 #include "io/FileDescriptor.h"
 #include "support/Eventually.h"
@@ -28,8 +27,8 @@ using test::soon;
 
 constexpr char Line[] = "/dev/ttyAT1";
 constexpr double SlowTime = 0.3;
-constexpr char OpeningOfTwo[] = "0:3F 1:3F 0:EF[E3 05 07 0C] 2:3F 0:EF[E3 05 0B 0C]";
-constexpr char ClosingOfTwo[] = "1:53 0:53 0:EF[C3 01] 0:EF[C3 01] 0:EF[C3 01] 0:EF[C3 01] "
+constexpr char OpeningOfTwo[] = "0:3F, 1:3F, 0:EF[E3 05 07 0C], 2:3F, 0:EF[E3 05 0B 0C]";
+constexpr char ClosingOfTwo[] = "1:53, 0:53, 0:EF[C3 01], 0:EF[C3 01], 0:EF[C3 01], 0:EF[C3 01], "
                                 "0:EF[C3 01]";
 
 string hex(const string& bytes) {
@@ -83,7 +82,7 @@ protected:
         ASSERT_TRUE(startMultiplexing());
         ASSERT_TRUE(soon([&] { return radio.isChannelOpen(0); })) << text();
         send(0, octets("23 01"));
-        ASSERT_TRUE(soonReceived(string(OpeningOfTwo) + " 0:EF[21 01]")) << text();
+        ASSERT_TRUE(soonReceived(string(OpeningOfTwo) + ", 0:EF[21 01]")) << text();
         clear();
     }
 
@@ -139,11 +138,11 @@ protected:
 
     /// Notes it as "0:EF[E3 05]", data for the program that it is for as well.
     bool note(const RadioFrame& frame) {
-        const std::lock_guard<std::mutex> held(mutex);
         const bool isData = frame.channel > 0 && frame.control == RadioMux::UIH;
-        noted += (noted.empty() ? "" : " ") + std::to_string(frame.channel) + ":" +
-                 hex(string(1, static_cast<char>(frame.control))) +
-                 (frame.data.empty() ? "" : "[" + hex(frame.data) + "]");
+        terminal.journal().note("mux", std::to_string(frame.channel) + ":" +
+                                           hex(string(1, static_cast<char>(frame.control))) +
+                                           (frame.data.empty() ? "" : "[" + hex(frame.data) + "]"));
+        const std::lock_guard<std::mutex> held(mutex);
         if (isData)
             data[frame.channel] += frame.data;
         return isData || isDeaf;
@@ -154,18 +153,9 @@ protected:
         return data[channel];
     }
 
-    void clear() {
-        const std::lock_guard<std::mutex> held(mutex);
-        noted.clear();
-        for (string& each : data)
-            each.clear();
-    }
-
     /// The frames that the module has received.
-    string text() {
-        const std::lock_guard<std::mutex> held(mutex);
-        return noted;
-    }
+    string text() { return terminal.journal().history("mux"); }
+    void clear() { terminal.journal().clear(); }
 
     bool soonReceived(const string& expected) {
         return soon([&] { return text().size() >= expected.size(); }) && text() == expected;
@@ -189,20 +179,18 @@ protected:
     std::atomic<bool> isDeaf{false};  // the module does not see frames
 
 private:
-    std::mutex mutex;  // guards what follows
-    string noted;
-    string data[64];
+    std::mutex mutex;
+    string data[64];  // guarded by mutex
 };
 
 TEST_F(Gsm0710MuxTest, DataOfAProgramLeavesInFramesOf31OctetsAndComesBackOnItsChannel) {
     start();
     const io::FileDescriptor first = program(1), second = program(2);
     const string sent = pattern(100);
-    ASSERT_TRUE(write(first, sent));
-    ASSERT_TRUE(soon([&] { return received(1).size() >= 100; }));
+    ASSERT_TRUE(write(first, sent) && soon([&] { return received(1).size() >= 100; }));
     string expected;
     for (size_t at = 0; at < 100; at += 31)
-        expected += (at ? " 1:EF[" : "1:EF[") + hex(sent.substr(at, 31)) + "]";
+        expected += (at ? ", 1:EF[" : "1:EF[") + hex(sent.substr(at, 31)) + "]";
     EXPECT_EQ(text(), expected);
 
     // Whatever the module sends: of any length, on any channel, of a kind nobody knows, damaged.
@@ -230,18 +218,15 @@ TEST_F(Gsm0710MuxTest, DataOfAProgramLeavesInFramesOf31OctetsAndComesBackOnItsCh
 
 TEST_F(Gsm0710MuxTest, MessagesAndFramesAreAnsweredAsThePeerOfTheModuleDoes) {
     start();
-    struct Exchange {
-        int channel;
-        int control;
-        string data;
-        string answer;
-        const char* what;
-    };
     const string longTest = octets("23 FF") + string(40, 'x');
-    const Exchange exchanges[] = {
+    const struct {
+        int channel, control;
+        string data, answer;
+        const char* what;
+    } exchanges[] = {
         {0, 0xEF, octets("23 07 01 02 03"), "0:EF[21 07 01 02 03]", "test"},
         {0, 0xEF, longTest,
-         "0:EF[21 FF" + hex(string(29, 'x')).insert(0, " ") + "] 0:EF[" + hex(string(11, 'x')) +
+         "0:EF[21 FF" + hex(string(29, 'x')).insert(0, " ") + "], 0:EF[" + hex(string(11, 'x')) +
              "]",
          "a long test"},
         {0, 0xEF, octets("21 07 01 02 03"), "", "response"},
@@ -258,27 +243,24 @@ TEST_F(Gsm0710MuxTest, MessagesAndFramesAreAnsweredAsThePeerOfTheModuleDoes) {
         {1, 0x43, "", "1:1F", "which is closed now"},
         {0, 0x2F, "junk", "0:73", "SABM with data"},
     };
-    for (const Exchange& exchange : exchanges) {
+    for (const auto& exchange : exchanges) {
         clear();
         send(exchange.channel, exchange.data, exchange.control);
         send(0, octets("23 01"));  // answered last
         const string expected =
-            (exchange.answer.empty() ? "" : exchange.answer + " ") + "0:EF[21 01]";
+            (exchange.answer.empty() ? "" : exchange.answer + ", ") + "0:EF[21 01]";
         EXPECT_TRUE(soonReceived(expected)) << exchange.what << ": " << text();
     }
 }
 
 TEST_F(Gsm0710MuxTest, TheModuleMayRefuseOrEndMultiplexingAndTheEngineStartsAgain) {
     const struct {
-        string data;
         int control;
-        string answer;
-        const char* what;
-    } ends[] = {{octets("C3 01"), 0xEF, "0:EF[C1 01]", "close-down"},
-                {octets("C3"), 0xEF, "0:EF[C1]", "close-down without length"},
-                {"", 0x43, "0:73", "DISC on channel 0"},
-                // Once for the open channel 0, which only closes it.
-                {"", 0x0F, ClosingOfTwo, "DM on channel 0"}};
+        string data, answer;
+    } ends[] = {{0xEF, octets("C3 01"), "0:EF[C1 01]"},  // close-down
+                {0xEF, octets("C3"), "0:EF[C1]"},        // ... without its length
+                {0x43, "", "0:73"},
+                {0x0F, "", ClosingOfTwo}};
     const long descriptors = test::openDescriptors();
     radio.refuseChannel(0);
     ASSERT_TRUE(startMultiplexing());
@@ -294,31 +276,24 @@ TEST_F(Gsm0710MuxTest, TheModuleMayRefuseOrEndMultiplexingAndTheEngineStartsAgai
         isDeaf = true;
         send(0, end.data, end.control);
         if (end.control == 0x0F)
-            send(0, "", 0x0F);
+            send(0, "", 0x0F);  // one for the open channel 0 only closes it
         pollfd port{held.get(), 0, 0};
         EXPECT_TRUE(soon([&] { return ::poll(&port, 1, 0) > 0 && (port.revents & POLLHUP); }))
-            << end.what;
-        EXPECT_TRUE(soonReceived(end.answer)) << end.what << ": " << text();
+            << end.answer;
+        EXPECT_TRUE(soonReceived(end.answer)) << text();
         EXPECT_FALSE(startOnly()) << "the line is still held";
         stopAndRestartModule();
-        EXPECT_EQ(text(), end.answer) << end.what;
+        EXPECT_EQ(text(), end.answer);
         isDeaf = false;
     }
     EXPECT_EQ(test::openDescriptors(), descriptors);
 }
 
-/// Slows the time down after a suspend, before the engine starts anew.
-struct SlowWakeUp : PowerEventListener {
-    bool powerStateChange(PowerState from, PowerState) override {
-        if (from == POWER_SUSPEND)
-            sim::Clock::get().setSpeed(SlowTime);
-        return true;
-    }
-};
-
 TEST_F(Gsm0710MuxTest, SuspendClosesItAndTheWakeUpBuildsItUpAgain) {
-    SlowWakeUp slowWakeUp;
-    power().addListener(&slowWakeUp);
+    terminal.journal().watch([](const sim::Journal::Entry& entry) {
+        if (entry.text.rfind("woken", 0) == 0)  // before the engine starts anew
+            sim::Clock::get().setSpeed(SlowTime);
+    });
     start();
     io::FileDescriptor first = program(1);
     const io::FileDescriptor second = program(2);  // held all the time
@@ -326,7 +301,7 @@ TEST_F(Gsm0710MuxTest, SuspendClosesItAndTheWakeUpBuildsItUpAgain) {
         clear();
         EXPECT_TRUE(power().setPowerMode(POWER_SUSPEND));
         EXPECT_EQ(terminal.power().suspends(), round + 1);
-        EXPECT_TRUE(soonReceived("1:53 0:53 " + string(OpeningOfTwo))) << text();
+        EXPECT_TRUE(soonReceived("1:53, 0:53, " + string(OpeningOfTwo))) << text();
         terminal.clock().setSpeed(1);
         first.reset();
         first = program(1);
@@ -337,7 +312,6 @@ TEST_F(Gsm0710MuxTest, SuspendClosesItAndTheWakeUpBuildsItUpAgain) {
     const io::FileDescriptor again = program(2);
     ASSERT_TRUE(write(again, "still here"));
     EXPECT_TRUE(soon([&] { return received(2) == "still here"; }));
-    power().removeListener(&slowWakeUp);
 }
 
 TEST_F(Gsm0710MuxTest, AClosedPortCostsNothingAndAnUnreadOneTheOthersASecondOnce) {

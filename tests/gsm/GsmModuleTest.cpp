@@ -140,8 +140,7 @@ TEST_F(GsmModuleTest, DialoguesOfSeveralThreadsDoNotMixAndCanBeCancelled) {
 
     modem.script("AT+CPIN?", {Silence});
     test::Worker worker([&](test::Worker&) { module.initSIM("1234"); });
-    ASSERT_TRUE(worker.start());
-    ASSERT_TRUE(test::soon([&] { return modem.hasHeard("AT+CPIN?"); }));
+    ASSERT_TRUE(worker.start() && test::soon([&] { return modem.hasHeard("AT+CPIN?"); }));
     EXPECT_TRUE(worker.terminate());
     EXPECT_TRUE(module.attachGprs()) << "the lock is free";
     EXPECT_TRUE(module.close());

@@ -138,8 +138,7 @@ TEST_F(StdioFileTest, ACancelledWorkerGivesBackWhatItHasOpen) {
         EXPECT_EQ(onPipe.getSize(), -1);
         onPipe.readString();
     });
-    ASSERT_TRUE(reader.start());
-    ASSERT_TRUE(test::soon([&] { return isOpen.load(); }));
+    ASSERT_TRUE(reader.start() && test::soon([&] { return isOpen.load(); }));
     EXPECT_TRUE(reader.terminate());
     EXPECT_EQ(take("card"), "mount rw, remount ro");
     ::close(ends[0]);

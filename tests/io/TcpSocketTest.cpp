@@ -115,8 +115,7 @@ TEST_F(TcpSocketTest, TimeOutsSetBeforeConnectingHoldAfterIt) {
     EXPECT_FALSE(tcp.setTimeouts(40, -1));
     EXPECT_FALSE(tcp.connect(Host, server.port)) << "kept, and refused again";
     EXPECT_FALSE(tcp.isConnected());
-    EXPECT_TRUE(tcp.setTimeouts(30000, 30000));
-    EXPECT_TRUE(tcp.connect(Host, server.port));
+    EXPECT_TRUE(tcp.setTimeouts(30000, 30000) && tcp.connect(Host, server.port));
 }
 
 TEST_F(TcpSocketTest, EachKeepaliveValueHasItsPlace) {

@@ -48,7 +48,7 @@ protected:
 };
 
 TEST_F(BluetoothConnectionTest, TheRadioComesUpCarriesASocketAndIsShutDown) {
-    const long descriptors = test::openDescriptors(), threads = test::runningThreads();
+    const test::Holdings before;
     terminal.clock().setSpeed(Exchanging);
     ASSERT_TRUE(link->initialize());
     EXPECT_TRUE(module.isMultiplexing() && module.accessCode() == "9e8b33");
@@ -78,9 +78,7 @@ TEST_F(BluetoothConnectionTest, TheRadioComesUpCarriesASocketAndIsShutDown) {
     EXPECT_TRUE(link->disconnect() && link->shutdown());
     EXPECT_TRUE(!module.isReady() && module.line().isOpen()) << "the line stays";
     link.reset();
-    EXPECT_TRUE(soon([&] {
-        return test::openDescriptors() == descriptors && test::runningThreads() == threads;
-    }));
+    EXPECT_TRUE(before.areBack());
 }
 
 TEST_F(BluetoothConnectionTest, EveryStepOfTheBringUpCanFail) {

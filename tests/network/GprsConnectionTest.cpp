@@ -58,7 +58,7 @@ protected:
 
 // What the application is told on the way is what the demonstration shows.
 TEST_F(GprsConnectionTest, ALinkComesUpIsRepairedSleepsAndIsShutDown) {
-    const long descriptors = test::openDescriptors(), threads = test::runningThreads();
+    const test::Holdings before;
     ASSERT_TRUE(link->initialize());
     EXPECT_EQ(story(), Network);
     EXPECT_TRUE(radio.isMultiplexing());
@@ -97,9 +97,7 @@ TEST_F(GprsConnectionTest, ALinkComesUpIsRepairedSleepsAndIsShutDown) {
     EXPECT_TRUE(link->shutdown() && !radio.isOn());
     EXPECT_THAT(story(), EndsWith("event 1 Shutting down GPRS module, "
                                   "event 1 Shutting down multiplexer"));
-    EXPECT_TRUE(soon([&] {
-        return test::openDescriptors() == descriptors && test::runningThreads() == threads;
-    }));
+    EXPECT_TRUE(before.areBack());
 }
 
 TEST_F(GprsConnectionTest, EveryStepOfTheBringUpFailsWithItsOwnText) {

@@ -81,10 +81,7 @@ protected:
 
     void clear() { terminal.journal().clear(); }
 
-    void comeUp() {
-        ASSERT_TRUE(link.connect());
-        ASSERT_TRUE(comes("event 4 up"));
-    }
+    void comeUp() { ASSERT_TRUE(link.connect() && comes("event 4 up")); }
 
     FakeLink link{terminal.journal()};
     test::NetworkWindow network{terminal.journal()};
@@ -99,8 +96,7 @@ TEST_F(NetworkConnectionTest, AFailedConnectIsRetriedAndALostLinkRepairedUnlessI
     EXPECT_TRUE(link.initialize());
     EXPECT_EQ(take("net"), "status begun, event 1 begun, error broken, event 2 broken, initialize");
     link.works = false;
-    ASSERT_TRUE(link.connect());
-    ASSERT_TRUE(comes("connect", 3));
+    ASSERT_TRUE(link.connect() && comes("connect", 3));
     EXPECT_THAT(story(), StartsWith(Poll + Connecting + "connect, " + Down + ", " + Connecting +
                                     "connect, " + Down + ", " + Connecting + "connect"));
     EXPECT_GE(between("net: event 4 down", "net: connecting"), 5s);
@@ -182,8 +178,7 @@ TEST_F(NetworkConnectionTest, ADisconnectEndsWhateverTheWorkerDoes) {
     for (const auto& tried : situations) {
         link.works = tried.works;
         link.isUp = tried.isUp;
-        ASSERT_TRUE(link.connect());
-        ASSERT_TRUE(tried.times == 0 || comes(tried.reached, tried.times));
+        ASSERT_TRUE(link.connect() && (tried.times == 0 || comes(tried.reached, tried.times)));
         if (tried.suspends) {
             link.powerStateChange(POWER_ON, POWER_SUSPEND);
             ASSERT_TRUE(comes("event 4 down"));
@@ -195,8 +190,7 @@ TEST_F(NetworkConnectionTest, ADisconnectEndsWhateverTheWorkerDoes) {
     // A step that hangs is cut off after ten seconds, and the next worker starts anew.
     terminal.clock().setSpeed(Speed);
     link.hangs = true;
-    ASSERT_TRUE(link.connect());
-    ASSERT_TRUE(comes("connect"));
+    ASSERT_TRUE(link.connect() && comes("connect"));
     EXPECT_GE(disconnects(), 10s);
     link.hangs = false;
     comeUp();

@@ -104,11 +104,9 @@ TEST_F(PowerManagerDevicesTest, TheClockIsReadSetAndWakesInLocalTime) {
     tzset();
     constexpr long Moment = 1709622489;  // 2024-03-05 07:08:09 UTC
     long seconds = 0;
-    EXPECT_TRUE(power().rtcSetTime(Moment));
-    EXPECT_TRUE(power().rtcGetTime(&seconds));
+    EXPECT_TRUE(power().rtcSetTime(Moment) && power().rtcGetTime(&seconds));
     EXPECT_NEAR(static_cast<double>(seconds), Moment, 2);
-    EXPECT_TRUE(power().rtcGetTime(nullptr));
-    EXPECT_TRUE(power().rtcSetAlarm(90));
+    EXPECT_TRUE(power().rtcGetTime(nullptr) && power().rtcSetAlarm(90));
     EXPECT_TRUE(power().rtcEnableAlarm(true));
     EXPECT_FALSE(power().rtcGetAlarmState());
     pass(91s);

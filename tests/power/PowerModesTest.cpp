@@ -145,8 +145,7 @@ TEST_F(PowerModesTest, WithACardInUseASuspendOrShutdownOnlySwitchesTheDisplayOff
                             "pwrctrl: keyboard fade 0", "oled: fade 0", "oled: off"));
     EXPECT_EQ(power().getCurrentState(), POWER_DISPLAY_OFF);
     fclose(file);
-    EXPECT_TRUE(Media::unmountMedia(0x40000001));
-    EXPECT_TRUE(canMount());
+    EXPECT_TRUE(Media::unmountMedia(0x40000001) && canMount());
 }
 
 TEST_F(PowerModesTest, AShutdownSwitchesEverythingOffAndAsksTheApplication) {

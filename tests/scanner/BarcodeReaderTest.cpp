@@ -85,16 +85,12 @@ TEST_F(BarcodeReaderTest, ABurstInPiecesIsOneCodeUnlessAGapOf100MsComesBetween) 
 TEST_F(BarcodeReaderTest, StartAndStopAreSentOnceAndACodeEndsTheScan) {
     initialize();
     EXPECT_TRUE(reader.stopRead()) << "nothing to stop";
-    EXPECT_TRUE(reader.startRead());
-    EXPECT_TRUE(reader.startRead());
-    EXPECT_TRUE(engine.isScanning());
-    EXPECT_TRUE(reader.stopRead());
-    EXPECT_TRUE(reader.stopRead());
+    EXPECT_TRUE(reader.startRead() && reader.startRead() && engine.isScanning());
+    EXPECT_TRUE(reader.stopRead() && reader.stopRead());
     EXPECT_EQ(take("barcode"), "command ESC Z CR, command ESC Y CR");
 
     engine.present("4006381333931");
-    EXPECT_TRUE(reader.startRead());
-    EXPECT_TRUE(await("app: scan 4006381333931"));
+    EXPECT_TRUE(reader.startRead() && await("app: scan 4006381333931"));
     EXPECT_TRUE(reader.stopRead()) << "the engine has stopped by itself";
     EXPECT_TRUE(reader.startRead());
     EXPECT_EQ(take("barcode"), "command ESC Z CR, read 4006381333931, command ESC Z CR");

@@ -32,16 +32,14 @@ protected:
     /// Arms a read and waits until the driver is in it.
     void beginRead(RfidReader& armed) {
         takeLines();
-        EXPECT_TRUE(armed.initRead());
-        EXPECT_TRUE(await("rfid: reading"));
+        EXPECT_TRUE(armed.initRead() && await("rfid: reading"));
     }
 
     /// What the application is told of an answer of the driver: "" when it is dropped.
     string delivered(RfidReader& armed, const string& answer) {
         takeLines();
         engine.answerNext(answer);
-        EXPECT_TRUE(armed.initRead());
-        EXPECT_TRUE(await("rfid: close"));
+        EXPECT_TRUE(armed.initRead() && await("rfid: close"));
         return take("tag");
     }
 
@@ -76,8 +74,7 @@ TEST_F(RfidReaderTest, WhatOfATagIsReadIsSetUpBeforeEachRead) {
             takeLines();
             if (isSet)
                 typed.setReadAreas(static_cast<RfidBank>(tried.bank), tried.first, tried.last);
-            EXPECT_TRUE(typed.initRead());
-            EXPECT_TRUE(await("rfid: close"));
+            EXPECT_TRUE(typed.initRead() && await("rfid: close"));
             const string tag = terminal.journal().history("tag");
             const string unset = tried.type == 0 ? "prepare, " : "first 0, last 0, bank 0, ";
             EXPECT_EQ(take("rfid"),
@@ -152,8 +149,7 @@ TEST_F(RfidReaderTest, AReadEndsByItsTagByAStopOrAfter5Seconds) {
     EXPECT_THAT(takeLines(), testing::IsEmpty()) << "nothing to abort";
     beginRead(reader);
     EXPECT_TRUE(reader.initRead());  // forgotten when this read ends
-    EXPECT_TRUE(reader.stopRead());
-    EXPECT_TRUE(await("rfid: close"));
+    EXPECT_TRUE(reader.stopRead() && await("rfid: close"));
 
     test::EventThread events;
     EXPECT_GE(simulated([&] {
@@ -179,26 +175,23 @@ TEST_F(RfidReaderTest, AReadEndsByItsTagByAStopOrAfter5Seconds) {
     RfidReader blocks(RFID_READER_NXP);
     blocks.setReadAreas(RFID_BANK_4, INT_MIN, INT_MAX);
     ASSERT_TRUE(blocks.initialize());
-    EXPECT_TRUE(blocks.initRead());
-    EXPECT_TRUE(await("rfid: block"));
-    EXPECT_TRUE(blocks.stopRead());
+    EXPECT_TRUE(blocks.initRead() && await("rfid: block") && blocks.stopRead());
     EXPECT_TRUE(await("rfid: close"));
     EXPECT_EQ(take("rfid").find("reading"), string::npos);
 }
 
 TEST_F(RfidReaderTest, ItMayBeShutDownOrDestroyedAtAnyMoment) {
-    const long descriptors = test::openDescriptors();
-    const long threads = test::runningThreads();
+    const test::Holdings before;
     for (int moment = 0; moment < 60; ++moment) {
         auto shortLived = std::make_unique<RfidReader>(RFID_READER_AMS);
-        const int before = terminal.faults().calls();
+        const int calls = terminal.faults().calls();
         ASSERT_TRUE(shortLived->initialize());
         shortLived->initRead();
         shortLived->startRead();
         if (moment % 3 == 0)
             engine.answerNext("\x00\x01\x00\x00\x07"s);
         // Somewhere between the worker's start and its read.
-        test::soon([&] { return terminal.faults().calls() >= before + moment % 7; });
+        test::soon([&] { return terminal.faults().calls() >= calls + moment % 7; });
         const auto ending = simulated([&] {
             if (moment % 2 == 0)
                 shortLived->shutdown();
@@ -206,15 +199,14 @@ TEST_F(RfidReaderTest, ItMayBeShutDownOrDestroyedAtAnyMoment) {
         });
         EXPECT_LT(ending, 9s) << "nothing had to be cancelled";
     }
-    EXPECT_TRUE(test::soon([&] { return test::runningThreads() == threads; }));
-    EXPECT_EQ(test::openDescriptors(), descriptors);
+    EXPECT_TRUE(before.areBack());
 
     // A driver that keeps the read: the worker is cancelled in it, and can be started again.
     engine.setStubborn(true);
     ASSERT_TRUE(reader.initialize());
     beginRead(reader);
     EXPECT_TRUE(reader.shutdown());
-    EXPECT_EQ(test::openDescriptors(), descriptors);
+    EXPECT_TRUE(before.areBack());
     engine.setStubborn(false);
     ASSERT_TRUE(reader.initialize());
     EXPECT_EQ(delivered(reader, "\x00\x01\x00\x00\x07"s), "2 07 ");

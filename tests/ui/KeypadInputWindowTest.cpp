@@ -107,8 +107,7 @@ TEST_F(KeypadInputWindowTest, APendingCharacterIsCommittedByAPauseOrAnotherKey) 
     EXPECT_GE(between("field: put 68 0 0", "field: commit"), std::chrono::milliseconds(590));
     terminal.journal().clear();
     key(3, true);  // held: its case changes each second
-    EXPECT_TRUE(await("field: put 97 2 0"));
-    EXPECT_TRUE(await("field: put 65 2 1"));
+    EXPECT_TRUE(await("field: put 97 2 0") && await("field: put 65 2 1"));
     EXPECT_GE(between("field: put 65 0 0", "field: put 97 2 0"), std::chrono::milliseconds(990));
 }
 
