@@ -34,8 +34,7 @@ string frame(int link, std::string_view payload) {
 
 unsigned size(const string& text) { return static_cast<unsigned>(text.size()); }
 
-class BlueGigaBluetoothModuleTest : public test::TerminalTest {
-protected:
+struct BlueGigaBluetoothModuleTest : test::TerminalTest {
     BlueGigaBluetoothModuleTest() {
         terminal.fitTextModule();
         terminal.air().present(Phone, "Phone");
@@ -90,14 +89,12 @@ TEST_F(BlueGigaBluetoothModuleTest, FramesAndFinalLinesAreTheModules) {
         const char* text;
         unsigned length;
         int type;
-    } cases[] = {
-        {"WELCOME\r\nREADY.\r\n", 8, BlueGigaBluetoothModule::ANSWER_OK},
-        {"x SYNTAX ERROR\r\n", 14, BlueGigaBluetoothModule::ANSWER_ERROR},
-        {"INQUIRY 0\r\n", 11, BlueGigaBluetoothModule::ANSWER_ERROR},
-        {"SET CONTROL MUX 1??", 19, BlueGigaBluetoothModule::ANSWER_OK},
-        {"READY.\r", 0, BlueGigaBluetoothModule::ANSWER_NONE},
-        {"OK\r\n", 0, BlueGigaBluetoothModule::ANSWER_NONE},
-    };
+    } cases[] = {{"WELCOME\r\nREADY.\r\n", 8, BlueGigaBluetoothModule::ANSWER_OK},
+                 {"x SYNTAX ERROR\r\n", 14, BlueGigaBluetoothModule::ANSWER_ERROR},
+                 {"INQUIRY 0\r\n", 11, BlueGigaBluetoothModule::ANSWER_ERROR},
+                 {"SET CONTROL MUX 1??", 19, BlueGigaBluetoothModule::ANSWER_OK},
+                 {"READY.\r", 0, BlueGigaBluetoothModule::ANSWER_NONE},
+                 {"OK\r\n", 0, BlueGigaBluetoothModule::ANSWER_NONE}};
     for (const auto& expected : cases) {
         EXPECT_EQ(driver->setAnswerType(expected.text, size(expected.text)), expected.length);
         EXPECT_EQ(driver->getAnswerType(), expected.type) << expected.text;

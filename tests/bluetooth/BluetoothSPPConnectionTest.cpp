@@ -108,14 +108,12 @@ TEST_F(BluetoothSPPConnectionTest, AddressesPortsAndPinsAreTakenByTheirForm) {
         const char* given;
         bool isTaken;
         Six address;
-    } cases[] = {
-        {Address, true, {0x00, 0x1A, 0x7D, 0xDA, 0x71, 0x13}},
-        {"0A-1b.2C/3d 4E_5f", true, {0x0A, 0x1B, 0x2C, 0x3D, 0x4E, 0x5F}},
-        {"00:1A:7D:DA:71:1G", false, {0x00, 0x1A, 0x7D, 0xDA, 0x71, 0xFF}},
-        {"G0:1A:7D:DA:71:13", false, Unset},
-        {"00:1A:7D:DA:71:1", true, {'0', '0', ':', '1', 'A', ':'}},  // not 17: no text
-        {"\xFF\xFF\xFF\xFF\xFF\xFF", true, Unset},
-    };
+    } cases[] = {{Address, true, {0x00, 0x1A, 0x7D, 0xDA, 0x71, 0x13}},
+                 {"0A-1b.2C/3d 4E_5f", true, {0x0A, 0x1B, 0x2C, 0x3D, 0x4E, 0x5F}},
+                 {"00:1A:7D:DA:71:1G", false, {0x00, 0x1A, 0x7D, 0xDA, 0x71, 0xFF}},
+                 {"G0:1A:7D:DA:71:13", false, Unset},
+                 {"00:1A:7D:DA:71:1", true, {'0', '0', ':', '1', 'A', ':'}},  // not 17: no text
+                 {"\xFF\xFF\xFF\xFF\xFF\xFF", true, Unset}};
     for (const auto& expected : cases) {
         SCOPED_TRACE(expected.given);
         BluetoothSPPConnection connection(&module, false);

@@ -25,8 +25,7 @@ struct Driver : LMXBluetoothModule {
     using BluetoothModule::registryLock;
 };
 
-class LMXBluetoothModuleTest : public test::TerminalTest {
-protected:
+struct LMXBluetoothModuleTest : test::TerminalTest {
     LMXBluetoothModuleTest() {
         terminal.identity().setEnvironment({"serial=4711"});
         terminal.air().present(Phone, "phone");
@@ -143,16 +142,14 @@ TEST_F(LMXBluetoothModuleTest, OnlyAConfirmationInTimeOfTheRightKindCounts) {
         const char* what = nullptr;
         PacketReply reply;
         bool result = false;
-    } Cases[] = {
-        {"twice", PacketReply::normal().twice(), true},
-        {"refused", PacketReply::refusal(), false},
-        {"empty", PacketReply::normal().sized(0), false},
-        {"long", PacketReply::normal().sized(333), false},
-        {"silent", PacketReply::unconfirmed(), false},
-        {"garbled", PacketReply::normal().garbled(), false},
-        {"for another", PacketReply::normal().confirming(0x0F), false},
-        {"slow", PacketReply::normal().after(20ms), true},
-    };
+    } Cases[] = {{"twice", PacketReply::normal().twice(), true},
+                 {"refused", PacketReply::refusal(), false},
+                 {"empty", PacketReply::normal().sized(0), false},
+                 {"long", PacketReply::normal().sized(333), false},
+                 {"silent", PacketReply::unconfirmed(), false},
+                 {"garbled", PacketReply::normal().garbled(), false},
+                 {"for another", PacketReply::normal().confirming(0x0F), false},
+                 {"slow", PacketReply::normal().after(20ms), true}};
     for (const auto& [what, reply, result] : Cases) {
         module.onRequest(0x06, reply);
         EXPECT_EQ(driver().setEnabled(true), result) << what;

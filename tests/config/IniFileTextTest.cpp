@@ -27,8 +27,7 @@ string contents(const IniFile& ini) {
     return all;
 }
 
-class IniFileTextTest : public test::TerminalTest {
-protected:
+struct IniFileTextTest : test::TerminalTest {
     ~IniFileTextTest() override { Media::unmountAll(); }
 
     bool read(const string& text) {

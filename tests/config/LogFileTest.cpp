@@ -12,8 +12,7 @@ using std::string;
 
 constexpr char Path[] = "/mnt/mmc/log";
 
-class LogFileTest : public test::TerminalTest {
-protected:
+struct LogFileTest : test::TerminalTest {
     LogFileTest() {
         setenv("TZ", "CET-1CEST,M3.5.0,M10.5.0/3", 1);
         tzset();

@@ -70,8 +70,7 @@ TEST(SysInfoTest, AnswersComeFromTheEnvironmentTheEepromAndTheReleaseFile) {
          "1",
          "<><><2147483647><0>null<-2147483647000><1>"
          " then <><><2147483647><0><><-2147483647000><1>"},
-        {{"model=M"}, "\2" + c40, "", "<><><1><0>null<M-1000><> then <><><1><0><><M-1000><>"},
-    };
+        {{"model=M"}, "\2" + c40, "", "<><><1><0>null<M-1000><> then <><><1><0><><M-1000><>"}};
     for (const auto& one : cases) {
         EXPECT_EQ(test::inFreshProcess([&] {
                       sim::Terminal terminal;

@@ -30,8 +30,7 @@ TEST(ThreadTest, AFinishedWorkerIsHeldUntilItIsJoinedAtOnce) {
     const std::function<bool(Thread&)> endings[] = {
         [](Thread& thread) { return thread.stop(Long, false); },
         [](Thread& thread) { return thread.stop(0, true); },
-        [](Thread& thread) { return thread.terminate(); },
-    };
+        [](Thread& thread) { return thread.terminate(); }};
     for (const auto& join : endings) {
         Worker worker(obey);
         const long joinMs = shortestMs(Step, [&] {

@@ -24,8 +24,7 @@ bool isAlive(pid_t child) { return ::waitpid(child, nullptr, WNOHANG) == 0; }
 bool isReaped(pid_t child) { return ::waitpid(child, nullptr, WNOHANG) < 0; }
 
 /// A process of the test's own group that does nothing.
-class Child {
-public:
+struct Child {
     Child() : pid(::fork()) {
         while (pid == 0)
             ::pause();
@@ -71,8 +70,7 @@ private:
     test::Worker worker{[this](test::Worker&) { serve(); }};
 };
 
-class GprsPppTest : public test::TerminalTest {
-protected:
+struct GprsPppTest : test::TerminalTest {
     bool hasPidFile() { return terminal.files().exists(PidPath); }
     void writePidFile(const string& text) {
         std::ofstream(terminal.files().hostPath(PidPath)) << text;

@@ -127,8 +127,7 @@ TEST(Gsm0710BufferTest, OnlyWhatIsCheckedComesOut) {
         {octets("F9 03 3F 09 E4 06 06 F1 3F 01 2A F9") + frameOf(1, Uih, "x"),
          {{1, Uih, "x"}},
          "data on SABM"},
-        {frameOf(0, 0x3F, "junk"), {{0, 0x3F, "junk"}}, "... but well formed"},
-    };
+        {frameOf(0, 0x3F, "junk"), {{0, 0x3F, "junk"}}, "... but well formed"}};
     for (const auto& each : cases)
         EXPECT_EQ(decode(each.stream), each.frames) << each.what;
 }

@@ -63,8 +63,7 @@ Block block(sim::SerialLine& line) {
 }
 
 /// The engine between the simulated radio module and programs that open the slaves.
-class Gsm0710MuxTest : public test::PoweredTest {
-protected:
+struct Gsm0710MuxTest : test::PoweredTest {
     Gsm0710MuxTest() {
         radio.setOn(true);
         radio.setAnswerTime(0ms);
@@ -241,8 +240,7 @@ TEST_F(Gsm0710MuxTest, MessagesAndFramesAreAnsweredAsThePeerOfTheModuleDoes) {
         {17, 0x0F, "", "", "DM of it"},
         {1, 0x0F, "", "", "DM of an open channel"},
         {1, 0x43, "", "1:1F", "which is closed now"},
-        {0, 0x2F, "junk", "0:73", "SABM with data"},
-    };
+        {0, 0x2F, "junk", "0:73", "SABM with data"}};
     for (const auto& exchange : exchanges) {
         clear();
         send(exchange.channel, exchange.data, exchange.control);

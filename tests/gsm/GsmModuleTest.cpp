@@ -26,8 +26,7 @@ string times(int count, const string& text) {
 }
 string lines(const string& text) { return "\r\n" + text + "\r\n\r\nOK\r\n"; }
 
-class GsmModuleTest : public test::TerminalTest {
-protected:
+struct GsmModuleTest : test::TerminalTest {
     GsmModuleTest() { EXPECT_TRUE(module.open()); }
 
     sim::SerialLine& line() { return terminal.barcodeLine(); }
@@ -62,14 +61,12 @@ TEST_F(GsmModuleTest, AnAnswerIsWhatStandsBehindTheEcho) {
         string reply;  // behind the echo
         int result;
         string text;
-    } cases[] = {
-        {"\n \t\r\n+CREG: 0,1\r\n\r\nOK\r\n", 0, "+CREG: 0,1\r\n\r\nOK\r\n"},
-        {cmeError(10), 7, "+CME ERROR: 10\r\n"},
-        {"\r\nRING\r\n\r\nOK\r\n", 2, "RING\r\n"},
-        {"\r\n+CPIN: READY\r\n", -1, "+CPIN: READY\r\n"},  // no result within the limit
-        {string("\r\na\0b\r\n\r\nOK\r\n", 13), 0, "a"},
-        {Silence, -1, "kept"},
-    };
+    } cases[] = {{"\n \t\r\n+CREG: 0,1\r\n\r\nOK\r\n", 0, "+CREG: 0,1\r\n\r\nOK\r\n"},
+                 {cmeError(10), 7, "+CME ERROR: 10\r\n"},
+                 {"\r\nRING\r\n\r\nOK\r\n", 2, "RING\r\n"},
+                 {"\r\n+CPIN: READY\r\n", -1, "+CPIN: READY\r\n"},  // no result within the limit
+                 {string("\r\na\0b\r\n\r\nOK\r\n", 13), 0, "a"},
+                 {Silence, -1, "kept"}};
     terminal.clock().setSpeed(2);
     for (const auto& expected : cases) {
         SCOPED_TRACE(testing::PrintToString(expected.reply));

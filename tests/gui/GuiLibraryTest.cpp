@@ -72,8 +72,7 @@ struct Gate {
 std::function<bool()> hook;  // of the idle function
 bool runHook() { return hook(); }
 
-class GuiLibraryTest : public test::TerminalTest {
-protected:
+struct GuiLibraryTest : test::TerminalTest {
     ~GuiLibraryTest() override {
         s_ovalis_set_idle_func(nullptr);
         GuiLibrary::quit();

@@ -19,28 +19,26 @@ TEST(ModemPortTest, AReadEndsWithTheLineOfAFinalResultCode) {
         std::string_view input;
         int taken;
         int answer;
-    } Cases[] = {
-        {"AT\r\r\nOK\r\n", 9, 0},
-        {"\nOK\r\nmore", 5, 0},
-        {"ATD\r\r\nCONNECT\r\n~PPP", 15, 1},
-        {"AT\r\r\nRING\r\n\r\nOK\r\n", 11, 2},  // a ring ends whatever is being read
-        {"\r\nNO CARRIER\r\n", 14, 3},
-        {"\r\nERROR\r\n", 9, 4},
-        {"\r\nNO ANSWER\r\n", 13, 5},
-        {"\r\n+CMS ERROR: 500\r\n", 19, 6},
-        {"\r\n+CME ERROR:\n", 14, 7},  // only its beginning counts
-        {"\n\nOK\r\n", 6, 0},
-        {"AT+CPIN?\r\r\n+CPIN: SIM PIN\r\n\r\nOK\r\nRING", 33, 0},
-        // What is no such line is read to the silence that follows.
-        {"\r\nOKAY\r\n", 8, -1},
-        {"OK\r\n", 4, -1},  // the first line has no line feed before it
-        {"\r\nOK\n", 5, -1},
-        {"\r\n OK\r\n", 7, -1},
-        {"\r\nok\r\n", 6, -1},
-        {"\r\nNO CARRIER", 12, -1},
-        {"\r\n+CME ERRO\r: 1\r\n", 17, -1},
-        {"", 0, -1},
-    };
+    } Cases[] = {{"AT\r\r\nOK\r\n", 9, 0},
+                 {"\nOK\r\nmore", 5, 0},
+                 {"ATD\r\r\nCONNECT\r\n~PPP", 15, 1},
+                 {"AT\r\r\nRING\r\n\r\nOK\r\n", 11, 2},  // a ring ends whatever is being read
+                 {"\r\nNO CARRIER\r\n", 14, 3},
+                 {"\r\nERROR\r\n", 9, 4},
+                 {"\r\nNO ANSWER\r\n", 13, 5},
+                 {"\r\n+CMS ERROR: 500\r\n", 19, 6},
+                 {"\r\n+CME ERROR:\n", 14, 7},  // only its beginning counts
+                 {"\n\nOK\r\n", 6, 0},
+                 {"AT+CPIN?\r\r\n+CPIN: SIM PIN\r\n\r\nOK\r\nRING", 33, 0},
+                 // What is no such line is read to the silence that follows.
+                 {"\r\nOKAY\r\n", 8, -1},
+                 {"OK\r\n", 4, -1},  // the first line has no line feed before it
+                 {"\r\nOK\n", 5, -1},
+                 {"\r\n OK\r\n", 7, -1},
+                 {"\r\nok\r\n", 6, -1},
+                 {"\r\nNO CARRIER", 12, -1},
+                 {"\r\n+CME ERRO\r: 1\r\n", 17, -1},
+                 {"", 0, -1}};
     for (const auto& [input, taken, answer] : Cases) {
         SCOPED_TRACE(input);
         for (const auto preceding : {ModemPort::Error, ModemPort::None}) {
@@ -79,8 +77,7 @@ TEST(ModemPortTest, AReadStopsAtItsSizeAndGoesOnBehindIt) {
 }
 
 /// A line whose reads fail although input is announced.
-class BrokenPort : public FedModemPort {
-public:
+struct BrokenPort : FedModemPort {
     bool isInputPending(int) override { return true; }
     int readData(void*, unsigned int) override { return -1; }
 };

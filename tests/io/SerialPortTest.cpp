@@ -18,8 +18,7 @@ using std::string;
 
 constexpr char Path[] = "/dev/ttyAT2";
 
-class SerialPortTest : public test::TerminalTest {
-protected:
+struct SerialPortTest : test::TerminalTest {
     sim::SerialLine& line() { return terminal.barcodeLine(); }
 
     /// Bits, parity, stop bits, flow control or speed by initial and value; else opens again.

@@ -16,8 +16,7 @@ using std::string;
 
 constexpr char Path[] = "/mnt/mmc/notes";
 
-class StdioFileTest : public test::TerminalTest {
-protected:
+struct StdioFileTest : test::TerminalTest {
     StdioFileTest() : descriptors(test::openDescriptors()) {}
     ~StdioFileTest() override {
         Media::mountEnable();
@@ -41,13 +40,11 @@ TEST_F(StdioFileTest, EachModeMountsTheCardAsItNeedsAndDoesWhatItsStdioModeDoes)
         const char* reads;  // of "old\n", right after the open
         bool writes;
         const char* contents;  // after writing "X"
-    } Modes[] = {
-        {StdioFile::Read, false, "old\n", false, "old\n"},
-        {StdioFile::Write, true, "", true, "X"},
-        {StdioFile::WriteAndRead, true, "", true, "X"},
-        {StdioFile::Append, true, "", true, "old\nX"},
-        {StdioFile::Update, false, "old\n", true, "old\nX"},
-    };
+    } Modes[] = {{StdioFile::Read, false, "old\n", false, "old\n"},
+                 {StdioFile::Write, true, "", true, "X"},
+                 {StdioFile::WriteAndRead, true, "", true, "X"},
+                 {StdioFile::Append, true, "", true, "old\nX"},
+                 {StdioFile::Update, false, "old\n", true, "old\nX"}};
     terminal.card().writeFile("notes", "old\n");
     for (const int mode : {5, -1}) {
         EXPECT_FALSE(file.open(Path, mode));
@@ -104,16 +101,14 @@ TEST_F(StdioFileTest, LinesComeWholeUpTo255CharactersWithEveryByteKept) {
     const struct {
         string text;
         std::vector<string> pieces;
-    } cases[] = {
-        {"", {}},
-        {"one\r\n\ntwo", {"one\r\n", "\n", "two"}},
-        {"a\0b\n\0\n\0"s, {"a\0b\n"s, "\0\n"s, "\0"s}},
-        {"\r\r\n\xFF\x80\n", {"\r\r\n", "\xFF\x80\n"}},
-        {a255 + "\n", {a255, "\n"}},
-        {string(254, 'a') + "\n", {string(254, 'a') + "\n"}},
-        {string(254, 'a') + "\r\n", {string(254, 'a') + "\r", "\n"}},
-        {a255 + a255, {a255, a255}},
-    };
+    } cases[] = {{"", {}},
+                 {"one\r\n\ntwo", {"one\r\n", "\n", "two"}},
+                 {"a\0b\n\0\n\0"s, {"a\0b\n"s, "\0\n"s, "\0"s}},
+                 {"\r\r\n\xFF\x80\n", {"\r\r\n", "\xFF\x80\n"}},
+                 {a255 + "\n", {a255, "\n"}},
+                 {string(254, 'a') + "\n", {string(254, 'a') + "\n"}},
+                 {string(254, 'a') + "\r\n", {string(254, 'a') + "\r", "\n"}},
+                 {a255 + a255, {a255, a255}}};
     for (const auto& one : cases) {
         terminal.card().writeFile("notes", one.text);
         ASSERT_TRUE(file.open(Path, StdioFile::Read));

@@ -61,8 +61,7 @@ bool send(Socket& socket, string text) {
                             static_cast<unsigned>(text.size()));
 }
 
-class TcpSocketTest : public testing::Test {
-protected:
+struct TcpSocketTest : testing::Test {
     void connect() {
         server.listen();
         number = nextDescriptor();

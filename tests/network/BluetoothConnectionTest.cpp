@@ -19,8 +19,7 @@ constexpr char Phone[] = "00:1A:7D:DA:71:13";
 constexpr double Exchanging = 5;
 constexpr double Waiting = 50;
 
-class BluetoothConnectionTest : public test::PoweredTest {
-protected:
+struct BluetoothConnectionTest : test::PoweredTest {
     BluetoothConnectionTest() {
         terminal.fitTextModule();
         terminal.air().present(Phone, "Phone");
@@ -93,8 +92,7 @@ TEST_F(BluetoothConnectionTest, EveryStepOfTheBringUpCanFail) {
         {"no MUX mode", Exchanging,
          [&] { module.onCommand("SET CONTROL*", Reply::final("SYNTAX ERROR").withoutEcho()); }},
         {"no access code", Exchanging,
-         [&] { module.onCommand("SET BT LAP*", Reply::final("REFUSED")); }},
-    };
+         [&] { module.onCommand("SET BT LAP*", Reply::final("REFUSED")); }}};
     for (const auto& expected : cases) {
         SCOPED_TRACE(expected.what);
         terminal.clock().setSpeed(expected.speed);

@@ -28,8 +28,7 @@ const string Network = Gprs + "event 1 Seeking for network";
 constexpr double Exchanging = 1;
 constexpr double Waiting = 10;
 
-class GprsConnectionTest : public test::PoweredTest {
-protected:
+struct GprsConnectionTest : test::PoweredTest {
     GprsConnectionTest() {
         terminal.clock().setSpeed(Exchanging);
         make("1234");
@@ -106,20 +105,18 @@ TEST_F(GprsConnectionTest, EveryStepOfTheBringUpFailsWithItsOwnText) {
         std::function<void()> happens;
         string story;
         bool isOn, isMultiplexing;
-    } cases[] = {
-        {Waiting, [&] { radio.answerPulse(0); }, PoweredUp + "event 2 GSM module or power problem",
-         false, false},
-        {Waiting, [&] { radio.setSilent(true); },
-         Initialized + "event 2 GSM module initialization failed", true, false},
-        {Exchanging, [&] { terminal.faults().fail("open", LinePath, EIO, 1); },
-         Mux + "event 2 GSM CMUX initialization error", true, false},
-        {Exchanging, [&] { radio.setSim(RadioSim::PukNeeded); },
-         Sim + "event 2 SIM card not present or broken", true, true},
-        {Exchanging, [&] { radio.onCommand("AT+CGDCONT*", Reply::error()); },
-         Gprs + "event 2 GPRS configuration error", true, true},
-        {Exchanging, [&] { radio.onCommand("AT+COPS=0,2", Reply::error(30)); },
-         Network + ", event 2 Unable to register with GSM network", true, true},
-    };
+    } cases[] = {{Waiting, [&] { radio.answerPulse(0); },
+                  PoweredUp + "event 2 GSM module or power problem", false, false},
+                 {Waiting, [&] { radio.setSilent(true); },
+                  Initialized + "event 2 GSM module initialization failed", true, false},
+                 {Exchanging, [&] { terminal.faults().fail("open", LinePath, EIO, 1); },
+                  Mux + "event 2 GSM CMUX initialization error", true, false},
+                 {Exchanging, [&] { radio.setSim(RadioSim::PukNeeded); },
+                  Sim + "event 2 SIM card not present or broken", true, true},
+                 {Exchanging, [&] { radio.onCommand("AT+CGDCONT*", Reply::error()); },
+                  Gprs + "event 2 GPRS configuration error", true, true},
+                 {Exchanging, [&] { radio.onCommand("AT+COPS=0,2", Reply::error(30)); },
+                  Network + ", event 2 Unable to register with GSM network", true, true}};
     for (const auto& expected : cases) {
         SCOPED_TRACE(expected.story);
         clear();

@@ -55,8 +55,7 @@ private:
     sim::Journal& journal;
 };
 
-class NetworkConnectionTest : public test::PoweredTest {
-protected:
+struct NetworkConnectionTest : test::PoweredTest {
     NetworkConnectionTest() {
         terminal.clock().setSpeed(Speed);
         link.addListener(&network);

@@ -33,8 +33,7 @@ WLAN_CONNECTION_SETTINGS warehouse() {
     return settings;
 }
 
-class WlanConnectionTest : public test::PoweredTest {
-protected:
+struct WlanConnectionTest : test::PoweredTest {
     WlanConnectionTest() {
         terminal.wlan().appearAfter(0s);
         terminal.wlan().associateAfter(0s);
@@ -217,8 +216,7 @@ TEST_F(WlanConnectionTest, EveryFailureIsReportedOnceAndLeavesNothingRunning) {
         {"Failed to configure network settings",
          [&] { terminal.supplicant().onCommand("SET_NETWORK 0 psk", {"die"}); }},
         {"Failed connecting to network", [&] { terminal.wlan().associateAfter({}); }},
-        {"Failed obtaining DHCP IP lease", [&] { terminal.dhcp().setAnswering(false); }},
-    };
+        {"Failed obtaining DHCP IP lease", [&] { terminal.dhcp().setAnswering(false); }}};
     const long descriptors = test::openDescriptors();
     for (const auto& tried : cases) {
         SCOPED_TRACE(tried.error);

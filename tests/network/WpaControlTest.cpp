@@ -26,8 +26,7 @@ void hear(char* text, unsigned length) {
 }
 
 /// A client whose daemon gives every answer by hand.
-class WpaControlTest : public test::TerminalTest {
-protected:
+struct WpaControlTest : test::TerminalTest {
     WpaControlTest() {
         ::mkdir(Folder, 0700);
         startDaemon();
@@ -133,8 +132,7 @@ TEST_F(WpaControlTest, EventsBeforeTheReplyAreHandedOverAndEverythingIsCutToItsR
         {{""}, 64, "", {}},
         {{string(3000, 'x')}, 2048, string(2048, 'x'), {}},
         {{"<", "<3>4567", "<3>456789 and more", " <3>"}, 8, " <3>", {"<", "<3>4567", "<3>4567"}},
-        {{"<3>", "O"}, 1, "O", {""}},
-    };
+        {{"<3>", "O"}, 1, "O", {""}}};
     open();
     for (const auto& tried : cases) {
         for (const bool isHeard : {true, false}) {

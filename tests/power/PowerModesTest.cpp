@@ -34,8 +34,7 @@ private:
     sim::Journal& journal;
 };
 
-class PowerModesTest : public test::PoweredTest {
-protected:
+struct PowerModesTest : test::PoweredTest {
     PowerModesTest() { holdTime(); }
 
     void enterQuietly(PowerState state) {
@@ -57,19 +56,17 @@ TEST_F(PowerModesTest, EachStateDrivesTheDevicesInOrder) {
         int maximum;
         PowerState state;
         std::vector<string> requests;
-    } steps[] = {
-        {255, POWER_DIMMED, {"oled: fade 127"}},
-        {255, POWER_DARK, {"oled: fade 0"}},
-        {255,
-         POWER_DISPLAY_OFF,
-         {"pwrctrl: line 0 high", "pwrctrl: line 1 high", "pwrctrl: keyboard fade 0",
-          "oled: fade 0", "oled: off"}},
-        {255, POWER_ON, {"oled: on", "oled: fade 255"}},
-        {-1, POWER_DIMMED, {"oled: fade 0"}},
-        {600, static_cast<PowerState>(7), {}},
-        {600, POWER_DIMMED, {"oled: fade 44"}},
-        {600, POWER_ON, {"oled: fade 88"}},
-    };
+    } steps[] = {{255, POWER_DIMMED, {"oled: fade 127"}},
+                 {255, POWER_DARK, {"oled: fade 0"}},
+                 {255,
+                  POWER_DISPLAY_OFF,
+                  {"pwrctrl: line 0 high", "pwrctrl: line 1 high", "pwrctrl: keyboard fade 0",
+                   "oled: fade 0", "oled: off"}},
+                 {255, POWER_ON, {"oled: on", "oled: fade 255"}},
+                 {-1, POWER_DIMMED, {"oled: fade 0"}},
+                 {600, static_cast<PowerState>(7), {}},
+                 {600, POWER_DIMMED, {"oled: fade 44"}},
+                 {600, POWER_ON, {"oled: fade 88"}}};
     for (const auto& step : steps) {
         power().oledSetMaxBrightness(step.maximum);
         EXPECT_TRUE(power().setPowerMode(step.state));

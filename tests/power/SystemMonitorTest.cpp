@@ -13,8 +13,7 @@ using namespace std::chrono_literals;
 using std::string;
 using testing::ElementsAre;
 
-class SystemMonitorTest : public test::PoweredTest {
-protected:
+struct SystemMonitorTest : test::PoweredTest {
     SystemMonitorTest() {
         holdTime();
         EXPECT_TRUE(SystemMonitor::initialize());
@@ -98,14 +97,12 @@ TEST_F(SystemMonitorTest, TheWakeUpIntervalIsWhatIsLeftUntilPowerOffWithinLimits
         int powerOff, idle;
         const char* alarm;  // "": no suspend
         PowerState after;
-    } cases[] = {
-        {3600, 0, "alarm in 900 s", POWER_ALARM_WAKE},
-        {3600, 2699, "alarm in 900 s", POWER_ALARM_WAKE},
-        {3600, 2701, "alarm in 899 s", POWER_SHUTDOWN},
-        {3600, 3600, "", POWER_SHUTDOWN},
-        {10, 0, "alarm in 30 s", POWER_SHUTDOWN},
-        {0, 100000, "alarm in 900 s", POWER_ALARM_WAKE},
-    };
+    } cases[] = {{3600, 0, "alarm in 900 s", POWER_ALARM_WAKE},
+                 {3600, 2699, "alarm in 900 s", POWER_ALARM_WAKE},
+                 {3600, 2701, "alarm in 899 s", POWER_SHUTDOWN},
+                 {3600, 3600, "", POWER_SHUTDOWN},
+                 {10, 0, "alarm in 30 s", POWER_SHUTDOWN},
+                 {0, 100000, "alarm in 900 s", POWER_ALARM_WAKE}};
     for (const auto& tried : cases) {
         monitor().setPowerDelays(0, 0, 0, 0, tried.powerOff);
         beIdle(POWER_ALARM_WAKE, tried.idle);

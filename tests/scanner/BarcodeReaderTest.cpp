@@ -14,8 +14,7 @@ constexpr double Fast = 50;
 // At this one the gap that ends a burst lasts 5 seconds of it, so that no busy machine makes one.
 constexpr double Slow = 0.02;
 
-class BarcodeReaderTest : public test::PoweredTest {
-protected:
+struct BarcodeReaderTest : test::PoweredTest {
     BarcodeReaderTest() { terminal.clock().setSpeed(Fast); }
     ~BarcodeReaderTest() override { terminal.clock().setSpeed(Fast); }
 
@@ -47,18 +46,16 @@ TEST_F(BarcodeReaderTest, ACodeIsDeliveredWithoutItsWhiteSpaceUnlessItIsTooShort
     const string digits(70, '7');
     const struct {
         string burst, code;  // "": dropped
-    } cases[] = {
-        {"4006381333931\r\n", "4006381333931"},
-        {" \t\v\f\r\nA B\tC \t\v\f\r\n", "A B\tC"},
-        {"12", "12"},
-        {"12\0x"s, "12"},  // a text ends there
-        {"7\r\n", ""},
-        {" \t\v\f\r\n", ""},
-        {digits.substr(0, 63), digits.substr(0, 63)},
-        {digits.substr(0, 62) + "\r\n", ""},
-        {digits + digits + digits.substr(0, 60), ""},
-        {string(126, ' ') + "12345", ""},
-    };
+    } cases[] = {{"4006381333931\r\n", "4006381333931"},
+                 {" \t\v\f\r\nA B\tC \t\v\f\r\n", "A B\tC"},
+                 {"12", "12"},
+                 {"12\0x"s, "12"},  // a text ends there
+                 {"7\r\n", ""},
+                 {" \t\v\f\r\n", ""},
+                 {digits.substr(0, 63), digits.substr(0, 63)},
+                 {digits.substr(0, 62) + "\r\n", ""},
+                 {digits + digits + digits.substr(0, 60), ""},
+                 {string(126, ' ') + "12345", ""}};
     initialize();
     for (const auto& tried : cases) {
         takeLines();

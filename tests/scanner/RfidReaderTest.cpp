@@ -25,8 +25,7 @@ TEST(RfidProtocolTest, RequestNumbersAreTheDriversOwn) {
     EXPECT_STREQ(rfid::AmsPath, Ams);
 }
 
-class RfidReaderTest : public test::TerminalTest {
-protected:
+struct RfidReaderTest : test::TerminalTest {
     RfidReaderTest() { terminal.clock().setSpeed(50); }
 
     /// Arms a read and waits until the driver is in it.
@@ -64,8 +63,7 @@ TEST_F(RfidReaderTest, WhatOfATagIsReadIsSetUpBeforeEachRead) {
         {1, 3, 0, 0, "first 0, last 0, bank 2, ", "2 04A1 bank2"},
         {1, 4, 2, 3, "first 2, last 3, bank 3, ", "2 04A1 22223333"},
         {1, 5, 2, 3, "", "2 04A1 bank0"},
-        {1, -1, 2, 3, "", "2 04A1 bank0"},
-    };
+        {1, -1, 2, 3, "", "2 04A1 bank0"}};
     for (const auto& tried : cases) {
         engine.fit(tried.type == 0 ? Engine::Nxp : Engine::Ams);
         RfidReader typed(static_cast<RfidReaderType>(tried.type));
@@ -99,22 +97,20 @@ TEST_F(RfidReaderTest, AnAnswerIsDeliveredOnlyWhenItIsWholeAndTellsSomething) {
     const string longestData(2047 - 4, 'x');
     const struct {
         string answer, tag;
-    } cases[] = {
-        {"\x01\x03\x04\x00\x04\xA1\xF0user"s, ""},  // a failure
-        {"\xFF\x03\x04\x00\x04\xA1\xF0user"s, ""},
-        {"\x00\x03\x00\x04\x04\xA1\xF0user"s, ""},  // the bytes of the length exchanged
-        {"\x00\x04\x03\x00\x04\xA1\xF0user"s, "2 04A1F075 ser"},
-        {"\x00\x04\x00\x00\xE0\x0F\x00\x01"s, "2 E00F0001 "},
-        {"\x00\x00\x01\x00x"s, "2  x"},
-        {"\x00\x00\x00\x00"s, ""},
-        {"\x00\x00\x03\x00\x00xy"s, ""},  // a text that ends at once, and no identifier
-        {"\x00\x01\x03\x00\x07x\0y"s, "2 07 x"},
-        {"\x00\xFF\x00\x00"s + string(255, 'Z'), "2 " + longestId + " "},
-        {"\x00\xFF\x00\x00"s + string(254, 'Z'), ""},
-        {"\x00\x00\xFB\x07"s + longestData, "2  " + longestData},
-        {"\x00\x00\xFC\x07"s + longestData + "x", ""},  // more than a read takes
-        {"\x00\xFF\xFF\xFF"s + longestData, ""},
-    };
+    } cases[] = {{"\x01\x03\x04\x00\x04\xA1\xF0user"s, ""},  // a failure
+                 {"\xFF\x03\x04\x00\x04\xA1\xF0user"s, ""},
+                 {"\x00\x03\x00\x04\x04\xA1\xF0user"s, ""},  // the bytes of the length exchanged
+                 {"\x00\x04\x03\x00\x04\xA1\xF0user"s, "2 04A1F075 ser"},
+                 {"\x00\x04\x00\x00\xE0\x0F\x00\x01"s, "2 E00F0001 "},
+                 {"\x00\x00\x01\x00x"s, "2  x"},
+                 {"\x00\x00\x00\x00"s, ""},
+                 {"\x00\x00\x03\x00\x00xy"s, ""},  // a text that ends at once, and no identifier
+                 {"\x00\x01\x03\x00\x07x\0y"s, "2 07 x"},
+                 {"\x00\xFF\x00\x00"s + string(255, 'Z'), "2 " + longestId + " "},
+                 {"\x00\xFF\x00\x00"s + string(254, 'Z'), ""},
+                 {"\x00\x00\xFB\x07"s + longestData, "2  " + longestData},
+                 {"\x00\x00\xFC\x07"s + longestData + "x", ""},  // more than a read takes
+                 {"\x00\xFF\xFF\xFF"s + longestData, ""}};
     for (const auto& tried : cases)
         EXPECT_EQ(delivered(reader, tried.answer), tried.tag) << testing::PrintToString(tried);
     terminal.faults().fail("read", Ams, EIO);

@@ -131,8 +131,7 @@ constexpr Spellings SystemCalls[] = {
               CALL(requestOn(0x8B1A))),  // SIOCSIWESSID
 };
 
-class InterposedCallsTest : public testing::Test {
-protected:
+struct InterposedCallsTest : testing::Test {
     sim::Terminal terminal;
 };
 

@@ -105,8 +105,7 @@ constexpr Spellings Others[] = {
     Spellings("symlink", EPERM, CALL(symlink("/tmp", x)), CALL(symlinkat("/tmp", -1, x))),
 };
 
-class InterposedPathsTest : public testing::Test {
-protected:
+struct InterposedPathsTest : testing::Test {
     sim::Terminal terminal;
 };
 

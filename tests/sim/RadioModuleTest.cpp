@@ -33,8 +33,7 @@ void makeRaw(int descriptor) {
 }
 
 /// A program at the application's end of the module's line, which knows nothing but bytes.
-class RadioModuleTest : public test::TerminalTest {
-protected:
+struct RadioModuleTest : test::TerminalTest {
     RadioModuleTest() {
         radio.setOn(true);
         radio.setAnswerTime(0ms);

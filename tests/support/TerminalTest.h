@@ -135,8 +135,7 @@ private:
 };
 
 /// A test on a terminal of its own.
-class TerminalTest : public testing::Test {
-protected:
+struct TerminalTest : testing::Test {
     /// Waits until a line that contains `text` is in the journal; false when none comes.
     bool await(const std::string& text) {
         return terminal.journal().await(text, 0, HostLimit) != 0;
@@ -188,8 +187,7 @@ protected:
 };
 
 /// ... with a power manager, whose start has left no trace in the journal.
-class PoweredTest : public TerminalTest {
-protected:
+struct PoweredTest : TerminalTest {
     PoweredTest() { start(); }
     ~PoweredTest() override { PowerManager::deinitPowerManager(); }
 

@@ -45,8 +45,7 @@ private:
     sim::Journal& journal;
 };
 
-class KeypadInputWindowTest : public test::TerminalTest {
-protected:
+struct KeypadInputWindowTest : test::TerminalTest {
     static constexpr int Wait = 1000, Hold = 1001;  // the timers
     Field field{terminal.journal()};
 };
@@ -55,19 +54,17 @@ TEST_F(KeypadInputWindowTest, EveryKeyGoesThroughItsCharactersAndAroundInBothCas
     const struct {
         int key;
         string upper, lower;
-    } rows[] = {
-        {11, " \r()<>[]{}0", " \r()<>[]{}0"},
-        {2, ".,:;@#&!?\"|", ".,:;@#&!?\"|"},
-        {3, "ABC\x8E\x92\x8F\x32", "abc\x84\x91\x86\x32"},
-        {4, "DEF3", "def3"},
-        {5, "GHI4", "ghi4"},
-        {6, "JKL5", "jkl5"},
-        {7, "MNO\x99\xD8\xD5\x36", "mno\x94\xF8\xF5\x36"},
-        {8, "PQRS7", "pqrs7"},
-        {9, "TUV\xDC\x38", "tuv\xFC\x38"},
-        {10, "WXYZ9", "wxyz9"},
-        {52, "-+*/%=\x80$\x9C\xB1\xAB", "-+*/%=\x80$\x9C\xB1\xAB"},
-    };
+    } rows[] = {{11, " \r()<>[]{}0", " \r()<>[]{}0"},
+                {2, ".,:;@#&!?\"|", ".,:;@#&!?\"|"},
+                {3, "ABC\x8E\x92\x8F\x32", "abc\x84\x91\x86\x32"},
+                {4, "DEF3", "def3"},
+                {5, "GHI4", "ghi4"},
+                {6, "JKL5", "jkl5"},
+                {7, "MNO\x99\xD8\xD5\x36", "mno\x94\xF8\xF5\x36"},
+                {8, "PQRS7", "pqrs7"},
+                {9, "TUV\xDC\x38", "tuv\xFC\x38"},
+                {10, "WXYZ9", "wxyz9"},
+                {52, "-+*/%=\x80$\x9C\xB1\xAB", "-+*/%=\x80$\x9C\xB1\xAB"}};
     static_assert(sizeof KeypadInputWindow::keyMapText == 12 * 24, "12 rows of 24 bytes");
     string numbers;
     for (const auto& row : rows) {
