@@ -217,20 +217,4 @@ TEST_F(BluetoothSPPConnectionTest, AnOutgoingLinkCallsAndFollowsWhatTheDriverRep
     EXPECT_GT(simulated([&] { EXPECT_FALSE(link->connect()); }), 20s) << "without any report";
 }
 
-TEST_F(BluetoothSPPConnectionTest, ALinkCanBeDeletedWhileTheDriverDelivers) {
-    std::atomic<bool> isEnding{false};
-    std::thread driver([&] {
-        while (!isEnding) {
-            module.deliver(2, "data");
-            module.report(2, SPP_CONN_CONNECTED);
-        }
-    });
-    for (int round = 0; round < 300; ++round) {
-        const Owned link = makeLink(module);
-        link->isInputPending(round % 3);
-    }
-    isEnding = true;
-    driver.join();
-}
-
 }  // namespace

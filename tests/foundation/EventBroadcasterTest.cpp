@@ -109,27 +109,4 @@ TEST(EventBroadcasterTest, AnAnnouncerThatIsCancelledInAListenerLetsTheListGo) {
     EXPECT_EQ(log, "n");
 }
 
-TEST(EventBroadcasterTest, AnyThreadAddsRemovesAndAnnounces) {
-    constexpr int Rounds = 2000;
-    Announcer announcer;
-    const auto comeAndGo = [&](Worker&) {
-        string log;  // unguarded: a call after the removal is a race, and writes to what is gone
-        for (int round = 0; round < Rounds; ++round) {
-            Listener guest('g', true, log);
-            announcer.addListener(&guest);
-            announcer.removeListener(&guest);
-            log.clear();
-        }
-    };
-    const auto announce = [&](Worker&) {
-        for (int round = 0; round < Rounds; ++round)
-            EXPECT_TRUE(announcer.announce(round % 2 ? POWER_ON : POWER_DARK, POWER_DIMMED));
-    };
-    Worker workers[] = {Worker(comeAndGo), Worker(comeAndGo), Worker(announce), Worker(announce)};
-    for (auto& worker : workers)
-        EXPECT_TRUE(worker.start());
-    for (auto& worker : workers)
-        EXPECT_TRUE(worker.stop(60000, false));
-}
-
 }  // namespace

@@ -41,35 +41,6 @@ struct Child {
     const pid_t pid;
 };
 
-/// The modem on the far side of the virtual port: every call is put through.
-class Dialled {
-public:
-    Dialled() : master(::open("/dev/ptyp1", O_RDWR | O_NONBLOCK)) {
-        EXPECT_TRUE(master.isOpen() && worker.start());
-    }
-
-private:
-    void serve() {
-        string heard;
-        while (!worker.stopRequested()) {
-            char buffer[64];
-            const ssize_t size = ::read(master.get(), buffer, sizeof buffer);
-            if (size <= 0) {
-                Thread::sleep(50);
-                continue;
-            }
-            heard.append(buffer, static_cast<size_t>(size));
-            if (heard.find("ATD") != string::npos && heard.back() == '\r') {
-                heard.clear();
-                [[maybe_unused]] const ssize_t sent = ::write(master.get(), "\r\nCONNECT\r\n", 11);
-            }
-        }
-    }
-
-    io::FileDescriptor master;
-    test::Worker worker{[this](test::Worker&) { serve(); }};
-};
-
 struct GprsPppTest : test::TerminalTest {
     bool hasPidFile() { return terminal.files().exists(PidPath); }
     void writePidFile(const string& text) {
@@ -118,7 +89,17 @@ TEST_F(GprsPppTest, APidFileThatNamesNoDaemonSignalsNobodyAndAnyOtherProcessIsKi
 }
 
 TEST_F(GprsPppTest, ADaemonThatEndsByItselfIsReapedAndOneThatIsDeafIsKilled) {
-    const Dialled modem;
+    const io::FileDescriptor master(::open("/dev/ptyp1", O_RDWR | O_NONBLOCK));
+    test::Worker modem([&](test::Worker& self) {  // puts every call through
+        for (string heard; !self.stopRequested(); Thread::sleep(50)) {
+            heard += test::readFrom(master.get(), 64, 0ms);
+            if (heard.find("ATD") == string::npos || heard.back() != '\r')
+                continue;
+            heard.clear();
+            EXPECT_EQ(::write(master.get(), "\r\nCONNECT\r\n", 11), 11);
+        }
+    });
+    ASSERT_TRUE(modem.start());
     ASSERT_TRUE(start());
     pid_t pid = GprsPpp::getDaemonPID();
     terminal.programs().signalRunning("pppd", SIGTERM);

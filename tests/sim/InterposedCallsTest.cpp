@@ -2,10 +2,8 @@
 // if the real call is reached, and does no harm then.
 
 #include <fcntl.h>
-#include <gtest/gtest.h>
 #include <net/if.h>
 #include <netinet/in.h>
-#include <poll.h>
 #include <pthread.h>
 #include <spawn.h>
 #include <sys/ioctl.h>
@@ -19,24 +17,17 @@
 #include <sys/un.h>
 #include <sys/wait.h>
 #include <termios.h>
-#include <unistd.h>
 
-#include <atomic>
-#include <cerrno>
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
-#include <functional>
-#include <thread>
-#include <utility>
 
 #include "io/FileDescriptor.h"
 #include "power/BoardProtocol.h"
-#include "sim/HostTime.h"
 #include "sim/Spellings.h"
-#include "sim/Terminal.h"
+#include "support/TerminalTest.h"
 
 extern "C" {
 ssize_t __read_chk(int, void*, size_t, size_t);
@@ -131,9 +122,7 @@ constexpr Spellings SystemCalls[] = {
               CALL(requestOn(0x8B1A))),  // SIOCSIWESSID
 };
 
-struct InterposedCallsTest : testing::Test {
-    sim::Terminal terminal;
-};
+using InterposedCallsTest = test::TerminalTest;
 
 TEST_F(InterposedCallsTest, CallsOnADescriptorReachTheTerminalAndOnlyIts) {
     const int null = open("/dev/null", O_RDWR);

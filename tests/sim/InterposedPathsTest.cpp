@@ -3,25 +3,21 @@
 
 #include <dirent.h>
 #include <fcntl.h>
-#include <gtest/gtest.h>
 #include <sys/ioctl.h>
 #include <sys/stat.h>
 #include <sys/statfs.h>
 #include <sys/statvfs.h>
 #include <sys/time.h>
-#include <unistd.h>
 #include <utime.h>
 
-#include <cerrno>
 #include <cstdio>
 #include <cstring>
 #include <filesystem>
 #include <fstream>
-#include <string>
 
 #include "power/BoardProtocol.h"
 #include "sim/Spellings.h"
-#include "sim/Terminal.h"
+#include "support/TerminalTest.h"
 
 // What a fortified program calls.
 extern "C" {
@@ -105,9 +101,7 @@ constexpr Spellings Others[] = {
     Spellings("symlink", EPERM, CALL(symlink("/tmp", x)), CALL(symlinkat("/tmp", -1, x))),
 };
 
-struct InterposedPathsTest : testing::Test {
-    sim::Terminal terminal;
-};
+using InterposedPathsTest = test::TerminalTest;
 
 TEST_F(InterposedPathsTest, EachSpellingFailsByFaultsAndFindsNothingOfTheHost) {
     if (access((string("/proc/self/root") + Missing).c_str(), F_OK) != 0)
