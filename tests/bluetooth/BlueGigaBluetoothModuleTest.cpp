@@ -42,14 +42,6 @@ struct BlueGigaBluetoothModuleTest : test::TerminalTest {
     }
     ~BlueGigaBluetoothModuleTest() override { terminal.clock().setSpeed(Waiting); }
 
-    void start() {
-        terminal.clock().setSpeed(Exchanging);
-        ASSERT_TRUE(driver->open());
-        module.setEnable(true);
-        module.setSupply(true);
-        ASSERT_TRUE(driver->isAlive());
-    }
-
     /// Opens the line of a module without power: what comes is what a test transmits. The reader
     /// has been given something, and sleeps.
     void openOnly() {
@@ -162,8 +154,11 @@ TEST_F(BlueGigaBluetoothModuleTest, AnAnswerInPiecesIsLookedAtFromItsBeginningEa
 }
 
 TEST_F(BlueGigaBluetoothModuleTest, LinksAreCalledCarryDataAndAreEnded) {
-    start();
-    ASSERT_TRUE(driver->enableMUX());
+    terminal.clock().setSpeed(Exchanging);
+    ASSERT_TRUE(driver->open());
+    module.setEnable(true);
+    module.setSupply(true);
+    ASSERT_TRUE(driver->isAlive() && driver->enableMUX());
     sim::BluetoothAir::Remote printer = *terminal.air().find(Printer);
     printer.pin = "1234";
     printer.service = printer.Sink;

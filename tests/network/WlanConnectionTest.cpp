@@ -4,7 +4,6 @@
 #include <net/if.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <csignal>
 #include <cstdlib>
 #include <map>
@@ -69,19 +68,6 @@ struct WlanConnectionTest : test::PoweredTest {
         });
     }
 
-    /// What has been told and has happened to the devices and programs.
-    std::vector<string> takeLines() {
-        std::vector<string> lines = PoweredTest::takeLines();
-        const auto isApplications = [](const string& line) { return line[0] == 'a'; };
-        lines.erase(std::remove_if(lines.begin(), lines.end(), isApplications), lines.end());
-        return lines;
-    }
-
-    /// The door to the terminal closes a moment after the program that has used it.
-    static bool hasDescriptors(long count) {
-        return test::soon([=] { return test::openDescriptors() == count; });
-    }
-
     /// The terminal hears of a program's end a moment later, too.
     bool haveEnded() {
         return test::soon([this] {
@@ -101,7 +87,7 @@ struct WlanConnectionTest : test::PoweredTest {
 };
 
 TEST_F(WlanConnectionTest, ALinkComesUpByDhcpAndIsTakenDownInTheStatedOrder) {
-    const long descriptors = test::openDescriptors();
+    const test::Holdings before;
     use(warehouse());
     EXPECT_FALSE(connection->isConnectionUp()) << "before there is a socket";
     ASSERT_TRUE(connection->netInitialize());
@@ -143,7 +129,7 @@ TEST_F(WlanConnectionTest, ALinkComesUpByDhcpAndIsTakenDownInTheStatedOrder) {
                             "ra0: no address", "net: event 1 Stopping WLAN module", "ra0: down",
                             "net: event 1 Network is shut down", "rmmod: start rt3070sta",
                             "rmmod: start ohci-hcd", "pwrctrl: line 7 low", "pwrctrl: line 4 low"));
-    EXPECT_TRUE(hasDescriptors(descriptors));
+    EXPECT_TRUE(before.areBack());
     EXPECT_EQ(connection->getLastError(), 0);
 }
 
@@ -217,7 +203,7 @@ TEST_F(WlanConnectionTest, EveryFailureIsReportedOnceAndLeavesNothingRunning) {
          [&] { terminal.supplicant().onCommand("SET_NETWORK 0 psk", {"die"}); }},
         {"Failed connecting to network", [&] { terminal.wlan().associateAfter({}); }},
         {"Failed obtaining DHCP IP lease", [&] { terminal.dhcp().setAnswering(false); }}};
-    const long descriptors = test::openDescriptors();
+    const test::Holdings before;
     for (const auto& tried : cases) {
         SCOPED_TRACE(tried.error);
         use(warehouse());
@@ -233,7 +219,7 @@ TEST_F(WlanConnectionTest, EveryFailureIsReportedOnceAndLeavesNothingRunning) {
         terminal.wlan().associateAfter(0s);
         EXPECT_TRUE(connection->netShutdown());
         connection.reset();
-        EXPECT_TRUE(hasDescriptors(descriptors));
+        EXPECT_TRUE(before.areBack());
     }
 }
 
@@ -305,7 +291,7 @@ TEST_F(WlanConnectionTest, AWorkerStoppedInAnyStepLeavesNoProcessDescriptorOrVar
     GuiLibrary::postKey(28, true);  // its thread has come up, with what it opens for itself
     ASSERT_TRUE(await("app: key 28"));
     for (const char* step : {"event 1 Waiting for DHCP IP", "event 1 Connecting to network"}) {
-        const long descriptors = test::openDescriptors();
+        const test::Holdings before;
         use(warehouse());
         ASSERT_TRUE(connection->initialize());
         terminal.dhcp().setAnswering(false);
@@ -317,7 +303,7 @@ TEST_F(WlanConnectionTest, AWorkerStoppedInAnyStepLeavesNoProcessDescriptorOrVar
         EXPECT_TRUE(haveEnded()) << step;
         EXPECT_TRUE(connection->shutdown());
         EXPECT_EQ(getenv("interface"), nullptr);
-        EXPECT_TRUE(hasDescriptors(descriptors)) << step;
+        EXPECT_TRUE(before.areBack()) << step;
         terminal.wlan().associateAfter({});
     }
 }

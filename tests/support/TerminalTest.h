@@ -106,6 +106,8 @@ public:
                 onScan();
             return;
         }
+        if (code < 16)
+            return;  // a link's: what it tells is a text or more
         const auto number = static_cast<int>(reinterpret_cast<intptr_t>(data));
         journal.note("app", "event " + std::to_string(code) + " " + std::to_string(number));
     }
