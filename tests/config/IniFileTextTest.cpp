@@ -35,8 +35,6 @@ struct IniFileTextTest : test::TerminalTest {
         return ini.ReadFile();
     }
 
-    string written() { return terminal.card().readFile("settings.ini"); }
-
     IniFile ini{Path};
 };
 
@@ -86,7 +84,7 @@ TEST_F(IniFileTextTest, AFileIsAddedToWhatIsThereAndTheTextWrittenIsExact) {
     EXPECT_EQ(contents(ini), "<[A><;c><x|3><[><y|2><[a><[B>");
     ini.AddHeaderComment("h");
     EXPECT_TRUE(ini.WriteFile());
-    EXPECT_EQ(written(),
+    EXPECT_EQ(terminal.card().readFile("settings.ini"),
               ";h\r\n\r\n[A]\r\n;c\r\nx=3\r\n\r\n[]\r\ny=2\r\n\r\n[a]\r\n\r\n[B]\r\n\r\n");
 }
 

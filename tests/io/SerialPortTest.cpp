@@ -18,7 +18,15 @@ using std::string;
 
 constexpr char Path[] = "/dev/ttyAT2";
 
-struct SerialPortTest : test::TerminalTest {
+struct SerialPortTest : test::TerminalTest, sim::LinePeer {
+    SerialPortTest() { line().connect(this); }
+    ~SerialPortTest() override { line().connect(nullptr); }
+
+    /// At the far end.
+    void received(std::string_view bytes) override {
+        terminal.journal().note("line", string(bytes));
+    }
+
     sim::SerialLine& line() { return terminal.barcodeLine(); }
 
     /// Bits, parity, stop bits, flow control or speed by initial and value; else opens again.
@@ -41,7 +49,6 @@ struct SerialPortTest : test::TerminalTest {
         ASSERT_EQ(line().settings(), "9600 8N1");
     }
 
-    test::NotingPeer farEnd{line(), terminal.journal()};
     SerialPort port;
 };
 

@@ -21,7 +21,6 @@ using testing::ElementsAre;
 using testing::HasSubstr;
 using namespace std::chrono_literals;
 
-constexpr char SupplicantPidPath[] = "/tmp/wpa_supplicant.pid";
 constexpr char DhcpPidPath[] = "/tmp/udhcpc.pid";
 
 WLAN_CONNECTION_SETTINGS warehouse() {
@@ -119,7 +118,7 @@ TEST_F(WlanConnectionTest, ALinkComesUpByDhcpAndIsTakenDownInTheStatedOrder) {
 
     ASSERT_TRUE(connection->netDisconnect());
     EXPECT_TRUE(haveEnded());
-    EXPECT_FALSE(terminal.files().exists(SupplicantPidPath));
+    EXPECT_FALSE(terminal.files().exists("/tmp/wpa_supplicant.pid"));
     EXPECT_FALSE(terminal.files().exists(DhcpPidPath) || terminal.wlan().isUp());
     EXPECT_EQ(terminal.wlan().address(), "");
     ASSERT_TRUE(connection->netShutdown());

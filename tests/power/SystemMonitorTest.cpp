@@ -52,12 +52,6 @@ struct SystemMonitorTest : test::PoweredTest {
         lines.erase(std::remove_if(lines.begin(), lines.end(), isReport), lines.end());
         return lines;
     }
-
-    std::array<int, SystemMonitor::CounterCount> counters() {
-        std::array<int, SystemMonitor::CounterCount> result{};
-        monitor().getPowerCounters(result.data());
-        return result;
-    }
 };
 
 TEST_F(SystemMonitorTest, EachTickGoesOneStepDownAtTheDefaultDelays) {
@@ -78,7 +72,9 @@ TEST_F(SystemMonitorTest, EachTickGoesOneStepDownAtTheDefaultDelays) {
                 ElementsAre("oled: fade 127", "oled: fade 0", "oled: fade 0", "oled: off",
                             "rtc: alarm in 900 s", "power: suspend", "power: woken by alarm"));
     tick(3);
-    EXPECT_THAT(counters(), ElementsAre(5, 15, 10, 30, 0, 3 * 901, 0));
+    std::array<int, SystemMonitor::CounterCount> counters{};
+    monitor().getPowerCounters(counters.data());
+    EXPECT_THAT(counters, ElementsAre(5, 15, 10, 30, 0, 3 * 901, 0));
     EXPECT_THAT(takeModes(),
                 ElementsAre("rtc: alarm in 900 s", "power: suspend", "power: woken by alarm",
                             "rtc: alarm in 900 s", "power: suspend", "power: woken by alarm",

@@ -172,6 +172,8 @@ TEST_F(InterposedCallsTest, SocketsOnTheTerminalsPathsLieBelowItsRootFolder) {
     constexpr socklen_t Size = sizeof address;
     const io::FileDescriptor bound(socket(AF_UNIX, SOCK_DGRAM, 0));
     const io::FileDescriptor other(socket(AF_UNIX, SOCK_DGRAM, 0));
+    const io::FileDescriptor nameless(socket(AF_UNIX, SOCK_DGRAM, 0));
+    const io::FileDescriptor hosts(socket(AF_UNIX, SOCK_DGRAM, 0));
     msghdr message{};
     message.msg_name = &address;
     message.msg_namelen = Size;
@@ -197,10 +199,8 @@ TEST_F(InterposedCallsTest, SocketsOnTheTerminalsPathsLieBelowItsRootFolder) {
     memset(address.sun_path, 'x', sizeof address.sun_path);
     memcpy(address.sun_path, "/tmp/wpa_ctrl_", 14);
     EXPECT_EQ(errorOf(calls[3].second), ENAMETOOLONG);
-    const io::FileDescriptor nameless(socket(AF_UNIX, SOCK_DGRAM, 0));
     EXPECT_EQ(bind(nameless.get(), generic, sizeof(sa_family_t)), 0) << "the host's";
     snprintf(address.sun_path, sizeof address.sun_path, "/tmp/host-%d", getpid());
-    const io::FileDescriptor hosts(socket(AF_UNIX, SOCK_DGRAM, 0));
     EXPECT_EQ(bind(hosts.get(), generic, Size), 0);
     EXPECT_FALSE(terminal.files().exists(address.sun_path));
     EXPECT_EQ(unlink(address.sun_path), 0);

@@ -34,14 +34,10 @@ namespace {
 
 inline constexpr timespec Duration{2, 0};  // of each wait
 
-inline double secondsOf(const timespec& time) {
-    return static_cast<double>(time.tv_sec) + static_cast<double>(time.tv_nsec) / 1e9;
-}
-
 inline double clockNow(clockid_t clock) {
     timespec now{};
     EXPECT_EQ(clock_gettime(clock, &now), 0);
-    return secondsOf(now);
+    return static_cast<double>(now.tv_sec) + static_cast<double>(now.tv_nsec) / 1e9;
 }
 
 inline double hostNow(clockid_t clock) {

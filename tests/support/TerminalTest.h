@@ -118,24 +118,6 @@ private:
     sim::Journal& journal;
 };
 
-/// The far end of a serial line: notes the bytes that it receives as "line: ...".
-class NotingPeer final : public sim::LinePeer {
-public:
-    NotingPeer(sim::SerialLine& serialLine, sim::Journal& terminalJournal)
-        : line(serialLine), journal(terminalJournal) {
-        line.connect(this);
-    }
-    NotingPeer(const NotingPeer&) = delete;
-    NotingPeer& operator=(const NotingPeer&) = delete;
-    ~NotingPeer() { line.connect(nullptr); }
-
-    void received(std::string_view bytes) override { journal.note("line", std::string(bytes)); }
-
-private:
-    sim::SerialLine& line;
-    sim::Journal& journal;
-};
-
 /// A test on a terminal of its own.
 struct TerminalTest : testing::Test {
     /// Waits until a line that contains `text` is in the journal; false when none comes.
