@@ -29,8 +29,6 @@ struct Child {
         while (pid == 0)
             ::pause();
     }
-    Child(const Child&) = delete;
-    Child& operator=(const Child&) = delete;
     ~Child() {
         if (isAlive(pid)) {
             ::kill(pid, SIGKILL);

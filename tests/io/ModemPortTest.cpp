@@ -70,14 +70,11 @@ TEST(ModemPortTest, AReadStopsAtItsSizeAndWithoutABufferOnlyCounts) {
     }
 }
 
-/// A line whose reads fail although input is announced.
-struct BrokenPort : FedModemPort {
-    bool isInputPending(int) override { return true; }
-    int readData(void*, unsigned int) override { return -1; }
-};
-
 TEST(ModemPortTest, ALineWhoseReadsFailEndsAReadWithAFullBufferOfNuls) {
-    BrokenPort port;
+    struct : FedModemPort {
+        bool isInputPending(int) override { return true; }
+        int readData(void*, unsigned int) override { return -1; }
+    } port;
     char buffer[32];
     std::memset(buffer, '\n', sizeof buffer);
     EXPECT_EQ(port.read(buffer, sizeof buffer, ByteMs), 32);

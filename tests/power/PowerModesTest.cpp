@@ -12,7 +12,6 @@ namespace {
 using namespace std::chrono_literals;
 using std::string;
 using testing::ElementsAre;
-using testing::ElementsAreArray;
 
 constexpr char CardFile[] = "/mnt/mmc/log.txt";
 
@@ -71,7 +70,7 @@ TEST_F(PowerModesTest, EachStateDrivesTheDevicesInOrder) {
         power().oledSetMaxBrightness(step.maximum);
         EXPECT_TRUE(power().setPowerMode(step.state));
         EXPECT_EQ(power().getCurrentState(), step.state);
-        EXPECT_THAT(takeLines(), ElementsAreArray(step.requests)) << step.state;
+        EXPECT_THAT(takeLines(), testing::ElementsAreArray(step.requests)) << step.state;
         EXPECT_FALSE(power().setPowerMode(step.state)) << "there already";
         EXPECT_THAT(takeLines(), ElementsAre());
     }

@@ -1,5 +1,7 @@
 #include "scanner/ScannerInput.h"
 
+#include <map>
+
 #include "support/FreshProcess.h"
 #include "support/TerminalTest.h"
 
@@ -37,18 +39,16 @@ TEST(ScannerInputTest, TheEnginesThatTheTerminalTellsOfGetAReaderEach) {
         ScannerInput::shutdown();
         return readers;
     };
-    const struct {
-        const char *engines, *readers;
-    } cases[] = {{"10", "barcode"},
-                 {"11", "barcode open, close"},
-                 {"12", "barcode open, close"},
-                 {"01", "open, close"},
-                 {"02", "open, close"},
-                 {"13", "barcode"},
-                 {"00", "none"},
-                 {"", "none"}};
-    for (const auto& tried : cases)
-        EXPECT_EQ(onTerminal(tried.engines, tellReaders), tried.readers) << tried.engines;
+    const std::map<string, string> cases = {{"10", "barcode"},
+                                            {"11", "barcode open, close"},
+                                            {"12", "barcode open, close"},
+                                            {"13", "barcode"},
+                                            {"01", "open, close"},
+                                            {"02", "open, close"},
+                                            {"00", "none"},
+                                            {"", "none"}};
+    for (const auto& [engines, readers] : cases)
+        EXPECT_EQ(onTerminal(engines, tellReaders), readers) << engines;
 }
 
 TEST(ScannerInputTest, OnlyArmedReadersScanAndAnArmedOneKeepsItsArea) {

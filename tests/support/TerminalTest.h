@@ -69,8 +69,6 @@ inline std::string readFrom(int fd, size_t size, std::chrono::milliseconds limit
 class EventThread {
 public:
     EventThread() : thread([] { GuiLibrary::run(); }) {}
-    EventThread(const EventThread&) = delete;
-    EventThread& operator=(const EventThread&) = delete;
     ~EventThread() {
         GuiLibrary::quit();
         thread.join();
