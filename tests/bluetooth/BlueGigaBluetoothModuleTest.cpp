@@ -1,18 +1,7 @@
 #include "bluetooth/BlueGigaBluetoothModule.h"
 
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
-#include <atomic>
-#include <cerrno>
-#include <memory>
-#include <string>
-#include <string_view>
-#include <vector>
-
-#include "bluetooth/InquiryAnswer.h"
 #include "bluetooth/OwnedLink.h"
-#include "foundation/Thread.h"
+#include "foundation/Worker.h"
 #include "support/Resources.h"
 #include "support/TerminalTest.h"
 
@@ -45,8 +34,7 @@ string frame(int link, std::string_view payload) {
 
 unsigned size(const string& text) { return static_cast<unsigned>(text.size()); }
 
-class BlueGigaBluetoothModuleTest : public test::TerminalTest {
-protected:
+struct BlueGigaBluetoothModuleTest : test::TerminalTest {
     BlueGigaBluetoothModuleTest() {
         terminal.fitTextModule();
         terminal.air().present(Phone, "Phone");
@@ -54,22 +42,12 @@ protected:
     }
     ~BlueGigaBluetoothModuleTest() override { terminal.clock().setSpeed(Waiting); }
 
-    sim::TextBluetoothModule& module() { return terminal.textModule(); }
-
-    void start() {
-        terminal.clock().setSpeed(Exchanging);
-        ASSERT_TRUE(driver->open());
-        module().setEnable(true);
-        module().setSupply(true);
-        ASSERT_TRUE(driver->isAlive());
-    }
-
     /// Opens the line of a module without power: what comes is what a test transmits. The reader
     /// has been given something, and sleeps.
     void openOnly() {
         terminal.clock().setSpeed(0.01);
         ASSERT_TRUE(driver->open());
-        module().transmit("READY.\r\n");
+        module.transmit("READY.\r\n");
         EXPECT_TRUE(
             soon([&] { return driver->getAnswerType() == BlueGigaBluetoothModule::ANSWER_OK; }));
         terminal.clock().setSpeed(1);
@@ -82,6 +60,7 @@ protected:
         return link;
     }
 
+    sim::TextBluetoothModule& module = terminal.textModule();
     std::unique_ptr<BlueGigaBluetoothModule> driver =
         std::make_unique<BlueGigaBluetoothModule>(Path);
 };
@@ -102,47 +81,15 @@ TEST_F(BlueGigaBluetoothModuleTest, FramesAndFinalLinesAreTheModules) {
         const char* text;
         unsigned length;
         int type;
-    } cases[] = {
-        {"WELCOME\r\nREADY.\r\n", 8, BlueGigaBluetoothModule::ANSWER_OK},
-        {"x SYNTAX ERROR\r\n", 14, BlueGigaBluetoothModule::ANSWER_ERROR},
-        {"INQUIRY 0\r\n", 11, BlueGigaBluetoothModule::ANSWER_ERROR},
-        {"SET CONTROL MUX 1??", 19, BlueGigaBluetoothModule::ANSWER_OK},
-        {"READY.\r", 0, BlueGigaBluetoothModule::ANSWER_NONE},
-        {"OK\r\n", 0, BlueGigaBluetoothModule::ANSWER_NONE},
-    };
+    } cases[] = {{"WELCOME\r\nREADY.\r\n", 8, BlueGigaBluetoothModule::ANSWER_OK},
+                 {"x SYNTAX ERROR\r\n", 14, BlueGigaBluetoothModule::ANSWER_ERROR},
+                 {"INQUIRY 0\r\n", 11, BlueGigaBluetoothModule::ANSWER_ERROR},
+                 {"SET CONTROL MUX 1??", 19, BlueGigaBluetoothModule::ANSWER_OK},
+                 {"READY.\r", 0, BlueGigaBluetoothModule::ANSWER_NONE},
+                 {"OK\r\n", 0, BlueGigaBluetoothModule::ANSWER_NONE}};
     for (const auto& expected : cases) {
         EXPECT_EQ(driver->setAnswerType(expected.text, size(expected.text)), expected.length);
         EXPECT_EQ(driver->getAnswerType(), expected.type) << expected.text;
-    }
-}
-
-TEST_F(BlueGigaBluetoothModuleTest, BufferedFramesAreTakenUntilOneIsNotInOrder) {
-    const OwnedLink link = linkNumbered(2);
-    const string hello = frame(2, "he\xBF\x01lo");
-    const struct {
-        string bytes;
-        bool isInOrder;
-        string data, answer;
-    } cases[] = {
-        {"noise" + hello + "?" + frame(0xFF, "PING\r\n"), true, "he\xBF\x01lo", "PING\r\n"},
-        {frame(2, "a") + frame(0xFF, "x\r\nREADY.\r\n") + frame(2, "b"), true, "ab", "x\r\n"},
-        {frame(8, "nobody's") + frame(7, "nobody's") + frame(2, ""), true, "", ""},
-        {frame(2, "a") + frame(9, "b") + frame(2, "c"), false, "a", ""},
-        {frame(2, "a") + "\xBF\x02\x00\x01x?"s + frame(2, "c"), false, "a", ""},
-        {frame(2, string(255, 'x')), true, string(255, 'x'), ""},
-        {frame(2, "a") + frame(0xFF, "READY.\r\n").substr(0, 12), true, "a", ""},
-    };
-    for (const auto& expected : cases) {
-        std::vector<char> buffer(expected.bytes.begin(), expected.bytes.end());  // to its last byte
-        string answer;
-        const unsigned end = driver->parseMuxFrame(&answer, buffer.data(), 0, size(expected.bytes));
-        EXPECT_EQ(end >= buffer.size(), expected.isInOrder) << end;
-        EXPECT_EQ(taken(*link) + answer, expected.data + expected.answer);
-    }
-    for (unsigned cut = 1; cut < hello.size(); ++cut) {
-        std::vector<char> buffer(hello.begin(), hello.begin() + cut);
-        EXPECT_EQ(driver->parseMuxFrame(nullptr, buffer.data(), 0, cut), 0U);
-        EXPECT_EQ(link->getFifoCnt(), 0) << "cut at " << cut;
     }
 }
 
@@ -159,32 +106,32 @@ TEST_F(BlueGigaBluetoothModuleTest, AnAnswerInPiecesIsLookedAtFromItsBeginningEa
     };
     EXPECT_FALSE(read(10));
     auto reading = test::inBackground([&] { return read(60000); });
-    module().transmit("one\r\n");
+    module.transmit("one\r\n");
     EXPECT_TRUE(soon([&] { return driver->getAnswerType() == 0; }));
-    module().transmit("READY.\r\n");
+    module.transmit("READY.\r\n");
     EXPECT_TRUE(reading.get());
     EXPECT_EQ(answer, "one\r\none\r\n") << "without the final line";
 
     // Frames from here on, though nobody has asked for them.
     reading = test::inBackground([&] { return read(60000); });
-    module().transmit(frame(0xFF, "two\r\n") + frame(0xFF, "three\r\n").substr(0, 7));
-    module().transmit(frame(0xFF, "three\r\n").substr(7) + frame(3, "A"));
+    module.transmit(frame(0xFF, "two\r\n") + frame(0xFF, "three\r\n").substr(0, 7));
+    module.transmit(frame(0xFF, "three\r\n").substr(7) + frame(3, "A"));
     EXPECT_TRUE(soon([&] { return link->getFifoCnt() == 1; }));
-    module().transmit(frame(3, "B"));
+    module.transmit(frame(3, "B"));
     EXPECT_TRUE(soon([&] { return link->getFifoCnt() == 3; }));
-    module().transmit(frame(0xFF, "READY.\r\n") + frame(3, "C"));
+    module.transmit(frame(0xFF, "READY.\r\n") + frame(3, "C"));
     EXPECT_TRUE(reading.get());
     EXPECT_EQ(taken(*link), "AABABC") << "the data is delivered with each look";
-    module().transmit(frame(3, "D"));
+    module.transmit(frame(3, "D"));
     EXPECT_TRUE(read(60000));
     EXPECT_EQ(taken(*link), "D") << "after a final line a read ends with the first piece";
 
     // A module that falls silent in a packet: what is left of it is lost, the next one is not.
-    module().transmit(frame(3, "lost").substr(0, 6));
+    module.transmit(frame(3, "lost").substr(0, 6));
     EXPECT_TRUE(read(20));
-    module().transmit(frame(3, "lost").substr(6));
+    module.transmit(frame(3, "lost").substr(6));
     EXPECT_TRUE(read(20));
-    module().transmit(frame(3, "found"));
+    module.transmit(frame(3, "found"));
     EXPECT_TRUE(read(60000));
     EXPECT_EQ(taken(*link), "found");
 
@@ -195,20 +142,23 @@ TEST_F(BlueGigaBluetoothModuleTest, AnAnswerInPiecesIsLookedAtFromItsBeginningEa
         expected += piece == 14 ? "" : string(70, piece);
     }
     for (const string& bytes : {waiting, string(3000, '\xBF') + string(100, '\0')}) {
-        module().transmit(bytes);
+        module.transmit(bytes);
         while (read(20))
             continue;
     }
     EXPECT_EQ(taken(*link), expected);
 
     // The line is gone: nothing to read, and nothing waits for it.
-    module().line().hangUp();
+    module.line().hangUp();
     EXPECT_FALSE(read(60000) || driver->ping());
 }
 
 TEST_F(BlueGigaBluetoothModuleTest, LinksAreCalledCarryDataAndAreEnded) {
-    start();
-    ASSERT_TRUE(driver->enableMUX());
+    terminal.clock().setSpeed(Exchanging);
+    ASSERT_TRUE(driver->open());
+    module.setEnable(true);
+    module.setSupply(true);
+    ASSERT_TRUE(driver->isAlive() && driver->enableMUX());
     sim::BluetoothAir::Remote printer = *terminal.air().find(Printer);
     printer.pin = "1234";
     printer.service = printer.Sink;
@@ -220,7 +170,7 @@ TEST_F(BlueGigaBluetoothModuleTest, LinksAreCalledCarryDataAndAreEnded) {
     const OwnedLink wrong = makeLink(*driver, Printer, "4321");
     terminal.clock().setSpeed(Waiting);
     EXPECT_FALSE(wrong->connect());
-    module().onCommand("CALL*", Reply::raw("\xBF\xFF\x00\x07"s + "CONNECT" + '\0'), 1);
+    module.onCommand("CALL*", Reply::raw("\xBF\xFF\x00\x07"s + "CONNECT" + '\0'), 1);
     EXPECT_FALSE(wrong->connect() || wrong->isConnected()) << "no link number";
     EXPECT_THAT(terminal.journal().history("bt"), HasSubstr("CALL 5c:f3:70:8b:12:34 1101 RFCOMM"));
 
@@ -254,20 +204,18 @@ TEST_F(BlueGigaBluetoothModuleTest, LinksAreCalledCarryDataAndAreEnded) {
     EXPECT_TRUE(terminal.air().drop(Printer));
     driver->pollIncomingData(1000);
     EXPECT_TRUE(print->isConnected() && !print->disconnect());
-    EXPECT_TRUE(phone->disconnect() && phone->isConnected());
-    EXPECT_TRUE(module().links().empty());
+    EXPECT_TRUE(phone->disconnect() && phone->isConnected() && module.links().empty());
 }
 
 TEST_F(BlueGigaBluetoothModuleTest, ItIsClosedAndDestroyedAtAnyMoment) {
-    const long descriptors = test::openDescriptors();
-    const long threads = test::runningThreads();
+    const test::Holdings before;
     terminal.clock().setSpeed(Waiting);
     for (int round = 0; round < 20; ++round) {
         ASSERT_TRUE(driver->open());
         OwnedLink link = linkNumbered(1);
         auto sending = test::inBackground([&] { return driver->sendSPPData(2, "x", 1); });
         if (round % 3 > 0)
-            module().transmit(frame(1, "some data"));
+            module.transmit(frame(1, "some data"));
         if (round % 2 > 0)
             driver->close();
         sending.wait();
@@ -278,21 +226,20 @@ TEST_F(BlueGigaBluetoothModuleTest, ItIsClosedAndDestroyedAtAnyMoment) {
             EXPECT_TRUE(driver->close());
     }
     driver.reset();
-    EXPECT_TRUE(soon([&] {
-        return test::openDescriptors() == descriptors && test::runningThreads() == threads;
-    }));
+    EXPECT_TRUE(before.areBack());
 }
 
 TEST_F(BlueGigaBluetoothModuleTest, AFailedOpenHoldsTheModuleForGood) {
     terminal.faults().fail("open", Path, EIO);
     EXPECT_FALSE(driver->open());
-    struct Caller : Thread {
-        ~Caller() override { terminate(); }
-        void run() override { BluetoothModule::pModule.load()->pollIncomingData(0), isBack = true; }
-        std::atomic<bool> isBack{false};
-    } caller;
+    std::atomic<bool> isBack{false};
+    test::Worker caller([&](test::Worker&) {
+        BluetoothModule::pModule.load()->pollIncomingData(0);
+        isBack = true;
+    });
     ASSERT_TRUE(caller.start());
-    EXPECT_FALSE(sim::eventually([&] { return caller.isBack.load(); }, 100ms));
+    EXPECT_FALSE(sim::eventually([&] { return isBack.load(); }, 100ms));
+    EXPECT_TRUE(caller.terminate());
 }
 
 }  // namespace

@@ -1,15 +1,7 @@
 #include "bluetooth/BluetoothSPPConnection.h"
 
-#include <gtest/gtest.h>
-
 #include <array>
-#include <atomic>
-#include <functional>
-#include <memory>
 #include <numeric>
-#include <string>
-#include <thread>
-#include <vector>
 
 #include "bluetooth/OwnedLink.h"
 #include "support/Eventually.h"
@@ -77,13 +69,8 @@ private:
     string notes;
 };
 
-class BluetoothSPPConnectionTest : public test::TerminalTest {
-protected:
+struct BluetoothSPPConnectionTest : test::TerminalTest {
     NotingModule module;
-    const std::function<bool(int)> connectsAtOnce = [this](int id) {
-        module.report(id, SPP_CONN_CONNECTED);
-        return true;
-    };
 };
 
 TEST_F(BluetoothSPPConnectionTest, SlotsAreGivenLowestFirstAndIncomingOnesByTheirPort) {
@@ -121,14 +108,12 @@ TEST_F(BluetoothSPPConnectionTest, AddressesPortsAndPinsAreTakenByTheirForm) {
         const char* given;
         bool isTaken;
         Six address;
-    } cases[] = {
-        {Address, true, {0x00, 0x1A, 0x7D, 0xDA, 0x71, 0x13}},
-        {"0A-1b.2C/3d 4E_5f", true, {0x0A, 0x1B, 0x2C, 0x3D, 0x4E, 0x5F}},
-        {"00:1A:7D:DA:71:1G", false, {0x00, 0x1A, 0x7D, 0xDA, 0x71, 0xFF}},
-        {"G0:1A:7D:DA:71:13", false, Unset},
-        {"00:1A:7D:DA:71:1", true, {'0', '0', ':', '1', 'A', ':'}},  // not 17: no text
-        {"\xFF\xFF\xFF\xFF\xFF\xFF", true, Unset},
-    };
+    } cases[] = {{Address, true, {0x00, 0x1A, 0x7D, 0xDA, 0x71, 0x13}},
+                 {"0A-1b.2C/3d 4E_5f", true, {0x0A, 0x1B, 0x2C, 0x3D, 0x4E, 0x5F}},
+                 {"00:1A:7D:DA:71:1G", false, {0x00, 0x1A, 0x7D, 0xDA, 0x71, 0xFF}},
+                 {"G0:1A:7D:DA:71:13", false, Unset},
+                 {"00:1A:7D:DA:71:1", true, {'0', '0', ':', '1', 'A', ':'}},  // not 17: no text
+                 {"\xFF\xFF\xFF\xFF\xFF\xFF", true, Unset}};
     for (const auto& expected : cases) {
         SCOPED_TRACE(expected.given);
         BluetoothSPPConnection connection(&module, false);
@@ -209,7 +194,7 @@ TEST_F(BluetoothSPPConnectionTest, AnOutgoingLinkCallsAndFollowsWhatTheDriverRep
     const Owned link = makeLink(module, Address, "", 5);
     EXPECT_EQ(link->writeData("abc", 3), 0);
     EXPECT_FALSE(link->listen());
-    module.onCall = connectsAtOnce;
+    module.onCall = [&](int id) { return module.report(id, SPP_CONN_CONNECTED), true; };
     EXPECT_TRUE(link->connect() && link->connect());
     EXPECT_EQ(link->writeData("abc", 3), 3);
     EXPECT_EQ(link->writeData(string(100, 'x').data(), 100), 0) << "all or nothing";
@@ -229,25 +214,7 @@ TEST_F(BluetoothSPPConnectionTest, AnOutgoingLinkCallsAndFollowsWhatTheDriverRep
 
     module.report(2, SPP_CONN_IDLE);
     terminal.clock().setSpeed(200);
-    const auto begin = terminal.clock().monotonic();
-    EXPECT_FALSE(link->connect()) << "without any report";
-    EXPECT_GT(terminal.clock().monotonic() - begin, 20s);
-}
-
-TEST_F(BluetoothSPPConnectionTest, ALinkCanBeDeletedWhileTheDriverDelivers) {
-    std::atomic<bool> isEnding{false};
-    std::thread driver([&] {
-        while (!isEnding) {
-            module.deliver(2, "data");
-            module.report(2, SPP_CONN_CONNECTED);
-        }
-    });
-    for (int round = 0; round < 300; ++round) {
-        const Owned link = makeLink(module);
-        link->isInputPending(round % 3);
-    }
-    isEnding = true;
-    driver.join();
+    EXPECT_GT(simulated([&] { EXPECT_FALSE(link->connect()); }), 20s) << "without any report";
 }
 
 }  // namespace

@@ -1,16 +1,8 @@
 #include "bluetooth/LMXBluetoothModule.h"
 
-#include <gtest/gtest.h>
-
-#include <atomic>
-#include <cerrno>
-#include <memory>
 #include <stdexcept>
-#include <string>
-#include <string_view>
-#include <vector>
 
-#include "bluetooth/BluetoothSPPConnection.h"
+#include "bluetooth/OwnedLink.h"
 #include "sim/console/Console.h"
 #include "support/Resources.h"
 #include "support/TerminalTest.h"
@@ -33,8 +25,7 @@ struct Driver : LMXBluetoothModule {
     using BluetoothModule::registryLock;
 };
 
-class LMXBluetoothModuleTest : public test::TerminalTest {
-protected:
+struct LMXBluetoothModuleTest : test::TerminalTest {
     LMXBluetoothModuleTest() {
         terminal.identity().setEnvironment({"serial=4711"});
         terminal.air().present(Phone, "phone");
@@ -44,8 +35,6 @@ protected:
         delete BluetoothModule::pModule;
     }
 
-    sim::PacketBluetoothModule& module() { return terminal.packetModule(); }
-    sim::BluetoothAir& air() { return terminal.air(); }
     LMXBluetoothModule& driver() {
         return *dynamic_cast<LMXBluetoothModule*>(BluetoothModule::pModule.load());
     }
@@ -61,8 +50,8 @@ protected:
     /// Time passes fast, also for a thread that waits for a packet already.
     void hurry() {
         terminal.clock().setSpeed(Fast);
-        module().setSilent(false);
-        module().sendPacket('?', 0, "");
+        module.setSilent(false);
+        module.sendPacket('?', 0, "");
     }
 
     /// When this returns, the thread has handled whatever was sent before.
@@ -72,35 +61,28 @@ protected:
     }
 
     using Connection = std::unique_ptr<BluetoothSPPConnection>;
-    Connection call(const char* pin = "") {
-        const auto* const address = reinterpret_cast<const unsigned char*>(Phone);
-        return Connection(driver().createSPPConnection(address, 3, pin));
-    }
-    Connection listenOn(int port) { return Connection(driver().createIncomingSPPConnection(port)); }
+    Connection call() { return Connection(test::makeLink(driver(), Phone, "", 3).release()); }
 
     /// All that comes over a link until it is `size` bytes.
     static string receive(BluetoothSPPConnection& link, size_t size) {
         string all;
-        char part[200];
-        soon([&] {
-            const int count = link.readData(part, sizeof part);
-            all.append(part, static_cast<size_t>(count));
-            return all.size() >= size;
-        });
+        soon([&] { return (all += test::taken(link, 200)).size() >= size; });
         return all;
     }
     bool mayBeSuspended() {
         const bool may = driver().powerStateChange(POWER_ON, POWER_SUSPEND);
         return driver().powerStateChange(POWER_SUSPEND, POWER_ON) && may;
     }
+
+    sim::PacketBluetoothModule& module = terminal.packetModule();
 };
 
 TEST_F(LMXBluetoothModuleTest, AModuleThatCannotBeSetUpIsNone) {
     terminal.clock().setSpeed(Slow);
-    module().onRequest(0x26, PacketReply::refusal(), 5);
+    module.onRequest(0x26, PacketReply::refusal(), 5);
     EXPECT_FALSE(LMXBluetoothModule::initialize());
     EXPECT_EQ(take("packet"), "26, 26, 26, 26, 26");
-    module().line().distortSent([](string& bytes) { bytes[6] = '\xC8'; });
+    module.line().distortSent([](string& bytes) { bytes[6] = '\xC8'; });
     {
         Driver alone;
         EXPECT_TRUE(alone.initComm());
@@ -108,9 +90,9 @@ TEST_F(LMXBluetoothModuleTest, AModuleThatCannotBeSetUpIsNone) {
         EXPECT_TRUE(alone.shutdown());
         EXPECT_FALSE(alone.closePort() || alone.sendChipEnable(true)) << "there is no line";
     }
-    module().line().distortSent(nullptr);
+    module.line().distortSent(nullptr);
     terminal.clock().setSpeed(Fast);
-    const long descriptors = test::openDescriptors(), threads = test::runningThreads();
+    const test::Holdings before;
     int failures = 0;
     for (int failing = 1; failing < 40; ++failing) {
         terminal.faults().clear();
@@ -118,10 +100,7 @@ TEST_F(LMXBluetoothModuleTest, AModuleThatCannotBeSetUpIsNone) {
         failures += LMXBluetoothModule::initialize() ? 0 : 1;
         delete BluetoothModule::pModule;
         EXPECT_EQ(BluetoothModule::pModule, nullptr);
-        const auto nothingIsLeft = [&] {
-            return test::openDescriptors() == descriptors && test::runningThreads() == threads;
-        };
-        EXPECT_TRUE(soon(nothingIsLeft)) << "call " << failing;
+        EXPECT_TRUE(before.areBack()) << "call " << failing;
     }
     EXPECT_GE(failures, 1 + 4 + 1) << "the open, a write of each kind and the thread";
 }
@@ -139,7 +118,7 @@ TEST_F(LMXBluetoothModuleTest, ACallCarriesDataAndOnlyWithoutOneTheChipSleepsWit
     EXPECT_EQ(link->writeData(text.data(), 300), 300);
     EXPECT_EQ(take("packet"), "0F 03, 128 bytes, 0F 03, 128 bytes, 0F 03, 44 bytes");
     EXPECT_EQ(receive(*link, 300), text);
-    module().onRequest(0x0F, PacketReply::refusal());
+    module.onRequest(0x0F, PacketReply::refusal());
     EXPECT_EQ(link->writeData(text.data(), 300), 0);
     EXPECT_EQ(take("packet"), "0F 03, 128 bytes") << "none after the refused one";
     link.reset();
@@ -149,10 +128,9 @@ TEST_F(LMXBluetoothModuleTest, ACallCarriesDataAndOnlyWithoutOneTheChipSleepsWit
 
     EXPECT_TRUE(driver().powerStateChange(POWER_ON, POWER_SUSPEND));
     EXPECT_TRUE(driver().powerStateChange(POWER_SUSPEND, POWER_ALARM_WAKE));
-    EXPECT_FALSE(module().isEnabled());
+    EXPECT_FALSE(module.isEnabled());
     EXPECT_TRUE(driver().powerStateChange(POWER_ALARM_WAKE, POWER_ON));
-    EXPECT_TRUE(driver().powerStateChange(POWER_ON, POWER_DARK));
-    EXPECT_TRUE(driver().setEnabled(false));
+    EXPECT_TRUE(driver().powerStateChange(POWER_ON, POWER_DARK) && driver().setEnabled(false));
     EXPECT_TRUE(mayBeSuspended());
     EXPECT_EQ(take("packet"), "06 00 00, disabled, 06 01 01, enabled, 06 00 00, disabled, "
                               "06 00 00, disabled, 06 00 00, disabled");
@@ -164,26 +142,24 @@ TEST_F(LMXBluetoothModuleTest, OnlyAConfirmationInTimeOfTheRightKindCounts) {
         const char* what = nullptr;
         PacketReply reply;
         bool result = false;
-    } Cases[] = {
-        {"twice", PacketReply::normal().twice(), true},
-        {"refused", PacketReply::refusal(), false},
-        {"empty", PacketReply::normal().sized(0), false},
-        {"long", PacketReply::normal().sized(333), false},
-        {"silent", PacketReply::unconfirmed(), false},
-        {"garbled", PacketReply::normal().garbled(), false},
-        {"for another", PacketReply::normal().confirming(0x0F), false},
-        {"slow", PacketReply::normal().after(20ms), true},
-    };
+    } Cases[] = {{"twice", PacketReply::normal().twice(), true},
+                 {"refused", PacketReply::refusal(), false},
+                 {"empty", PacketReply::normal().sized(0), false},
+                 {"long", PacketReply::normal().sized(333), false},
+                 {"silent", PacketReply::unconfirmed(), false},
+                 {"garbled", PacketReply::normal().garbled(), false},
+                 {"for another", PacketReply::normal().confirming(0x0F), false},
+                 {"slow", PacketReply::normal().after(20ms), true}};
     for (const auto& [what, reply, result] : Cases) {
-        module().onRequest(0x06, reply);
+        module.onRequest(0x06, reply);
         EXPECT_EQ(driver().setEnabled(true), result) << what;
         EXPECT_TRUE(driver().addSDPRecord(0, nullptr, 0)) << "after " << what;
     }
-    module().onRequest(0x06, PacketReply::normal().after(150ms));
-    module().onRequest(0x06, PacketReply::unconfirmed());
+    module.onRequest(0x06, PacketReply::normal().after(150ms));
+    module.onRequest(0x06, PacketReply::unconfirmed());
     EXPECT_FALSE(driver().setEnabled(true)) << "late";
     EXPECT_TRUE(driver().setEnabled(true)) << "the late one cannot be told from its own";
-    module().onRequest(0x06, PacketReply::normal().cut(7));
+    module.onRequest(0x06, PacketReply::normal().cut(7));
     EXPECT_FALSE(driver().setEnabled(true));
     EXPECT_FALSE(driver().setEnabled(true)) << "eaten by the packet that has not ended";
     settle();
@@ -196,10 +172,10 @@ TEST_F(LMXBluetoothModuleTest, ACallEndsInTimeWhateverTheModuleAndTheDeviceDo) {
     start();
     hurry();
     Connection link = call();
-    module().onRequest(0x0A, PacketReply::unconfirmed());
-    air().takeAway(Phone);
+    module.onRequest(0x0A, PacketReply::unconfirmed());
+    terminal.air().takeAway(Phone);
     EXPECT_FALSE(link->connect());
-    EXPECT_NE(terminal.journal().await("22 00 00 00 00", 0, test::HostLimit), 0U);
+    EXPECT_TRUE(await("22 00 00 00 00"));
     EXPECT_EQ(take("packet"), "22 04 00 00 00, 0A 03 00 1A 7D DA 71 13 03, 22 00 00 00 00");
 }
 
@@ -216,6 +192,7 @@ TEST_F(LMXBluetoothModuleTest, ACallDoesNotWaitForTheRegistry) {
 
 TEST_F(LMXBluetoothModuleTest, AHundredKilobytesCrossUnharmedBothWays) {
     start();
+    terminal.clock().setSpeed(Slow / 10);  // of hundreds of confirmations none is late
     Connection link = call();
     ASSERT_TRUE(link->connect());
     string sent, back;
@@ -223,7 +200,7 @@ TEST_F(LMXBluetoothModuleTest, AHundredKilobytesCrossUnharmedBothWays) {
         string part;
         for (unsigned j = 0; j < 1 + i * 37 % 1023; ++j)
             part += static_cast<char>(i * 31 + j * 7 + (j >> 8));
-        module().sendPacket('i', 0x75, "\x00\x1A\x7D\xDA\x71\x13"s);  // answered amid the data
+        module.sendPacket('i', 0x75, "\x00\x1A\x7D\xDA\x71\x13"s);  // answered amid the data
         ASSERT_EQ(link->writeData(part.data(), unsigned(part.size())), int(part.size()));
         back += receive(*link, part.size());
         sent += part;
@@ -241,13 +218,13 @@ TEST_F(LMXBluetoothModuleTest, ShuttingDownWaitsForTheLastConnectionAndEndsAnyth
     EXPECT_FALSE(driver().shutdown());
     EXPECT_TRUE(link->connect()) << "the thread runs on";
     link.reset();
-    module().transmit("\x02i\x10\xFF");  // a packet that is never completed
+    module.transmit("\x02i\x10\xFF");  // a packet that is never completed
     EXPECT_TRUE(driver().shutdown() && driver().shutdown());
     EXPECT_TRUE(LMXBluetoothModule::initialize()) << "the module is still the current one";
     terminal.clock().setSpeed(Slow);
     EXPECT_TRUE(driver().initModule());
     hurry();
-    module().line().hangUp();
+    module.line().hangUp();
     const int before = terminal.faults().calls();
     EXPECT_FALSE(driver().setEnabled(true));
     std::this_thread::sleep_for(100ms);
@@ -261,12 +238,12 @@ TEST_F(LMXBluetoothModuleTest, ConnectionsAndDriverGoAtAnyMomentOfADelivery) {
         auto flood = test::inBackground([&] {
             const sim::HostTime hostTime;
             for (; !isOver; std::this_thread::sleep_for(1ms)) {
-                module().sendPacket('i', 0x0C, "\0\x1A\x7D\xDA\x71\x13\x01"s);
-                module().sendPacket('i', 0x10, "\x01\x64\0"s + string(100, 'f'));
+                module.sendPacket('i', 0x0C, "\0\x1A\x7D\xDA\x71\x13\x01"s);
+                module.sendPacket('i', 0x10, "\x01\x64\0"s + string(100, 'f'));
             }
         });
         for (int connections = 0; connections < 10; ++connections) {
-            Connection link = listenOn(1);
+            Connection link(driver().createIncomingSPPConnection(1));
             EXPECT_EQ(receive(*link, 100).front(), 'f');
         }
         hurry();

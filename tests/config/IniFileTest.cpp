@@ -9,8 +9,7 @@ namespace {
 
 using std::string;
 
-class IniFileTest : public testing::Test {
-protected:
+struct IniFileTest : testing::Test {
     IniFile ini{"/nowhere"};
 };
 

@@ -1,12 +1,6 @@
 #include "config/LogFile.h"
 
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
-#include <cerrno>
 #include <cstdlib>
-#include <ctime>
-#include <string>
 
 #include "config/RawLogFile.h"
 #include "io/Media.h"
@@ -18,8 +12,7 @@ using std::string;
 
 constexpr char Path[] = "/mnt/mmc/log";
 
-class LogFileTest : public test::TerminalTest {
-protected:
+struct LogFileTest : test::TerminalTest {
     LogFileTest() {
         setenv("TZ", "CET-1CEST,M3.5.0,M10.5.0/3", 1);
         tzset();

@@ -66,8 +66,7 @@ TEST(LockTest, ACancelledWaiterLeavesTheLockFree) {
         });
         EXPECT_TRUE(onCond.start() && onSemaphore.start());
         ASSERT_TRUE(eventually([&] { return near == 2; }));
-        EXPECT_TRUE(onCond.terminate() && onSemaphore.terminate());
-        EXPECT_TRUE(isFree(cond));
+        EXPECT_TRUE(onCond.terminate() && onSemaphore.terminate() && isFree(cond));
         Worker poster([&](Worker&) { semaphore.post(); });
         EXPECT_TRUE(poster.start() && poster.stop(Long, false));
     }

@@ -30,8 +30,7 @@ TEST(ThreadTest, AFinishedWorkerIsHeldUntilItIsJoinedAtOnce) {
     const std::function<bool(Thread&)> endings[] = {
         [](Thread& thread) { return thread.stop(Long, false); },
         [](Thread& thread) { return thread.stop(0, true); },
-        [](Thread& thread) { return thread.terminate(); },
-    };
+        [](Thread& thread) { return thread.terminate(); }};
     for (const auto& join : endings) {
         Worker worker(obey);
         const long joinMs = shortestMs(Step, [&] {
@@ -65,8 +64,7 @@ TEST(ThreadTest, AStopWaitsInWholeStepsBeforeItCancels) {
             }
         });
         const long stopMs = shortestMs(waitMs + Step, [&, timeout = timeoutMs] {
-            EXPECT_TRUE(worker.start());
-            EXPECT_TRUE(worker.stop(timeout, false));
+            EXPECT_TRUE(worker.start() && worker.stop(timeout, false));
         });
         EXPECT_GE(stopMs, waitMs);
         EXPECT_LT(stopMs, waitMs + Step);

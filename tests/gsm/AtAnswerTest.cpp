@@ -29,13 +29,11 @@ TEST(AtAnswerTest, AClockTimeIsADateThatExists) {
     const struct {
         std::string_view answer, time;  // with the day of the week and that of the year
         int zone;                       // in quarters of an hour
-    } cases[] = {
-        {"+CCLK: \"04/05/06,22:10:00+08\"\r\n", "2004-05-06 22:10:00 4 127", 8},
-        {"+CCLK: \"99/12/31,23:59:59-96\"\r\n", "2099-12-31 23:59:59 4 365", -96},
-        {"+CCLK: 24/02/29 , 1: 2:3 +0\r\n", "2024-02-29 01:02:03 4 060", 0},
-        {"+CCLK: \"25/02/29,01:02:03\"\r\n+CCLK:\"24/12/31,01:02:03\"", "2024-12-31 01:02:03 2 366",
-         0},
-    };
+    } cases[] = {{"+CCLK: \"04/05/06,22:10:00+08\"\r\n", "2004-05-06 22:10:00 4 127", 8},
+                 {"+CCLK: \"99/12/31,23:59:59-96\"\r\n", "2099-12-31 23:59:59 4 365", -96},
+                 {"+CCLK: 24/02/29 , 1: 2:3 +0\r\n", "2024-02-29 01:02:03 4 060", 0},
+                 {"+CCLK: \"25/02/29,01:02:03\"\r\n+CCLK:\"24/12/31,01:02:03\"",
+                  "2024-12-31 01:02:03 2 366", 0}};
     for (const auto& [answer, expected, zone] : cases) {
         SCOPED_TRACE(answer);
         const std::optional<tm> time = at::clockTime(answer);

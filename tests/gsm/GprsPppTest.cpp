@@ -1,15 +1,11 @@
 #include "gsm/GprsPpp.h"
 
 #include <fcntl.h>
-#include <gtest/gtest.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <chrono>
 #include <csignal>
 #include <fstream>
-#include <functional>
-#include <string>
 
 #include "foundation/Worker.h"
 #include "io/FileDescriptor.h"
@@ -28,14 +24,11 @@ bool isAlive(pid_t child) { return ::waitpid(child, nullptr, WNOHANG) == 0; }
 bool isReaped(pid_t child) { return ::waitpid(child, nullptr, WNOHANG) < 0; }
 
 /// A process of the test's own group that does nothing.
-class Child {
-public:
+struct Child {
     Child() : pid(::fork()) {
         while (pid == 0)
             ::pause();
     }
-    Child(const Child&) = delete;
-    Child& operator=(const Child&) = delete;
     ~Child() {
         if (isAlive(pid)) {
             ::kill(pid, SIGKILL);
@@ -46,47 +39,10 @@ public:
     const pid_t pid;
 };
 
-/// The modem on the far side of the virtual port: every call is put through.
-class Dialled {
-public:
-    Dialled() : master(::open("/dev/ptyp1", O_RDWR | O_NONBLOCK)) {
-        EXPECT_TRUE(master.isOpen());
-        EXPECT_TRUE(worker.start());
-    }
-
-private:
-    void serve() {
-        string heard;
-        while (!worker.stopRequested()) {
-            char buffer[64];
-            const ssize_t size = ::read(master.get(), buffer, sizeof buffer);
-            if (size <= 0) {
-                Thread::sleep(50);
-                continue;
-            }
-            heard.append(buffer, static_cast<size_t>(size));
-            if (heard.find("ATD") != string::npos && heard.back() == '\r') {
-                heard.clear();
-                [[maybe_unused]] const ssize_t sent = ::write(master.get(), "\r\nCONNECT\r\n", 11);
-            }
-        }
-    }
-
-    io::FileDescriptor master;
-    test::Worker worker{[this](test::Worker&) { serve(); }};
-};
-
-class GprsPppTest : public test::TerminalTest {
-protected:
+struct GprsPppTest : test::TerminalTest {
     bool hasPidFile() { return terminal.files().exists(PidPath); }
     void writePidFile(const string& text) {
         std::ofstream(terminal.files().hostPath(PidPath)) << text;
-    }
-
-    template <class Action> std::chrono::nanoseconds simulated(Action action) {
-        const auto begin = terminal.clock().monotonic();
-        action();
-        return terminal.clock().monotonic() - begin;
     }
 
     static bool start(GPRSPPP_PARAMETERS parameters = {}) {
@@ -118,8 +74,7 @@ TEST_F(GprsPppTest, APidFileThatNamesNoDaemonSignalsNobodyAndAnyOtherProcessIsKi
     writePidFile("-" + std::to_string(::getpid()));
     EXPECT_EQ(GprsPpp::getDaemonPID(), -::getpid());
     EXPECT_FALSE(GprsPpp::isRunning() || GprsPpp::stop());
-    EXPECT_TRUE(hasPidFile());
-    EXPECT_TRUE(isAlive(bystander.pid));
+    EXPECT_TRUE(hasPidFile() && isAlive(bystander.pid));
 
     for (const bool isDead : {false, true}) {
         terminal.clock().setSpeed(isDead ? 1 : 20);
@@ -132,7 +87,17 @@ TEST_F(GprsPppTest, APidFileThatNamesNoDaemonSignalsNobodyAndAnyOtherProcessIsKi
 }
 
 TEST_F(GprsPppTest, ADaemonThatEndsByItselfIsReapedAndOneThatIsDeafIsKilled) {
-    const Dialled modem;
+    const io::FileDescriptor master(::open("/dev/ptyp1", O_RDWR | O_NONBLOCK));
+    test::Worker modem([&](test::Worker& self) {  // puts every call through
+        for (string heard; !self.stopRequested(); Thread::sleep(50)) {
+            heard += test::readFrom(master.get(), 64, 0ms);
+            if (heard.find("ATD") == string::npos || heard.back() != '\r')
+                continue;
+            heard.clear();
+            EXPECT_EQ(::write(master.get(), "\r\nCONNECT\r\n", 11), 11);
+        }
+    });
+    ASSERT_TRUE(modem.start());
     ASSERT_TRUE(start());
     pid_t pid = GprsPpp::getDaemonPID();
     terminal.programs().signalRunning("pppd", SIGTERM);
@@ -150,11 +115,9 @@ TEST_F(GprsPppTest, ADaemonThatEndsByItselfIsReapedAndOneThatIsDeafIsKilled) {
     terminal.clock().setSpeed(1);
     terminal.ppp().setNeverUp(true);
     test::Worker worker([](test::Worker&) { start(); });
-    ASSERT_TRUE(worker.start());
-    ASSERT_TRUE(soon([] { return GprsPpp::getDaemonPID() > 0; }));
+    ASSERT_TRUE(worker.start() && soon([] { return GprsPpp::getDaemonPID() > 0; }));
     pid = GprsPpp::getDaemonPID();
-    EXPECT_TRUE(worker.terminate());
-    EXPECT_TRUE(isReaped(pid));
+    EXPECT_TRUE(worker.terminate() && isReaped(pid));
     EXPECT_FALSE(hasPidFile());
 }
 

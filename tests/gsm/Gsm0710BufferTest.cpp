@@ -7,6 +7,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <tuple>
 #include <vector>
 
 #include "gsm/Gsm0710Frame.h"
@@ -25,20 +26,8 @@ using testing::ElementsAre;
 
 constexpr unsigned Size = 4096;
 
-struct Received {
-    int channel;
-    int control;
-    string data;
-
-    bool operator==(const Received& other) const {
-        return channel == other.channel && control == other.control && data == other.data;
-    }
-};
-
-std::ostream& operator<<(std::ostream& out, const Received& frame) {
-    return out << frame.channel << "/" << frame.control << "/"
-               << testing::PrintToString(frame.data);
-}
+/// Channel, control and data of a frame.
+using Received = std::tuple<int, int, string>;
 
 unsigned write(Gsm0710Buffer& buffer, const string& bytes) {
     return buffer.write(unsignedOf(bytes), static_cast<unsigned>(bytes.size()));
@@ -50,7 +39,7 @@ std::optional<Received> readOne(Gsm0710Buffer& buffer) {
         return std::nullopt;
     EXPECT_EQ(frame->data != nullptr, frame->length != 0);
     const auto* const data = reinterpret_cast<const char*>(frame->data.get());
-    return Received{frame->channel, frame->control, string(data ? data : "", frame->length)};
+    return Received(frame->channel, frame->control, string(data ? data : "", frame->length));
 }
 
 /// Everything that is to be had, in the way of the engine.
@@ -138,8 +127,7 @@ TEST(Gsm0710BufferTest, OnlyWhatIsCheckedComesOut) {
         {octets("F9 03 3F 09 E4 06 06 F1 3F 01 2A F9") + frameOf(1, Uih, "x"),
          {{1, Uih, "x"}},
          "data on SABM"},
-        {frameOf(0, 0x3F, "junk"), {{0, 0x3F, "junk"}}, "... but well formed"},
-    };
+        {frameOf(0, 0x3F, "junk"), {{0, 0x3F, "junk"}}, "... but well formed"}};
     for (const auto& each : cases)
         EXPECT_EQ(decode(each.stream), each.frames) << each.what;
 }
@@ -153,7 +141,7 @@ TEST(Gsm0710BufferTest, NoMoreIsMissingThanTheDamagedFrameAndWhatAFalseLengthCla
     for (int i = 0; i < 20; ++i) {
         const size_t length = std::vector<size_t>{31, 0, 127, 4, 64}[static_cast<size_t>(i % 5)];
         sent.push_back({i, Uih, string(length, static_cast<char>('0' + i))});
-        stream += frameOf(i, Uih, sent.back().data);
+        stream += frameOf(i, Uih, std::get<string>(sent.back()));
         ends.push_back(stream.size());
     }
     ASSERT_EQ(decode(stream), sent);

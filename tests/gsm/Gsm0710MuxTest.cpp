@@ -1,22 +1,14 @@
 #include "gsm/Gsm0710Mux.h"
 
 #include <fcntl.h>
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
 #include <poll.h>
 #include <unistd.h>
 
 #include <algorithm>
-#include <atomic>
-#include <cerrno>
-#include <chrono>
 #include <ctime>
-#include <future>
-#include <memory>
-#include <optional>
-#include <string>
+#include <iomanip>
+#include <sstream>
 
-#include "foundation/PowerEventListener.h"
 #include "gsm/Octets.h"
 #include "io/FileDescriptor.h"
 #include "support/Eventually.h"
@@ -30,23 +22,22 @@ using sim::RadioFrame;
 using sim::RadioMux;
 using std::string;
 using test::octets;
+using test::readFrom;
 using test::soon;
 
 constexpr char Line[] = "/dev/ttyAT1";
 constexpr double SlowTime = 0.3;
-constexpr char OpeningOfTwo[] = "0:3F 1:3F 0:EF[E3 05 07 0C] 2:3F 0:EF[E3 05 0B 0C]";
-constexpr char ClosingOfTwo[] = "1:53 0:53 0:EF[C3 01] 0:EF[C3 01] 0:EF[C3 01] 0:EF[C3 01] "
+constexpr char OpeningOfTwo[] = "0:3F, 1:3F, 0:EF[E3 05 07 0C], 2:3F, 0:EF[E3 05 0B 0C]";
+constexpr char ClosingOfTwo[] = "1:53, 0:53, 0:EF[C3 01], 0:EF[C3 01], 0:EF[C3 01], 0:EF[C3 01], "
                                 "0:EF[C3 01]";
 
 string hex(const string& bytes) {
-    string text;
-    for (const char byte : bytes) {
-        char digits[4];
-        std::snprintf(digits, sizeof digits, "%s%02X", text.empty() ? "" : " ",
-                      static_cast<unsigned>(static_cast<uint8_t>(byte)));
-        text += digits;
-    }
-    return text;
+    std::ostringstream text;
+    text << std::hex << std::uppercase << std::setfill('0');
+    for (const char byte : bytes)
+        text << (text.tellp() > 0 ? " " : "") << std::setw(2)
+             << unsigned{static_cast<uint8_t>(byte)};
+    return text.str();
 }
 
 /// Octets that tell where in the stream they stand; every value occurs.
@@ -57,28 +48,22 @@ string pattern(size_t size) {
     return bytes;
 }
 
-/// While it exists the line's thread stands still: nothing is taken from the line any more.
-class BlockedLine {
-public:
-    explicit BlockedLine(sim::SerialLine& line) {
-        const auto stands = std::make_shared<std::promise<void>>();
-        line.at(0ns, [stands, end = released.get_future().share()] {
-            stands->set_value();
-            end.wait();
-        });
-        stands->get_future().wait();
-    }
-    BlockedLine(const BlockedLine&) = delete;
-    BlockedLine& operator=(const BlockedLine&) = delete;
-    ~BlockedLine() { released.set_value(); }
+/// Until the promise goes the line's thread stands still: nothing is taken from the line any more.
+using Block = std::unique_ptr<std::promise<void>>;
 
-private:
-    std::promise<void> released;
-};
+Block block(sim::SerialLine& line) {
+    auto end = std::make_unique<std::promise<void>>();
+    const auto stands = std::make_shared<std::promise<void>>();
+    line.at(0ns, [stands, ended = end->get_future().share()] {
+        stands->set_value();
+        ended.wait();
+    });
+    stands->get_future().wait();
+    return end;
+}
 
 /// The engine between the simulated radio module and programs that open the slaves.
-class Gsm0710MuxTest : public test::PoweredTest {
-protected:
+struct Gsm0710MuxTest : test::PoweredTest {
     Gsm0710MuxTest() {
         radio.setOn(true);
         radio.setAnswerTime(0ms);
@@ -96,7 +81,7 @@ protected:
         ASSERT_TRUE(startMultiplexing());
         ASSERT_TRUE(soon([&] { return radio.isChannelOpen(0); })) << text();
         send(0, octets("23 01"));
-        ASSERT_TRUE(soonReceived(string(OpeningOfTwo) + " 0:EF[21 01]")) << text();
+        ASSERT_TRUE(soonReceived(string(OpeningOfTwo) + ", 0:EF[21 01]")) << text();
         clear();
     }
 
@@ -130,22 +115,6 @@ protected:
         return opened;
     }
 
-    static string read(const io::FileDescriptor& from, size_t size,
-                       std::chrono::milliseconds limit = 20s) {
-        const sim::HostTime hostTime;
-        string all;
-        pollfd file{from.get(), POLLIN, 0};
-        while (all.size() < size && ::poll(&file, 1, static_cast<int>(limit.count())) > 0) {
-            char buffer[4096];
-            const ssize_t count =
-                ::read(from.get(), buffer, std::min(sizeof buffer, size - all.size()));
-            if (count <= 0)
-                break;
-            all.append(buffer, static_cast<size_t>(count));
-        }
-        return all;
-    }
-
     /// Writes what fits, again and again until all has gone.
     static bool write(const io::FileDescriptor& to, const string& bytes) {
         const sim::HostTime hostTime;
@@ -168,11 +137,11 @@ protected:
 
     /// Notes it as "0:EF[E3 05]", data for the program that it is for as well.
     bool note(const RadioFrame& frame) {
-        const std::lock_guard<std::mutex> held(mutex);
         const bool isData = frame.channel > 0 && frame.control == RadioMux::UIH;
-        noted += (noted.empty() ? "" : " ") + std::to_string(frame.channel) + ":" +
-                 hex(string(1, static_cast<char>(frame.control))) +
-                 (frame.data.empty() ? "" : "[" + hex(frame.data) + "]");
+        terminal.journal().note("mux", std::to_string(frame.channel) + ":" +
+                                           hex(string(1, static_cast<char>(frame.control))) +
+                                           (frame.data.empty() ? "" : "[" + hex(frame.data) + "]"));
+        const std::lock_guard<std::mutex> held(mutex);
         if (isData)
             data[frame.channel] += frame.data;
         return isData || isDeaf;
@@ -183,18 +152,9 @@ protected:
         return data[channel];
     }
 
-    void clear() {
-        const std::lock_guard<std::mutex> held(mutex);
-        noted.clear();
-        for (string& each : data)
-            each.clear();
-    }
-
     /// The frames that the module has received.
-    string text() {
-        const std::lock_guard<std::mutex> held(mutex);
-        return noted;
-    }
+    string text() { return terminal.journal().history("mux"); }
+    void clear() { terminal.journal().clear(); }
 
     bool soonReceived(const string& expected) {
         return soon([&] { return text().size() >= expected.size(); }) && text() == expected;
@@ -218,20 +178,18 @@ protected:
     std::atomic<bool> isDeaf{false};  // the module does not see frames
 
 private:
-    std::mutex mutex;  // guards what follows
-    string noted;
-    string data[64];
+    std::mutex mutex;
+    string data[64];  // guarded by mutex
 };
 
 TEST_F(Gsm0710MuxTest, DataOfAProgramLeavesInFramesOf31OctetsAndComesBackOnItsChannel) {
     start();
     const io::FileDescriptor first = program(1), second = program(2);
     const string sent = pattern(100);
-    ASSERT_TRUE(write(first, sent));
-    ASSERT_TRUE(soon([&] { return received(1).size() >= 100; }));
+    ASSERT_TRUE(write(first, sent) && soon([&] { return received(1).size() >= 100; }));
     string expected;
     for (size_t at = 0; at < 100; at += 31)
-        expected += (at ? " 1:EF[" : "1:EF[") + hex(sent.substr(at, 31)) + "]";
+        expected += (at ? ", 1:EF[" : "1:EF[") + hex(sent.substr(at, 31)) + "]";
     EXPECT_EQ(text(), expected);
 
     // Whatever the module sends: of any length, on any channel, of a kind nobody knows, damaged.
@@ -251,28 +209,22 @@ TEST_F(Gsm0710MuxTest, DataOfAProgramLeavesInFramesOf31OctetsAndComesBackOnItsCh
         radio.transmit(damage, 0ms);
         radio.transmit(string(130, 'z'), 0ms);  // what the beginning of a frame may claim
         radio.transmit(good, 0ms);
-        EXPECT_EQ(read(first, 4), "good") << hex(damage.substr(0, 16));
+        EXPECT_EQ(readFrom(first.get(), 4), "good") << hex(damage.substr(0, 16));
     }
     send(2, "the end");
-    EXPECT_EQ(read(second, 138), pattern(127) + "and the end");
+    EXPECT_EQ(readFrom(second.get(), 138), pattern(127) + "and the end");
 }
 
 TEST_F(Gsm0710MuxTest, MessagesAndFramesAreAnsweredAsThePeerOfTheModuleDoes) {
     start();
-    struct Exchange {
-        int channel;
-        int control;
-        string data;
-        string answer;
+    const struct {
+        int channel, control;
+        string data, answer;
         const char* what;
-    };
-    const string longTest = octets("23 FF") + string(40, 'x');
-    const Exchange exchanges[] = {
+    } exchanges[] = {
         {0, 0xEF, octets("23 07 01 02 03"), "0:EF[21 07 01 02 03]", "test"},
-        {0, 0xEF, longTest,
-         "0:EF[21 FF" + hex(string(29, 'x')).insert(0, " ") + "] 0:EF[" + hex(string(11, 'x')) +
-             "]",
-         "a long test"},
+        {0, 0xEF, octets("23 FF") + string(40, 'x'),
+         "0:EF[21 FF " + hex(string(29, 'x')) + "], 0:EF[" + hex(string(11, 'x')) + "]", "long"},
         {0, 0xEF, octets("21 07 01 02 03"), "", "response"},
         {0, 0xEF, "", "", "no message"},
         {0, 0xEF, octets("E3 05 07 0D"), "", "modem status"},
@@ -285,29 +237,25 @@ TEST_F(Gsm0710MuxTest, MessagesAndFramesAreAnsweredAsThePeerOfTheModuleDoes) {
         {17, 0x0F, "", "", "DM of it"},
         {1, 0x0F, "", "", "DM of an open channel"},
         {1, 0x43, "", "1:1F", "which is closed now"},
-        {0, 0x2F, "junk", "0:73", "SABM with data"},
-    };
-    for (const Exchange& exchange : exchanges) {
+        {0, 0x2F, "junk", "0:73", "SABM with data"}};
+    for (const auto& exchange : exchanges) {
         clear();
         send(exchange.channel, exchange.data, exchange.control);
         send(0, octets("23 01"));  // answered last
         const string expected =
-            (exchange.answer.empty() ? "" : exchange.answer + " ") + "0:EF[21 01]";
+            (exchange.answer.empty() ? "" : exchange.answer + ", ") + "0:EF[21 01]";
         EXPECT_TRUE(soonReceived(expected)) << exchange.what << ": " << text();
     }
 }
 
 TEST_F(Gsm0710MuxTest, TheModuleMayRefuseOrEndMultiplexingAndTheEngineStartsAgain) {
     const struct {
-        string data;
         int control;
-        string answer;
-        const char* what;
-    } ends[] = {{octets("C3 01"), 0xEF, "0:EF[C1 01]", "close-down"},
-                {octets("C3"), 0xEF, "0:EF[C1]", "close-down without length"},
-                {"", 0x43, "0:73", "DISC on channel 0"},
-                // Once for the open channel 0, which only closes it.
-                {"", 0x0F, ClosingOfTwo, "DM on channel 0"}};
+        string data, answer;
+    } ends[] = {{0xEF, octets("C3 01"), "0:EF[C1 01]"},  // close-down
+                {0xEF, octets("C3"), "0:EF[C1]"},        // ... without its length
+                {0x43, "", "0:73"},
+                {0x0F, "", ClosingOfTwo}};
     const long descriptors = test::openDescriptors();
     radio.refuseChannel(0);
     ASSERT_TRUE(startMultiplexing());
@@ -319,35 +267,28 @@ TEST_F(Gsm0710MuxTest, TheModuleMayRefuseOrEndMultiplexingAndTheEngineStartsAgai
         start();
         const io::FileDescriptor held = program(1);
         send(1, "works");
-        EXPECT_EQ(read(held, 5), "works");
+        EXPECT_EQ(readFrom(held.get(), 5), "works");
         isDeaf = true;
         send(0, end.data, end.control);
         if (end.control == 0x0F)
-            send(0, "", 0x0F);
+            send(0, "", 0x0F);  // one for the open channel 0 only closes it
         pollfd port{held.get(), 0, 0};
         EXPECT_TRUE(soon([&] { return ::poll(&port, 1, 0) > 0 && (port.revents & POLLHUP); }))
-            << end.what;
-        EXPECT_TRUE(soonReceived(end.answer)) << end.what << ": " << text();
+            << end.answer;
+        EXPECT_TRUE(soonReceived(end.answer)) << text();
         EXPECT_FALSE(startOnly()) << "the line is still held";
         stopAndRestartModule();
-        EXPECT_EQ(text(), end.answer) << end.what;
+        EXPECT_EQ(text(), end.answer);
         isDeaf = false;
     }
     EXPECT_EQ(test::openDescriptors(), descriptors);
 }
 
-/// Slows the time down after a suspend, before the engine starts anew.
-struct SlowWakeUp : PowerEventListener {
-    bool powerStateChange(PowerState from, PowerState) override {
-        if (from == POWER_SUSPEND)
-            sim::Clock::get().setSpeed(SlowTime);
-        return true;
-    }
-};
-
 TEST_F(Gsm0710MuxTest, SuspendClosesItAndTheWakeUpBuildsItUpAgain) {
-    SlowWakeUp slowWakeUp;
-    power().addListener(&slowWakeUp);
+    terminal.journal().watch([](const sim::Journal::Entry& entry) {
+        if (entry.text.rfind("woken", 0) == 0)  // before the engine starts anew
+            sim::Clock::get().setSpeed(SlowTime);
+    });
     start();
     io::FileDescriptor first = program(1);
     const io::FileDescriptor second = program(2);  // held all the time
@@ -355,18 +296,17 @@ TEST_F(Gsm0710MuxTest, SuspendClosesItAndTheWakeUpBuildsItUpAgain) {
         clear();
         EXPECT_TRUE(power().setPowerMode(POWER_SUSPEND));
         EXPECT_EQ(terminal.power().suspends(), round + 1);
-        EXPECT_TRUE(soonReceived("1:53 0:53 " + string(OpeningOfTwo))) << text();
+        EXPECT_TRUE(soonReceived("1:53, 0:53, " + string(OpeningOfTwo))) << text();
         terminal.clock().setSpeed(1);
         first.reset();
         first = program(1);
         send(1, "awake");
-        EXPECT_EQ(read(first, 5), "awake");
+        EXPECT_EQ(readFrom(first.get(), 5), "awake");
         EXPECT_FALSE(write(second, "?"));
     }
     const io::FileDescriptor again = program(2);
     ASSERT_TRUE(write(again, "still here"));
     EXPECT_TRUE(soon([&] { return received(2) == "still here"; }));
-    power().removeListener(&slowWakeUp);
 }
 
 TEST_F(Gsm0710MuxTest, AClosedPortCostsNothingAndAnUnreadOneTheOthersASecondOnce) {
@@ -383,7 +323,7 @@ TEST_F(Gsm0710MuxTest, AClosedPortCostsNothingAndAnUnreadOneTheOthersASecondOnce
         for (size_t at = 0; at < flood.size(); at += 31)
             send(2, flood.substr(at, 31));
         send(1, "x");
-        EXPECT_EQ(read(first, 1), "x");
+        EXPECT_EQ(readFrom(first.get(), 1), "x");
     };
     sendFlood();  // nobody is there for this, and it is no business of the next program's
     second = program(2);
@@ -391,44 +331,28 @@ TEST_F(Gsm0710MuxTest, AClosedPortCostsNothingAndAnUnreadOneTheOthersASecondOnce
     EXPECT_LT(test::shortestMs(900, sendFlood), 900);
     string taken;
     for (string more = "?"; !more.empty(); taken += more)
-        more = read(second, 4096, 300ms);
+        more = readFrom(second.get(), 4096, 300ms);
     ASSERT_GT(taken.size(), 4000U);
     EXPECT_TRUE(taken.compare(0, 4000, flood, 0, 4000) == 0) << "missing before it was full";
     send(2, "here again");
-    EXPECT_EQ(read(second, 10), "here again");
+    EXPECT_EQ(readFrom(second.get(), 10), "here again");
     ASSERT_TRUE(write(second, "and mine"));
     EXPECT_TRUE(soon([&] { return received(2) == "last wordsand mine"; }));
 }
 
-TEST_F(Gsm0710MuxTest, ALineThatStopsTakingLosesAndRepeatsNothing) {
+TEST_F(Gsm0710MuxTest, WhileTheLineTakesNothingTheWayBackIsOpenAndStopComesBack) {
     start();
     const io::FileDescriptor first = program(1), second = program(2);
-    const string sent = pattern(200000);
-    std::optional<BlockedLine> blocked(radio.line());
-    auto writing = test::inBackground([&] { return write(first, sent); });
-    auto other = test::inBackground([&] { return write(second, sent); });
-    EXPECT_LT(cpuTimeIn(500ms), 400ms);
-    send(2, "the way back is open");
-    EXPECT_EQ(read(second, 20), "the way back is open");
-    for (int round = 0; round < 10; ++round)
-        blocked.emplace(radio.line());
-    EXPECT_LT(received(1).size() + received(2).size(), 2 * sent.size());
-    blocked.reset();
-    EXPECT_TRUE(writing.get() && other.get());
-    EXPECT_TRUE(soon([&] { return received(1).size() + received(2).size() >= 2 * sent.size(); }));
-    EXPECT_TRUE(received(1) == sent && received(2) == sent);
-}
-
-TEST_F(Gsm0710MuxTest, StopComesBackWhileTheLineTakesNothing) {
-    start();
-    const io::FileDescriptor first = program(1);
     const string bytes = pattern(1000);
     {
-        const BlockedLine blocked(radio.line());
+        const Block blocked = block(radio.line());
         pollfd port{first.get(), POLLOUT, 0};
         while (::poll(&port, 1, 200) > 0)  // until the port is full as well
             ASSERT_GT(::write(first.get(), bytes.data(), bytes.size()), 0);
-        EXPECT_LT(test::elapsedMs([&] { EXPECT_TRUE(mux->stopMux()); }), 10000);
+        EXPECT_LT(cpuTimeIn(500ms), 400ms);
+        send(2, "the way back");
+        EXPECT_EQ(readFrom(second.get(), 12), "the way back");
+        EXPECT_LT(simulated([&] { stop(); }), 10s);
     }
     EXPECT_FALSE(write(first, bytes)) << "it sees a hang-up";
 }

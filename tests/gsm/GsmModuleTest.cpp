@@ -1,13 +1,7 @@
 #include "gsm/GsmModule.h"
 
-#include <gtest/gtest.h>
-
-#include <chrono>
 #include <deque>
-#include <functional>
 #include <map>
-#include <string>
-#include <vector>
 
 #include "foundation/Worker.h"
 #include "gsm/ScriptedModem.h"
@@ -32,24 +26,16 @@ string times(int count, const string& text) {
 }
 string lines(const string& text) { return "\r\n" + text + "\r\n\r\nOK\r\n"; }
 
-class GsmModuleTest : public test::TerminalTest {
-protected:
+struct GsmModuleTest : test::TerminalTest {
     GsmModuleTest() { EXPECT_TRUE(module.open()); }
 
     sim::SerialLine& line() { return terminal.barcodeLine(); }
-
-    /// How much simulated time an action takes, in milliseconds.
-    template <class Action> long simulatedMs(Action action) {
-        const auto begin = terminal.clock().monotonic();
-        action();
-        return static_cast<long>((terminal.clock().monotonic() - begin) / 1ms);
-    }
 
     struct Dialogue {
         std::map<string, Answers> scripts;
         bool result;
         string sent;
-        long pausesMs;
+        std::chrono::milliseconds pauses;
     };
     /// What a call gives and sends, and how long it takes at least, when the modem answers so.
     void expect(const std::function<bool()>& call, const std::vector<Dialogue>& dialogues) {
@@ -59,7 +45,7 @@ protected:
             ASSERT_TRUE(module.open());
             for (const auto& [command, answers] : expected.scripts)
                 modem.script(command, answers);
-            EXPECT_GE(simulatedMs([&] { EXPECT_EQ(call(), expected.result); }), expected.pausesMs);
+            EXPECT_GE(simulated([&] { EXPECT_EQ(call(), expected.result); }), expected.pauses);
             EXPECT_EQ(modem.takeCommands(), expected.sent);
             for (const auto& script : expected.scripts)
                 modem.script(script.first, {Ok});
@@ -75,14 +61,12 @@ TEST_F(GsmModuleTest, AnAnswerIsWhatStandsBehindTheEcho) {
         string reply;  // behind the echo
         int result;
         string text;
-    } cases[] = {
-        {"\n \t\r\n+CREG: 0,1\r\n\r\nOK\r\n", 0, "+CREG: 0,1\r\n\r\nOK\r\n"},
-        {cmeError(10), 7, "+CME ERROR: 10\r\n"},
-        {"\r\nRING\r\n\r\nOK\r\n", 2, "RING\r\n"},
-        {"\r\n+CPIN: READY\r\n", -1, "+CPIN: READY\r\n"},  // no result within the limit
-        {string("\r\na\0b\r\n\r\nOK\r\n", 13), 0, "a"},
-        {Silence, -1, "kept"},
-    };
+    } cases[] = {{"\n \t\r\n+CREG: 0,1\r\n\r\nOK\r\n", 0, "+CREG: 0,1\r\n\r\nOK\r\n"},
+                 {cmeError(10), 7, "+CME ERROR: 10\r\n"},
+                 {"\r\nRING\r\n\r\nOK\r\n", 2, "RING\r\n"},
+                 {"\r\n+CPIN: READY\r\n", -1, "+CPIN: READY\r\n"},  // no result within the limit
+                 {string("\r\na\0b\r\n\r\nOK\r\n", 13), 0, "a"},
+                 {Silence, -1, "kept"}};
     terminal.clock().setSpeed(2);
     for (const auto& expected : cases) {
         SCOPED_TRACE(testing::PrintToString(expected.reply));
@@ -113,14 +97,14 @@ TEST_F(GsmModuleTest, TheSetUpProbesThenStopsAtTheFirstStepThatFails) {
     const string speed = "AT+CMEE=1 AT+IPR=115200 ", rest = "AT&K3 AT#SELINT=2 ";
     terminal.clock().setSpeed(2);
     expect([&] { return module.initComm(); },
-           {{{{"AT+CMEE=1", {Error}}}, false, "AT AT+CMEE=1 ", 40}});
+           {{{{"AT+CMEE=1", {Error}}}, false, "AT AT+CMEE=1 ", 40ms}});
     EXPECT_EQ(line().settings(), "115200 8N1");
     expect([&] { return module.initComm(); },
-           {{{{"AT", {Error, Error, Ok}}}, true, "AT AT AT " + speed + rest, 500},
-            {{{"AT", {Silence}}}, true, "AT AT AT AT AT " + speed + rest, 1900},
-            {{{"AT&K3", {Error, Ok}}}, true, "AT " + speed + "AT&K3 " + rest, 600},
-            {{{"AT&K3", {Error}}}, false, "AT " + speed + "AT&K3 AT&K3 ", 600},
-            {{{"AT#SELINT=2", {"\r\nCONNECT\r\n"}}}, false, "AT " + speed + rest, 100}});
+           {{{{"AT", {Error, Error, Ok}}}, true, "AT AT AT " + speed + rest, 500ms},
+            {{{"AT", {Silence}}}, true, "AT AT AT AT AT " + speed + rest, 1900ms},
+            {{{"AT&K3", {Error, Ok}}}, true, "AT " + speed + "AT&K3 " + rest, 600ms},
+            {{{"AT&K3", {Error}}}, false, "AT " + speed + "AT&K3 AT&K3 ", 600ms},
+            {{{"AT#SELINT=2", {"\r\nCONNECT\r\n"}}}, false, "AT " + speed + rest, 100ms}});
     EXPECT_EQ(line().settings(), "115200 8N1 rtscts");
 }
 
@@ -129,17 +113,18 @@ TEST_F(GsmModuleTest, TheSimIsAskedUntilItIsReadyAndGetsItsPinOnce) {
     const string needsPin = lines("+CPIN: SIM PIN"), ready = lines("+CPIN: READY");
     const string asked = "AT+CPIN?", given = "AT+CPIN=1234";
     terminal.clock().setSpeed(20);
-    expect([&] { return module.initSIM("1234"); },
-           {{{{asked, {"\r\n+CPIN: READY\r\n"}}}, true, ask, 0},  // cut, but said
-            {{{asked, {Ok}}}, true, ask, 0},
-            {{{asked, {needsPin}}, {given, {cmeError(16)}}}, false, ask + pin, 0},
-            {{{asked, {needsPin}}, {given, {cmeError(15)}}}, false, ask + pin, 0},
-            {{{asked, {lines("+CPIN: SIM PUK")}}}, false, ask, 0},
-            {{{asked, {cmeError(14), cmeError(13), needsPin}}}, true, ask + ask + ask + pin, 1250},
-            {{{asked, {Error, "\r\nRING\r\n", ready}}}, true, ask + ask + ask, 1000},
-            {{{asked, {needsPin, ready}}, {given, {Silence}}}, true, ask + pin + ask, 500},
-            {{{asked, {cmeError(10)}}}, false, times(10, ask), 10000},
-            {{{asked, {needsPin}}, {given, {Error}}}, false, times(5, ask + pin), 2500}});
+    expect(
+        [&] { return module.initSIM("1234"); },
+        {{{{asked, {"\r\n+CPIN: READY\r\n"}}}, true, ask, 0ms},  // cut, but said
+         {{{asked, {Ok}}}, true, ask, 0ms},
+         {{{asked, {needsPin}}, {given, {cmeError(16)}}}, false, ask + pin, 0ms},
+         {{{asked, {needsPin}}, {given, {cmeError(15)}}}, false, ask + pin, 0ms},
+         {{{asked, {lines("+CPIN: SIM PUK")}}}, false, ask, 0ms},
+         {{{asked, {cmeError(14), cmeError(13), needsPin}}}, true, ask + ask + ask + pin, 1250ms},
+         {{{asked, {Error, "\r\nRING\r\n", ready}}}, true, ask + ask + ask, 1000ms},
+         {{{asked, {needsPin, ready}}, {given, {Silence}}}, true, ask + pin + ask, 500ms},
+         {{{asked, {cmeError(10)}}}, false, times(10, ask), 10000ms},
+         {{{asked, {needsPin}}, {given, {Error}}}, false, times(5, ask + pin), 2500ms}});
 }
 
 TEST_F(GsmModuleTest, DialoguesOfSeveralThreadsDoNotMixAndCanBeCancelled) {
@@ -152,8 +137,7 @@ TEST_F(GsmModuleTest, DialoguesOfSeveralThreadsDoNotMixAndCanBeCancelled) {
 
     modem.script("AT+CPIN?", {Silence});
     test::Worker worker([&](test::Worker&) { module.initSIM("1234"); });
-    ASSERT_TRUE(worker.start());
-    ASSERT_TRUE(test::soon([&] { return modem.hasHeard("AT+CPIN?"); }));
+    ASSERT_TRUE(worker.start() && test::soon([&] { return modem.hasHeard("AT+CPIN?"); }));
     EXPECT_TRUE(worker.terminate());
     EXPECT_TRUE(module.attachGprs()) << "the lock is free";
     EXPECT_TRUE(module.close());

@@ -20,8 +20,6 @@ public:
     explicit ScriptedModem(sim::SerialLine& connectedLine) : line(connectedLine) {
         line.connect(this);
     }
-    ScriptedModem(const ScriptedModem&) = delete;
-    ScriptedModem& operator=(const ScriptedModem&) = delete;
     ~ScriptedModem() { line.connect(nullptr); }
 
     /// The answers to one command, in order; the last one stays. "lines" stands between the echo

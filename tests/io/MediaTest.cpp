@@ -1,11 +1,5 @@
 #include "io/Media.h"
 
-#include <gtest/gtest.h>
-
-#include <cerrno>
-#include <climits>
-#include <string>
-
 #include "support/TerminalTest.h"
 
 namespace {
@@ -17,8 +11,7 @@ constexpr int Read = 1;
 constexpr int Write = 1 | WriteBit;
 constexpr char Below[] = "/mnt/mmc/log.txt";
 
-class MediaTest : public test::TerminalTest {
-protected:
+struct MediaTest : test::TerminalTest {
     MediaTest() : entry(Media::mountTable[0]) { reset(); }
     ~MediaTest() override { reset(); }
 
@@ -41,31 +34,29 @@ TEST_F(MediaTest, TheFirstFittingLineOfTheMountsDecidesTheState) {
     const struct {
         string mounts;
         int state;
-    } cases[] = {
-        {"", 0},
-        {card + "ro 0 0\n", 1},
-        {card + "rw,relatime,fmask=0022 0 0", 2},
-        {card + "noatime,rw 0 0\n", -1},
-        {card + "rwx 0 0\n", -1},
-        {card + "r\n", -1},
-        {card + ",ro 0 0\n", -1},
-        {"/dev/mmcblk0p1 /mnt/mmc vfat\n", 0},
-        {"\n \n/mnt/mmc\n" + card + "ro\n", 1},
-        {"  \t/dev/x\t/mnt/mmc\t  vfat  ro\n", 1},
-        {"/dev/x /mnt/mmcx vfat ro 0 0\n/dev/x /mnt/mm vfat ro 0 0\n", 0},
-        {"/dev/x / vfat rw 0 0\n", 0},
-        {"tmpfs /mnt tmpfs rw 0 0\n" + card + "ro 0 0\n", 2},
-        {card + "ro 0 0\n" + card + "rw 0 0\n", 1},
-        {card + "ro," + string(400, 'x') + "\n", 1},
-        {string(1000, 'x') + "\n" + card + "rw 0 0\n", 2},
-        {string(64, 'd') + " /mnt/mmc vfat ro\n", 1},
-        {string(65, 'd') + " /mnt/mmc vfat ro\n", 0},  // the rest counts as the next field
-        {string(195, 'x') + card + "ro\n", 1},         // ... and here as the next line
-        {string(180, ' ') + "/dev/x /mnt/mmc vfat ro\n", 0},
-        {string("\0\0 /mnt/mmc vfat ro\n", 20) + card + "ro\n", 1},
-        {string(5000, '\n'), 0},
-        {"%s %n %s %n /mnt/mmc\xff\xfe ro\n", 0},
-    };
+    } cases[] = {{"", 0},
+                 {card + "ro 0 0\n", 1},
+                 {card + "rw,relatime,fmask=0022 0 0", 2},
+                 {card + "noatime,rw 0 0\n", -1},
+                 {card + "rwx 0 0\n", -1},
+                 {card + "r\n", -1},
+                 {card + ",ro 0 0\n", -1},
+                 {"/dev/mmcblk0p1 /mnt/mmc vfat\n", 0},
+                 {"\n \n/mnt/mmc\n" + card + "ro\n", 1},
+                 {"  \t/dev/x\t/mnt/mmc\t  vfat  ro\n", 1},
+                 {"/dev/x /mnt/mmcx vfat ro 0 0\n/dev/x /mnt/mm vfat ro 0 0\n", 0},
+                 {"/dev/x / vfat rw 0 0\n", 0},
+                 {"tmpfs /mnt tmpfs rw 0 0\n" + card + "ro 0 0\n", 2},
+                 {card + "ro 0 0\n" + card + "rw 0 0\n", 1},
+                 {card + "ro," + string(400, 'x') + "\n", 1},
+                 {string(1000, 'x') + "\n" + card + "rw 0 0\n", 2},
+                 {string(64, 'd') + " /mnt/mmc vfat ro\n", 1},
+                 {string(65, 'd') + " /mnt/mmc vfat ro\n", 0},  // the rest counts as the next field
+                 {string(195, 'x') + card + "ro\n", 1},         // ... and here as the next line
+                 {string(180, ' ') + "/dev/x /mnt/mmc vfat ro\n", 0},
+                 {string("\0\0 /mnt/mmc vfat ro\n", 20) + card + "ro\n", 1},
+                 {string(5000, '\n'), 0},
+                 {"%s %n %s %n /mnt/mmc\xff\xfe ro\n", 0}};
     for (const auto& tried : cases) {
         terminal.files().write("/proc/mounts", tried.mounts);
         EXPECT_EQ(Media::getMediaState(entry), tried.state) << tried.mounts;

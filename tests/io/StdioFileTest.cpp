@@ -1,13 +1,8 @@
 #include "io/StdioFile.h"
 
-#include <gtest/gtest.h>
 #include <unistd.h>
 
-#include <atomic>
-#include <cerrno>
 #include <cstdio>
-#include <string>
-#include <vector>
 
 #include "foundation/Worker.h"
 #include "io/Media.h"
@@ -21,8 +16,7 @@ using std::string;
 
 constexpr char Path[] = "/mnt/mmc/notes";
 
-class StdioFileTest : public test::TerminalTest {
-protected:
+struct StdioFileTest : test::TerminalTest {
     StdioFileTest() : descriptors(test::openDescriptors()) {}
     ~StdioFileTest() override {
         Media::mountEnable();
@@ -46,13 +40,11 @@ TEST_F(StdioFileTest, EachModeMountsTheCardAsItNeedsAndDoesWhatItsStdioModeDoes)
         const char* reads;  // of "old\n", right after the open
         bool writes;
         const char* contents;  // after writing "X"
-    } Modes[] = {
-        {StdioFile::Read, false, "old\n", false, "old\n"},
-        {StdioFile::Write, true, "", true, "X"},
-        {StdioFile::WriteAndRead, true, "", true, "X"},
-        {StdioFile::Append, true, "", true, "old\nX"},
-        {StdioFile::Update, false, "old\n", true, "old\nX"},
-    };
+    } Modes[] = {{StdioFile::Read, false, "old\n", false, "old\n"},
+                 {StdioFile::Write, true, "", true, "X"},
+                 {StdioFile::WriteAndRead, true, "", true, "X"},
+                 {StdioFile::Append, true, "", true, "old\nX"},
+                 {StdioFile::Update, false, "old\n", true, "old\nX"}};
     terminal.card().writeFile("notes", "old\n");
     for (const int mode : {5, -1}) {
         EXPECT_FALSE(file.open(Path, mode));
@@ -110,16 +102,14 @@ TEST_F(StdioFileTest, LinesComeWholeUpTo255CharactersWithEveryByteKept) {
     const struct {
         string text;
         std::vector<string> pieces;
-    } cases[] = {
-        {"", {}},
-        {"one\r\n\ntwo", {"one\r\n", "\n", "two"}},
-        {"a\0b\n\0\n\0"s, {"a\0b\n"s, "\0\n"s, "\0"s}},
-        {"\r\r\n\xFF\x80\n", {"\r\r\n", "\xFF\x80\n"}},
-        {a255 + "\n", {a255, "\n"}},
-        {string(254, 'a') + "\n", {string(254, 'a') + "\n"}},
-        {string(254, 'a') + "\r\n", {string(254, 'a') + "\r", "\n"}},
-        {a255 + a255, {a255, a255}},
-    };
+    } cases[] = {{"", {}},
+                 {"one\r\n\ntwo", {"one\r\n", "\n", "two"}},
+                 {"a\0b\n\0\n\0"s, {"a\0b\n"s, "\0\n"s, "\0"s}},
+                 {"\r\r\n\xFF\x80\n", {"\r\r\n", "\xFF\x80\n"}},
+                 {a255 + "\n", {a255, "\n"}},
+                 {string(254, 'a') + "\n", {string(254, 'a') + "\n"}},
+                 {string(254, 'a') + "\r\n", {string(254, 'a') + "\r", "\n"}},
+                 {a255 + a255, {a255, a255}}};
     for (const auto& one : cases) {
         terminal.card().writeFile("notes", one.text);
         ASSERT_TRUE(file.open(Path, StdioFile::Read));
@@ -144,8 +134,7 @@ TEST_F(StdioFileTest, ACancelledWorkerGivesBackWhatItHasOpen) {
         EXPECT_EQ(onPipe.getSize(), -1);
         onPipe.readString();
     });
-    ASSERT_TRUE(reader.start());
-    ASSERT_TRUE(test::soon([&] { return isOpen.load(); }));
+    ASSERT_TRUE(reader.start() && test::soon([&] { return isOpen.load(); }));
     EXPECT_TRUE(reader.terminate());
     EXPECT_EQ(take("card"), "mount rw, remount ro");
     ::close(ends[0]);

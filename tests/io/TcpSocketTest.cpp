@@ -19,10 +19,14 @@ using std::string;
 
 constexpr char Host[] = "127.0.0.1";
 
-/// The far end: a port of this machine that accepts.
-class Server {
-public:
-    Server() : listener(::socket(AF_INET, SOCK_STREAM, 0)) {
+bool send(Socket& socket, string text) {
+    return socket.writeData(reinterpret_cast<unsigned char*>(text.data()),
+                            static_cast<unsigned>(text.size()));
+}
+
+/// The far end is a port of this machine.
+struct TcpSocketTest : testing::Test {
+    TcpSocketTest() {
         sockaddr_in address{};
         address.sin_family = AF_INET;
         address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
@@ -32,44 +36,14 @@ public:
         EXPECT_EQ(::getsockname(listener.get(), any, &size), 0);
         port = ntohs(address.sin_port);
     }
-
-    void listen() { EXPECT_EQ(::listen(listener.get(), 4), 0); }
-    void accept() { peer.reset(::accept(listener.get(), nullptr, nullptr)); }
-
-    string receive(size_t count) {
-        string text(count, '\0');
-        EXPECT_EQ(::recv(peer.get(), text.data(), count, MSG_WAITALL), ssize_t(count));
-        return text;
-    }
-
-    int port = 0;
-    io::FileDescriptor peer;
-
-private:
-    io::FileDescriptor listener;
-};
-
-/// The number of the next descriptor that is opened.
-int nextDescriptor() {
-    const int next = ::dup(0);
-    ::close(next);
-    return next;
-}
-
-bool send(Socket& socket, string text) {
-    return socket.writeData(reinterpret_cast<unsigned char*>(text.data()),
-                            static_cast<unsigned>(text.size()));
-}
-
-class TcpSocketTest : public testing::Test {
-protected:
-    void connect() {
-        server.listen();
-        number = nextDescriptor();
-        ASSERT_TRUE(tcp.connect(Host, server.port));
-        server.accept();
-    }
     ~TcpSocketTest() override { tcp.close(); }
+
+    void connect() {
+        EXPECT_EQ(::listen(listener.get(), 4), 0);
+        ::close(number = ::dup(0));  // of the next descriptor that is opened
+        ASSERT_TRUE(tcp.connect(Host, port));
+        peer.reset(::accept(listener.get(), nullptr, nullptr));
+    }
 
     template <class Value> Value option(int level, int which) const {
         Value value{};
@@ -78,7 +52,9 @@ protected:
         return value;
     }
 
-    Server server;
+    const io::FileDescriptor listener{::socket(AF_INET, SOCK_STREAM, 0)};
+    io::FileDescriptor peer;
+    int port = 0;
     TcpSocket tcp;
     int number = -1;  // of its descriptor
     unsigned char buffer[16] = {};
@@ -87,15 +63,17 @@ protected:
 TEST_F(TcpSocketTest, BytesGoBothWaysUntilThePeerEnds) {
     connect();
     EXPECT_TRUE(tcp.isConnected() && send(tcp, "hello"));
-    EXPECT_EQ(server.receive(5), "hello");
+    char heard[6] = {};
+    EXPECT_EQ(::recv(peer.get(), heard, 5, MSG_WAITALL), 5);
+    EXPECT_STREQ(heard, "hello");
     EXPECT_TRUE(test::eventually([&] { return tcp.getPendingOutput() == 0; }));
-    EXPECT_EQ(::send(server.peer.get(), "world", 5, 0), 5);
+    EXPECT_EQ(::send(peer.get(), "world", 5, 0), 5);
     EXPECT_TRUE(test::eventually([&] { return tcp.getPendingInput() == 5; }));
     EXPECT_EQ(tcp.readData(buffer, 3), 3);
     EXPECT_EQ(tcp.readData(buffer + 3, sizeof buffer - 3), 2);
     EXPECT_STREQ(reinterpret_cast<char*>(buffer), "world");
 
-    server.peer.reset();
+    peer.reset();
     EXPECT_EQ(tcp.readData(buffer, 1), 0);
     EXPECT_TRUE(test::eventually([&] { return !send(tcp, "x"); })) << "and no signal ends us";
     EXPECT_TRUE(tcp.close());
@@ -113,10 +91,9 @@ TEST_F(TcpSocketTest, TimeOutsSetBeforeConnectingHoldAfterIt) {
     EXPECT_FALSE(send(tcp, string(64 << 20, 'x'))) << "a peer that does not read takes a part";
     EXPECT_GT(tcp.getPendingOutput(), 0);
     EXPECT_FALSE(tcp.setTimeouts(40, -1));
-    EXPECT_FALSE(tcp.connect(Host, server.port)) << "kept, and refused again";
+    EXPECT_FALSE(tcp.connect(Host, port)) << "kept, and refused again";
     EXPECT_FALSE(tcp.isConnected());
-    EXPECT_TRUE(tcp.setTimeouts(30000, 30000));
-    EXPECT_TRUE(tcp.connect(Host, server.port));
+    EXPECT_TRUE(tcp.setTimeouts(30000, 30000) && tcp.connect(Host, port));
 }
 
 TEST_F(TcpSocketTest, EachKeepaliveValueHasItsPlace) {
@@ -136,8 +113,8 @@ TEST_F(TcpSocketTest, EachKeepaliveValueHasItsPlace) {
 
 TEST_F(TcpSocketTest, WhatCannotBeReachedLeavesTheSocketClosed) {
     const long before = test::openDescriptors();
-    EXPECT_FALSE(tcp.connect(Host, server.port)) << "nobody listens";
-    EXPECT_FALSE(tcp.connect("::1", server.port)) << "IPv4 only";
+    EXPECT_FALSE(tcp.connect(Host, port)) << "nobody listens";
+    EXPECT_FALSE(tcp.connect("::1", port)) << "IPv4 only";
     EXPECT_FALSE(tcp.connect(Host, -1));
     EXPECT_EQ(test::openDescriptors(), before);
     EXPECT_FALSE(tcp.isConnected() || send(tcp, "x") || tcp.close());

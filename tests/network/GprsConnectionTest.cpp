@@ -1,14 +1,5 @@
 #include "network/GprsConnection.h"
 
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
-#include <cerrno>
-#include <functional>
-#include <map>
-#include <memory>
-#include <string>
-
 #include "network/NetworkWindow.h"
 #include "support/Resources.h"
 #include "support/TerminalTest.h"
@@ -37,11 +28,10 @@ const string Network = Gprs + "event 1 Seeking for network";
 constexpr double Exchanging = 1;
 constexpr double Waiting = 10;
 
-class GprsConnectionTest : public test::PoweredTest {
-protected:
+struct GprsConnectionTest : test::PoweredTest {
     GprsConnectionTest() {
         terminal.clock().setSpeed(Exchanging);
-        make("1234", "");
+        make("1234");
     }
     ~GprsConnectionTest() override {
         terminal.clock().setSpeed(Waiting);
@@ -49,92 +39,64 @@ protected:
         link->shutdown();
     }
 
-    void make(const string& pin, const string& user) {
+    void make(const string& pin) {
         GPRS_CONNECTION_SETTINGS settings;
         settings.pin = pin;
         settings.apn = "internet";
-        settings.user = user;
-        settings.password = "secret";
         link = std::make_unique<GprsConnection>(settings);
     }
-
-    sim::RadioModule& radio() { return terminal.radio(); }
 
     /// The link's own system events since the last clear().
     string story() { return terminal.journal().history("net"); }
     void clear() { terminal.journal().clear(); }
 
-    testing::AssertionResult comes(const string& text) {
-        const bool came = soon([&] { return story().find(text) != string::npos; });
-        return came ? testing::AssertionSuccess()
-                    : testing::AssertionFailure() << "no \"" << text << "\" in " << story();
-    }
-
+    sim::RadioModule& radio = terminal.radio();
     std::unique_ptr<GprsConnection> link;
     test::NetworkWindow networkWindow{terminal.journal()};
 };
 
+// What the application is told on the way is what the demonstration shows.
 TEST_F(GprsConnectionTest, ALinkComesUpIsRepairedSleepsAndIsShutDown) {
-    const long descriptors = test::openDescriptors();
-    const long threads = test::runningThreads();
+    const test::Holdings before;
     ASSERT_TRUE(link->initialize());
     EXPECT_EQ(story(), Network);
-    EXPECT_TRUE(radio().isMultiplexing());
-    EXPECT_EQ(radio().line().settings(), "115200 8N1 rtscts");
-    EXPECT_EQ(radio().simCard().state, RadioSim::Ready);
-    ASSERT_TRUE(soon([&] { return radio().registration() == 1; }));
-
-    clear();
-    ASSERT_TRUE(link->connect());
-    ASSERT_TRUE(comes("event 4 up"));
-    EXPECT_EQ(story(), "event 3 67, event 4 connecting, event 1 Initializing PPP session, "
-                       "event 1 GPRS is ready, event 4 up");
+    EXPECT_TRUE(radio.isMultiplexing());
+    EXPECT_EQ(radio.line().settings(), "115200 8N1 rtscts");
+    ASSERT_TRUE(soon([&] { return radio.registration() == 1; }));
+    ASSERT_TRUE(link->connect() && await("net: event 4 up"));
     EXPECT_THAT(terminal.journal().history("pppd"),
                 HasSubstr("start /dev/ttyp1 nodetach call gprs-data"));
-    EXPECT_TRUE(radio().isAttached());
-    EXPECT_TRUE(radio().isOnline(2));
+    EXPECT_TRUE(radio.isAttached() && radio.isOnline(2));
     EXPECT_NE(link->getGsmModule()->getVersion(), "") << "the driver works beside the session";
 
     // The network ends the call: the daemon goes, the link is watched a while, then repaired.
     clear();
     terminal.clock().setSpeed(5);
-    radio().dropCall();
-    ASSERT_TRUE(comes("event 4 up"));
-    EXPECT_EQ(story().substr(story().find("event 4")),
-              "event 4 connecting, event 1 GPRS is shut down, event 1 Initializing PPP session, "
-              "event 1 GPRS is ready, event 4 up");
-
-    // Around the terminal's sleep.
+    radio.dropCall();
+    ASSERT_TRUE(await("net: event 4 up"));
+    EXPECT_THAT(story(), EndsWith("event 4 connecting, event 1 GPRS is shut down, event 1 "
+                                  "Initializing PPP session, event 1 GPRS is ready, event 4 up"));
     clear();
     EXPECT_FALSE(power().setPowerMode(POWER_SUSPEND)) << "the link comes first";
-    ASSERT_TRUE(comes("event 4 down"));
-    EXPECT_THAT(story(), EndsWith("event 1 Suspending GPRS connection, "
-                                  "event 1 Terminating PPP session, event 1 GPRS is suspended, "
-                                  "event 4 down"));
-    EXPECT_FALSE(terminal.ppp().isRunning());
-    EXPECT_TRUE(radio().isMultiplexing());
-    clear();
-    radio().setSignal(-82);
+    ASSERT_TRUE(await("net: event 4 down"));
+    EXPECT_TRUE(!terminal.ppp().isRunning() && radio.isMultiplexing());
     EXPECT_TRUE(power().setPowerMode(POWER_SUSPEND));
     EXPECT_EQ(terminal.power().suspends(), 1);
+    clear();
+    radio.setSignal(-82);
     terminal.clock().setSpeed(Exchanging);
-    EXPECT_TRUE(power().setPowerMode(POWER_ON));
-    ASSERT_TRUE(comes("event 4 up"));
+    EXPECT_TRUE(power().setPowerMode(POWER_ON) && await("net: event 4 up"));
     EXPECT_THAT(story(), HasSubstr("event 4 connecting, event 1 Starting PPP session, "
                                    "event 1 GPRS is ready, event 4 up"));
-    ASSERT_TRUE(comes("event 3 50"));
-
+    EXPECT_TRUE(await("net: event 3 50"));
     clear();
     EXPECT_TRUE(link->disconnect());
     EXPECT_THAT(story(), EndsWith("event 1 Terminating PPP session, event 1 GPRS is shut down"));
-    clear();
     terminal.clock().setSpeed(Waiting);
-    EXPECT_TRUE(link->shutdown());
-    EXPECT_EQ(story(), "event 1 Shutting down GPRS module, event 1 Shutting down multiplexer");
-    EXPECT_FALSE(radio().isOn());
-    EXPECT_TRUE(soon([&] { return test::openDescriptors() == descriptors; }))
-        << test::openDescriptors() << " instead of " << descriptors;
-    EXPECT_TRUE(soon([&] { return test::runningThreads() == threads; }));
+    EXPECT_TRUE(link->shutdown() && !radio.isOn());
+    EXPECT_THAT(story(), EndsWith("event 1 Shutting down GPRS module, "
+                                  "event 1 Shutting down multiplexer"));
+    EXPECT_TRUE(before.areBack());
 }
 
 TEST_F(GprsConnectionTest, EveryStepOfTheBringUpFailsWithItsOwnText) {
@@ -143,20 +105,18 @@ TEST_F(GprsConnectionTest, EveryStepOfTheBringUpFailsWithItsOwnText) {
         std::function<void()> happens;
         string story;
         bool isOn, isMultiplexing;
-    } cases[] = {
-        {Waiting, [&] { radio().answerPulse(0); },
-         PoweredUp + "event 2 GSM module or power problem", false, false},
-        {Waiting, [&] { radio().setSilent(true); },
-         Initialized + "event 2 GSM module initialization failed", true, false},
-        {Exchanging, [&] { terminal.faults().fail("open", LinePath, EIO, 1); },
-         Mux + "event 2 GSM CMUX initialization error", true, false},
-        {Exchanging, [&] { radio().setSim(RadioSim::PukNeeded); },
-         Sim + "event 2 SIM card not present or broken", true, true},
-        {Exchanging, [&] { radio().onCommand("AT+CGDCONT*", Reply::error()); },
-         Gprs + "event 2 GPRS configuration error", true, true},
-        {Exchanging, [&] { radio().onCommand("AT+COPS=0,2", Reply::error(30)); },
-         Network + ", event 2 Unable to register with GSM network", true, true},
-    };
+    } cases[] = {{Waiting, [&] { radio.answerPulse(0); },
+                  PoweredUp + "event 2 GSM module or power problem", false, false},
+                 {Waiting, [&] { radio.setSilent(true); },
+                  Initialized + "event 2 GSM module initialization failed", true, false},
+                 {Exchanging, [&] { terminal.faults().fail("open", LinePath, EIO, 1); },
+                  Mux + "event 2 GSM CMUX initialization error", true, false},
+                 {Exchanging, [&] { radio.setSim(RadioSim::PukNeeded); },
+                  Sim + "event 2 SIM card not present or broken", true, true},
+                 {Exchanging, [&] { radio.onCommand("AT+CGDCONT*", Reply::error()); },
+                  Gprs + "event 2 GPRS configuration error", true, true},
+                 {Exchanging, [&] { radio.onCommand("AT+COPS=0,2", Reply::error(30)); },
+                  Network + ", event 2 Unable to register with GSM network", true, true}};
     for (const auto& expected : cases) {
         SCOPED_TRACE(expected.story);
         clear();
@@ -164,23 +124,23 @@ TEST_F(GprsConnectionTest, EveryStepOfTheBringUpFailsWithItsOwnText) {
         terminal.clock().setSpeed(expected.speed);
         EXPECT_FALSE(link->initialize());
         EXPECT_EQ(story(), expected.story);
-        EXPECT_EQ(radio().isOn(), expected.isOn) << "nothing is undone";
-        EXPECT_TRUE(soon([&] { return radio().isMultiplexing() == expected.isMultiplexing; }));
+        EXPECT_EQ(radio.isOn(), expected.isOn) << "nothing is undone";
+        EXPECT_TRUE(soon([&] { return radio.isMultiplexing() == expected.isMultiplexing; }));
         terminal.clock().setSpeed(Waiting);
         EXPECT_TRUE(link->shutdown()) << "until it is shut down";
-        EXPECT_FALSE(radio().isOn());
+        EXPECT_FALSE(radio.isOn());
 
-        radio().answerPulse(1);
-        radio().setSilent(false);
-        radio().setSim(RadioSim::PinNeeded);
-        radio().clearHooks();
+        radio.answerPulse(1);
+        radio.setSilent(false);
+        radio.setSim(RadioSim::PinNeeded);
+        radio.clearHooks();
         terminal.setPresent(LinePath, true);
         terminal.faults().clear();
     }
     terminal.clock().setSpeed(Exchanging);
-    make("0000", "");
+    make("0000");
     EXPECT_FALSE(link->initialize());
-    EXPECT_EQ(radio().simCard().triesLeft, RadioSim::PinTries - 1) << "it is sent once";
+    EXPECT_EQ(radio.simCard().triesLeft, RadioSim::PinTries - 1) << "it is sent once";
 }
 
 }  // namespace

@@ -1,14 +1,6 @@
 #include "network/NetworkConnection.h"
 
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
 #include <algorithm>
-#include <atomic>
-#include <chrono>
-#include <functional>
-#include <mutex>
-#include <string>
 
 #include "network/NetworkWindow.h"
 #include "support/TerminalTest.h"
@@ -23,7 +15,6 @@ using testing::EndsWith;
 using testing::HasSubstr;
 using testing::StartsWith;
 
-constexpr char Device[] = "net";
 constexpr double Speed = 50;
 
 /// A link whose steps do what a test says, and note it.
@@ -33,7 +24,11 @@ public:
         : NetworkConnection(5), journal(terminalJournal) {}
 
     bool isConnectionUp() override { return step("check", isUp); }
-    bool netInitialize() override { return step("initialize", works); }
+    bool netInitialize() override {
+        setStatus("begun");
+        reportError("broken");
+        return step("initialize", works);
+    }
     bool netShutdown() override { return step("shutdown", works); }
     bool netConnect() override { return step("connect", works); }
     bool netDisconnect() override { return step("disconnect", disconnects); }
@@ -41,74 +36,43 @@ public:
     bool netResume() override { return step("resume", works); }
 
     bool getNetworkInfo(GENERIC_NETWORK_INFO& info) override {
-        info.connected = registered;
+        info.connected = 1;
         info.signalQuality = 77;
-        return step("poll", hasInfo);
+        return step("poll", true);
     }
 
-    std::atomic<bool> isUp{true}, works{true}, disconnects{true}, hasInfo{true};
-    std::atomic<int> registered{1};
-
-    /// Called in every step from now on, with its name.
-    void duringSteps(std::function<void(const string&)> action) {
-        const std::lock_guard<std::mutex> held(mutex);
-        inStep = std::move(action);
-    }
+    std::atomic<bool> isUp{true}, works{true}, disconnects{true};
+    std::atomic<bool> hangs{false};  // in a connect
 
 private:
     bool step(const string& name, const std::atomic<bool>& result) {
-        journal.note(Device, name);
-        std::unique_lock<std::mutex> held(mutex);
-        const auto action = inStep;
-        held.unlock();
-        if (action)
-            action(name);
+        journal.note("net", name);
+        while (name == "connect" && hangs)
+            Thread::sleep(1000);
         return result;
     }
 
     sim::Journal& journal;
-    std::mutex mutex;
-    std::function<void(const string&)> inStep;  // guarded by mutex
 };
 
-class NotingListener : public NetworkEventListener {
-public:
-    explicit NotingListener(sim::Journal& terminalJournal) : journal(terminalJournal) {}
-
-    void networkEvent(NetworkEvent event) override {
-        journal.note(Device, test::NetworkEventNames[event]);
-    }
-    void signalQuality(int percent) override {
-        journal.note(Device, "signal " + std::to_string(percent));
-    }
-    void errorMessage(const char*) override {}
-    void statusMessage(const char*) override {}
-
-private:
-    sim::Journal& journal;
-};
-
-class NetworkConnectionTest : public test::PoweredTest {
-protected:
+struct NetworkConnectionTest : test::PoweredTest {
     NetworkConnectionTest() {
         terminal.clock().setSpeed(Speed);
-        link.addListener(&listener);
+        link.addListener(&network);
         terminal.journal().clear();
     }
     ~NetworkConnectionTest() override {
-        link.duringSteps(nullptr);
+        link.hangs = false;
         link.disconnect();
     }
 
-    string story() { return terminal.journal().history(Device); }
+    string story() { return terminal.journal().history("net"); }
 
     /// Waits until something has been noted `times` times.
     testing::AssertionResult comes(const string& text, int times = 1) {
         const bool came = soon([&] {
-            const auto entries = terminal.journal().entries();
-            return std::count_if(entries.begin(), entries.end(), [&](const auto& entry) {
-                       return entry.device == Device && entry.text == text;
-                   }) >= times;
+            const auto lines = terminal.journal().lines();
+            return std::count(lines.begin(), lines.end(), "net: " + text) >= times;
         });
         return came ? testing::AssertionSuccess()
                     : testing::AssertionFailure() << "no " << text << " in " << story();
@@ -116,28 +80,10 @@ protected:
 
     void clear() { terminal.journal().clear(); }
 
-    void comeUp() {
-        ASSERT_TRUE(link.connect());
-        ASSERT_TRUE(comes("event 4 up"));
-    }
-
-    /// The least simulated milliseconds between neighbours in the journal: a note and the next.
-    long leastGap(const string& before, const string& after) {
-        std::chrono::nanoseconds least = 1h;
-        std::chrono::nanoseconds from{-1};
-        for (const auto& entry : terminal.journal().entries()) {
-            if (entry.device != Device)
-                continue;
-            if (entry.text == after && from >= 0ns)
-                least = std::min(least, entry.wall - from);
-            from = entry.text == before ? entry.wall : -1ns;
-        }
-        return static_cast<long>(least / 1ms);
-    }
+    void comeUp() { ASSERT_TRUE(link.connect() && comes("event 4 up")); }
 
     FakeLink link{terminal.journal()};
-    NotingListener listener{terminal.journal()};
-    test::NetworkWindow networkWindow{terminal.journal()};
+    test::NetworkWindow network{terminal.journal()};
 };
 
 const string Connecting = "connecting, event 4 connecting, ";
@@ -146,12 +92,13 @@ const string Down = "down, event 4 down";
 const string Poll = "poll, signal 77, event 3 77, ";
 
 TEST_F(NetworkConnectionTest, AFailedConnectIsRetriedAndALostLinkRepairedUnlessItComesBack) {
+    EXPECT_TRUE(link.initialize());
+    EXPECT_EQ(take("net"), "status begun, event 1 begun, error broken, event 2 broken, initialize");
     link.works = false;
-    ASSERT_TRUE(link.connect());
-    ASSERT_TRUE(comes("connect", 3));
+    ASSERT_TRUE(link.connect() && comes("connect", 3));
     EXPECT_THAT(story(), StartsWith(Poll + Connecting + "connect, " + Down + ", " + Connecting +
                                     "connect, " + Down + ", " + Connecting + "connect"));
-    EXPECT_GE(leastGap("event 4 down", "connecting"), 5000);
+    EXPECT_GE(between("net: event 4 down", "net: connecting"), 5s);
     link.works = true;
     ASSERT_TRUE(comes("event 4 up"));
 
@@ -164,8 +111,8 @@ TEST_F(NetworkConnectionTest, AFailedConnectIsRetriedAndALostLinkRepairedUnlessI
         checks += "check, ";
     EXPECT_THAT(story(), HasSubstr(checks + "disconnect, connect, " + Down + ", " + Connecting +
                                    "disconnect, connect, " + Down));
-    EXPECT_GE(leastGap("check", "check"), 500);
-    EXPECT_GE(leastGap("event 4 down", "connecting"), 5000);
+    EXPECT_GE(between("net: connecting", "net: disconnect"), 9500ms);
+    EXPECT_GE(between("net: event 4 down", "net: connecting"), 5s);
 
     link.disconnects = false;
     clear();
@@ -191,7 +138,7 @@ TEST_F(NetworkConnectionTest, ASuspendIsVetoedUntilTheLinkIsSuspendedAndTheLinkR
     clear();
     EXPECT_FALSE(power().setPowerMode(POWER_SUSPEND));
     ASSERT_TRUE(comes("suspend", 2));
-    EXPECT_GE(leastGap("suspend", "suspend"), 5000);
+    EXPECT_GE(between("net: suspend", "net: suspend"), 5s);
     EXPECT_FALSE(power().setPowerMode(POWER_SUSPEND));
     link.works = true;
     ASSERT_TRUE(comes("event 4 down"));
@@ -205,7 +152,7 @@ TEST_F(NetworkConnectionTest, ASuspendIsVetoedUntilTheLinkIsSuspendedAndTheLinkR
     EXPECT_TRUE(power().setPowerMode(POWER_ON));
     ASSERT_TRUE(comes("resume", 2));
     EXPECT_THAT(story(), HasSubstr(Connecting + "resume, " + Down + ", " + Connecting + "resume"));
-    EXPECT_GE(leastGap("event 4 down", "connecting"), 1000);
+    EXPECT_GE(between("net: event 4 down", "net: connecting"), 1s);
     link.works = true;
     ASSERT_TRUE(comes("check"));
 }
@@ -213,70 +160,55 @@ TEST_F(NetworkConnectionTest, ASuspendIsVetoedUntilTheLinkIsSuspendedAndTheLinkR
 TEST_F(NetworkConnectionTest, ADisconnectEndsWhateverTheWorkerDoes) {
     terminal.clock().setSpeed(2);
     const auto disconnects = [&] {
-        const auto begin = terminal.clock().monotonic();
-        EXPECT_TRUE(link.disconnect());
+        const auto taken = simulated([&] { EXPECT_TRUE(link.disconnect()); });
         EXPECT_THAT(story(), EndsWith("disconnect"));
-        return terminal.clock().monotonic() - begin;
+        return taken;
     };
-    const std::function<void()> situations[] = {
-        [] {},  // just started
-        [&] { ASSERT_TRUE(comes("check")); },
-        [&] {  // in the pause after a failed connect
-            link.works = false;
-            link.isUp = false;
-            ASSERT_TRUE(comes("event 4 down"));
-        },
-        [&] {  // between two checks
-            link.isUp = false;
-            ASSERT_TRUE(comes("check", 3));
-        },
-        [&] {  // suspended
-            ASSERT_TRUE(comes("event 4 up"));
+    const struct {
+        bool works, isUp;
+        const char* reached;  // "" when it has just started
+        int times;
+        bool suspends;
+    } situations[] = {{true, true, "", 0, false},
+                      {true, true, "check", 1, false},
+                      {false, false, "event 4 down", 1, false},  // pauses after a failed connect
+                      {true, false, "check", 3, false},          // between two checks
+                      {true, true, "event 4 up", 1, true}};
+    for (const auto& tried : situations) {
+        link.works = tried.works;
+        link.isUp = tried.isUp;
+        ASSERT_TRUE(link.connect() && (tried.times == 0 || comes(tried.reached, tried.times)));
+        if (tried.suspends) {
             link.powerStateChange(POWER_ON, POWER_SUSPEND);
             ASSERT_TRUE(comes("event 4 down"));
-        },
-    };
-    for (const auto& reach : situations) {
-        ASSERT_TRUE(link.connect());
-        reach();
-        EXPECT_LT(disconnects(), 10s);
+        }
+        EXPECT_LT(disconnects(), 10s) << tried.reached;
         clear();
-        link.works = true;
-        link.isUp = true;
     }
 
     // A step that hangs is cut off after ten seconds, and the next worker starts anew.
     terminal.clock().setSpeed(Speed);
-    link.duringSteps([](const string& name) {
-        while (name == "connect")
-            Thread::sleep(1000);
-    });
-    ASSERT_TRUE(link.connect());
-    ASSERT_TRUE(comes("connect"));
+    link.hangs = true;
+    ASSERT_TRUE(link.connect() && comes("connect"));
     EXPECT_GE(disconnects(), 10s);
-    link.duringSteps(nullptr);
+    link.hangs = false;
     comeUp();
 }
 
 TEST_F(NetworkConnectionTest, ABusyWindowingLibraryDelaysEventsButNoStop) {
-    const auto whileBusy = [&](const std::function<void()>& action) {
-        GuiLibrary::lock();
-        action();
-        GuiLibrary::unlock();
-    };
     comeUp();
     for (const bool fromEventThread : {false, true}) {
         std::future<bool> disconnected;
-        whileBusy([&] {
-            link.isUp = false;
-            clear();
-            ASSERT_TRUE(comes("connecting"));
-            if (fromEventThread)
-                EXPECT_TRUE(link.disconnect()) << "it may while it holds the lock";
-            else
-                disconnected = inBackground([&] { return link.disconnect(); });
-            ASSERT_TRUE(comes("disconnect")) << "the worker gives up its event and ends";
-        });
+        GuiLibrary::lock();
+        link.isUp = false;
+        clear();
+        EXPECT_TRUE(comes("connecting"));
+        if (fromEventThread)
+            EXPECT_TRUE(link.disconnect()) << "it may while it holds the lock";
+        else
+            disconnected = inBackground([&] { return link.disconnect(); });
+        EXPECT_TRUE(comes("disconnect")) << "the worker gives up its event and ends";
+        GuiLibrary::unlock();
         EXPECT_TRUE(fromEventThread || disconnected.get());
         EXPECT_THAT(story(), testing::Not(HasSubstr("event 4")));
         link.isUp = true;

@@ -4,18 +4,12 @@
 #include <net/if.h>
 #include <unistd.h>
 
-#include <algorithm>
-#include <cerrno>
 #include <csignal>
 #include <cstdlib>
-#include <functional>
 #include <map>
-#include <memory>
-#include <mutex>
-#include <string>
-#include <vector>
 
 #include "foundation/Thread.h"
+#include "network/NetworkWindow.h"
 #include "network/WlanProtocol.h"
 #include "support/Resources.h"
 #include "support/TerminalTest.h"
@@ -23,48 +17,11 @@
 namespace {
 
 using std::string;
-using testing::Contains;
 using testing::ElementsAre;
+using testing::HasSubstr;
 using namespace std::chrono_literals;
 
-constexpr char SupplicantPidPath[] = "/tmp/wpa_supplicant.pid";
 constexpr char DhcpPidPath[] = "/tmp/udhcpc.pid";
-
-/// What a connection reports, as one text: "status Connecting to network".
-class Reports : public NetworkEventListener {
-public:
-    void networkEvent(NetworkEvent event) override { note("event " + std::to_string(event)); }
-    void signalQuality(int percent) override { note("signal " + std::to_string(percent)); }
-    void errorMessage(const char* text) override { note(string("error ") + text); }
-    void statusMessage(const char* text) override { note(string("status ") + text); }
-
-    std::vector<string> take() {
-        const std::lock_guard<std::mutex> held(mutex);
-        return std::move(lines);
-    }
-    bool has(const string& line) {
-        const std::lock_guard<std::mutex> held(mutex);
-        return std::find(lines.begin(), lines.end(), line) != lines.end();
-    }
-
-    /// Called with each line before it is noted; null for nothing any more.
-    void onLine(std::function<void(const string&)> newReaction) {
-        const std::lock_guard<std::mutex> held(mutex);
-        reaction = std::move(newReaction);
-    }
-
-private:
-    void note(const string& line) {
-        const std::lock_guard<std::mutex> held(mutex);
-        if (reaction)
-            reaction(line);
-        lines.push_back(line);
-    }
-
-    std::mutex mutex;
-    std::function<void(const string&)> reaction;
-    std::vector<string> lines;
-};
 
 WLAN_CONNECTION_SETTINGS warehouse() {
     WLAN_CONNECTION_SETTINGS settings;
@@ -74,8 +31,7 @@ WLAN_CONNECTION_SETTINGS warehouse() {
     return settings;
 }
 
-class WlanConnectionTest : public test::PoweredTest {
-protected:
+struct WlanConnectionTest : test::PoweredTest {
     WlanConnectionTest() {
         terminal.wlan().appearAfter(0s);
         terminal.wlan().associateAfter(0s);
@@ -83,16 +39,12 @@ protected:
 
     void use(const WLAN_CONNECTION_SETTINGS& settings) {
         connection = std::make_unique<WlanConnection>(settings);
-        connection->addListener(&reports);
-        reports.take();
     }
 
     /// Initialized and connected with the usual settings.
     void bringUp() {
         use(warehouse());
-        ASSERT_TRUE(connection->netInitialize());
-        ASSERT_TRUE(connection->netConnect());
-        reports.take();
+        ASSERT_TRUE(connection->netInitialize() && connection->netConnect());
         terminal.journal().clear();
     }
 
@@ -100,32 +52,19 @@ protected:
     /// host's time.
     void hurry() {
         constexpr struct {
-            const char* line;
+            const char* reached;
             double speed;
-        } Speeds[] = {{"status Loading 802.11 WLAN driver", 20},
-                      {"status Starting WPA supplicant", 4},
-                      {"status Connecting to network", 100},
-                      {"status Stopping DHCP", 10},
-                      {"status Stopping WLAN module", 10}};
-        reports.onLine([=](const string& reported) {
+        } Speeds[] = {{"event 1 Loading 802.11 WLAN driver", 20},
+                      {"event 1 Starting WPA supplicant", 4},
+                      {"event 1 Connecting to network", 100},
+                      {"event 1 Stopping DHCP", 10},
+                      {"event 1 Stopping WLAN module", 10}};
+        terminal.journal().watch([=](const sim::Journal::Entry& entry) {
             for (const auto& step : Speeds) {
-                if (reported == step.line)
+                if (entry.text == step.reached)
                     terminal.clock().setSpeed(step.speed);
             }
         });
-    }
-
-    /// What has happened to the devices and programs.
-    std::vector<string> takeLines() {
-        std::vector<string> lines = PoweredTest::takeLines();
-        const auto isApplications = [](const string& line) { return line[0] == 'a'; };
-        lines.erase(std::remove_if(lines.begin(), lines.end(), isApplications), lines.end());
-        return lines;
-    }
-
-    /// The door to the terminal closes a moment after the program that has used it.
-    static bool hasDescriptors(long count) {
-        return test::soon([=] { return test::openDescriptors() == count; });
     }
 
     /// The terminal hears of a program's end a moment later, too.
@@ -142,56 +81,54 @@ protected:
         return told;
     }
 
-    Reports reports;
+    test::NetworkWindow network{terminal.journal()};
     std::unique_ptr<WlanConnection> connection;
 };
 
 TEST_F(WlanConnectionTest, ALinkComesUpByDhcpAndIsTakenDownInTheStatedOrder) {
-    const long descriptors = test::openDescriptors();
+    const test::Holdings before;
     use(warehouse());
     EXPECT_FALSE(connection->isConnectionUp()) << "before there is a socket";
     ASSERT_TRUE(connection->netInitialize());
-    EXPECT_THAT(reports.take(), ElementsAre("status Loading 802.11 WLAN driver"));
-    EXPECT_THAT(takeLines(), ElementsAre("pwrctrl: line 4 high", "pwrctrl: line 7 high",
-                                         "modprobe: start ohci-hcd",
-                                         "insmod: start /lib/modules/wireless/rt3070sta.ko"));
+    EXPECT_THAT(takeLines(),
+                ElementsAre("pwrctrl: line 4 high", "pwrctrl: line 7 high",
+                            "net: event 1 Loading 802.11 WLAN driver", "modprobe: start ohci-hcd",
+                            "insmod: start /lib/modules/wireless/rt3070sta.ko"));
     ASSERT_TRUE(connection->netConnect());
-    EXPECT_THAT(reports.take(),
-                ElementsAre("status Starting 802.11 WLAN module", "status Starting WPA supplicant",
-                            "status Configuring network", "status Connecting to network",
-                            "status Waiting for DHCP IP", "status Network is connected"));
     EXPECT_THAT(
         takeLines(),
         ElementsAre(
-            "ra0: up",
+            "net: event 1 Starting 802.11 WLAN module", "ra0: up",
+            "net: event 1 Starting WPA supplicant",
             "wpa_supplicant: start -B -Dwext -ira0 -P/tmp/wpa_supplicant.pid "
             "-C/tmp/wpa_supplicant.ctrl",
-            "wpa_supplicant: ADD_NETWORK", "wpa_supplicant: SET_NETWORK 0 ssid \"Warehouse\"",
+            "net: event 1 Configuring network", "wpa_supplicant: ADD_NETWORK",
+            "wpa_supplicant: SET_NETWORK 0 ssid \"Warehouse\"",
             "wpa_supplicant: SET_NETWORK 0 proto WPA2",
             "wpa_supplicant: SET_NETWORK 0 key_mgmt WPA-PSK",
             "wpa_supplicant: SET_NETWORK 0 auth_alg OPEN",
             "wpa_supplicant: SET_NETWORK 0 psk \"forklift-7\"", "wpa_supplicant: ENABLE_NETWORK 0",
+            "net: event 1 Connecting to network", "net: event 1 Waiting for DHCP IP",
             "udhcpc: start -nR -t 10 -p /tmp/udhcpc.pid -i ra0", "default.script: start deconfig",
             "default.script: deconfig", "udhcpc: discover", "default.script: start bound",
             "default.script: bound interface=ra0 ip=192.168.1.20 subnet=255.255.255.0 "
             "router=192.168.1.1 dns=192.168.1.2",
-            "ra0: address 192.168.1.20"));
+            "ra0: address 192.168.1.20", "net: event 1 Network is connected"));
     EXPECT_TRUE(connection->isConnectionUp());
 
     ASSERT_TRUE(connection->netDisconnect());
-    EXPECT_THAT(reports.take(), ElementsAre("status Stopping DHCP", "status Stopping WLAN module",
-                                            "status Network is shut down"));
     EXPECT_TRUE(haveEnded());
-    EXPECT_FALSE(terminal.files().exists(SupplicantPidPath));
-    EXPECT_FALSE(terminal.files().exists(DhcpPidPath));
-    EXPECT_FALSE(terminal.wlan().isUp());
+    EXPECT_FALSE(terminal.files().exists("/tmp/wpa_supplicant.pid"));
+    EXPECT_FALSE(terminal.files().exists(DhcpPidPath) || terminal.wlan().isUp());
     EXPECT_EQ(terminal.wlan().address(), "");
     ASSERT_TRUE(connection->netShutdown());
-    EXPECT_THAT(takeLines(), ElementsAre("udhcpc: release", "default.script: start deconfig",
-                                         "default.script: deconfig", "ra0: no address", "ra0: down",
-                                         "rmmod: start rt3070sta", "rmmod: start ohci-hcd",
-                                         "pwrctrl: line 7 low", "pwrctrl: line 4 low"));
-    EXPECT_TRUE(hasDescriptors(descriptors));
+    EXPECT_THAT(takeLines(),
+                ElementsAre("net: event 1 Stopping DHCP", "udhcpc: release",
+                            "default.script: start deconfig", "default.script: deconfig",
+                            "ra0: no address", "net: event 1 Stopping WLAN module", "ra0: down",
+                            "net: event 1 Network is shut down", "rmmod: start rt3070sta",
+                            "rmmod: start ohci-hcd", "pwrctrl: line 7 low", "pwrctrl: line 4 low"));
+    EXPECT_TRUE(before.areBack());
     EXPECT_EQ(connection->getLastError(), 0);
 }
 
@@ -206,10 +143,10 @@ TEST_F(WlanConnectionTest, AStaticAddressIsSetByTheScriptAndTheEnvironmentIsAsIt
     use(settings);
     ASSERT_TRUE(connection->netInitialize());
     for (const bool fails : {false, true}) {
-        terminal.journal().clear();
         terminal.programs().failNext("default.script", 3, fails ? 1 : 0);
         EXPECT_EQ(connection->netConnect(), !fails);
-        EXPECT_EQ(reports.has("error Failed setting IP address"), fails);
+        const string story = terminal.journal().history("net");
+        EXPECT_EQ(story.find("event 2 Failed setting IP address") != string::npos, fails);
         EXPECT_EQ(take("default.script"),
                   fails ? "start bound"
                         : "start bound, bound interface=ra0 ip=10.1.2.3 subnet=255.255.0.0 "
@@ -264,9 +201,8 @@ TEST_F(WlanConnectionTest, EveryFailureIsReportedOnceAndLeavesNothingRunning) {
         {"Failed to configure network settings",
          [&] { terminal.supplicant().onCommand("SET_NETWORK 0 psk", {"die"}); }},
         {"Failed connecting to network", [&] { terminal.wlan().associateAfter({}); }},
-        {"Failed obtaining DHCP IP lease", [&] { terminal.dhcp().setAnswering(false); }},
-    };
-    const long descriptors = test::openDescriptors();
+        {"Failed obtaining DHCP IP lease", [&] { terminal.dhcp().setAnswering(false); }}};
+    const test::Holdings before;
     for (const auto& tried : cases) {
         SCOPED_TRACE(tried.error);
         use(warehouse());
@@ -274,16 +210,15 @@ TEST_F(WlanConnectionTest, EveryFailureIsReportedOnceAndLeavesNothingRunning) {
         ASSERT_TRUE(connection->netInitialize());
         tried.prepare();
         EXPECT_FALSE(connection->netConnect());
-        string errors;
-        for (const string& line : reports.take())
-            errors += line[0] == 'e' ? line : "";
-        EXPECT_EQ(errors, string("error ") + tried.error);
+        const string story = take("net");
+        EXPECT_THAT(story, HasSubstr(string("event 2 ") + tried.error));
+        EXPECT_EQ(story.find("event 2"), story.rfind("event 2")) << story;
         EXPECT_TRUE(haveEnded());
         terminal.supplicant().clear();
         terminal.wlan().associateAfter(0s);
         EXPECT_TRUE(connection->netShutdown());
         connection.reset();
-        EXPECT_TRUE(hasDescriptors(descriptors));
+        EXPECT_TRUE(before.areBack());
     }
 }
 
@@ -294,15 +229,12 @@ TEST_F(WlanConnectionTest, SuspendTakesPowerAndResumeBringsTheLinkBackOnceTheInt
     EXPECT_EQ(lines[lines.size() - 2], "pwrctrl: line 4 low");
     EXPECT_EQ(lines.back(), "pwrctrl: line 7 low") << "the other way round than at shutdown";
     terminal.wlan().appearAfter(5s);
-    reports.take();
     EXPECT_FALSE(connection->netResume());
-    EXPECT_THAT(reports.take(),
-                ElementsAre("status Starting 802.11 WLAN module",
-                            "error Failed preparing to enable network interface",
-                            "error Failed re-connecting to WLAN network on resume"));
+    EXPECT_EQ(take("net"), "event 1 Starting 802.11 WLAN module, "
+                           "event 2 Failed preparing to enable network interface, "
+                           "event 2 Failed re-connecting to WLAN network on resume");
     pass(5s);
-    EXPECT_TRUE(connection->netResume());
-    EXPECT_TRUE(connection->isConnectionUp());
+    EXPECT_TRUE(connection->netResume() && connection->isConnectionUp());
 }
 
 TEST_F(WlanConnectionTest, APidFileNeverLeadsToASignalToTheWrongProcess) {
@@ -313,17 +245,14 @@ TEST_F(WlanConnectionTest, APidFileNeverLeadsToASignalToTheWrongProcess) {
          {string(), string("0"), string("1\n"), string("udhcpc"), string("99999999999999999999"),
           string(5000, '7'), std::to_string(getpid()), "-" + running, parent}) {
         terminal.files().write(DhcpPidPath, text);
-        reports.take();
         EXPECT_TRUE(connection->netDisconnect());
-        EXPECT_THAT(reports.take(), Contains("status Stopping DHCP")) << text;
+        EXPECT_THAT(take("net"), HasSubstr("event 1 Stopping DHCP")) << text;
         EXPECT_EQ(terminal.programs().running("udhcpc").size(), 1U) << text;
     }
     terminal.files().write(DhcpPidPath, running);
     terminal.programs().signalRunning("udhcpc", SIGSTOP);  // it will not end by itself
     terminal.clock().setSpeed(20);
-    const auto begin = terminal.clock().monotonic();
-    EXPECT_TRUE(connection->netDisconnect());
-    EXPECT_GE(terminal.clock().monotonic() - begin, 5s);
+    EXPECT_GE(simulated([&] { EXPECT_TRUE(connection->netDisconnect()); }), 5s);
     terminal.programs().signalRunning("udhcpc", SIGCONT);
 }
 
@@ -357,22 +286,23 @@ TEST_F(WlanConnectionTest, TheNetworkIsToldWithChannelSignalAndAddresses) {
 
 TEST_F(WlanConnectionTest, AWorkerStoppedInAnyStepLeavesNoProcessDescriptorOrVariable) {
     const test::EventThread events;
+    const test::NotingWindow newest(terminal.journal());
     GuiLibrary::postKey(28, true);  // its thread has come up, with what it opens for itself
-    ASSERT_NE(terminal.journal().await("app: key 28", 0, test::HostLimit), 0U);
-    for (const char* step : {"status Waiting for DHCP IP", "status Connecting to network"}) {
-        const long descriptors = test::openDescriptors();
+    ASSERT_TRUE(await("app: key 28"));
+    for (const char* step : {"event 1 Waiting for DHCP IP", "event 1 Connecting to network"}) {
+        const test::Holdings before;
         use(warehouse());
         ASSERT_TRUE(connection->initialize());
         terminal.dhcp().setAnswering(false);
-        ASSERT_TRUE(connection->connect());
-        ASSERT_TRUE(test::soon([&] { return reports.has(step); }));
+        ASSERT_TRUE(connection->connect() && await(step));
+        terminal.journal().clear();
         terminal.clock().setSpeed(50);
         EXPECT_TRUE(connection->disconnect()) << step;
         terminal.clock().setSpeed(1);
         EXPECT_TRUE(haveEnded()) << step;
         EXPECT_TRUE(connection->shutdown());
         EXPECT_EQ(getenv("interface"), nullptr);
-        EXPECT_TRUE(hasDescriptors(descriptors)) << step;
+        EXPECT_TRUE(before.areBack()) << step;
         terminal.wlan().associateAfter({});
     }
 }

@@ -1,15 +1,9 @@
-#include <fcntl.h>
-#include <gtest/gtest.h>
 
-#include <cerrno>
 #include <climits>
 #include <cstdlib>
-#include <functional>
-#include <string>
 
 #include "power/BoardProtocol.h"
 #include "power/PowerManager.h"
-#include "support/Resources.h"
 #include "support/TerminalTest.h"
 
 namespace {
@@ -19,46 +13,31 @@ using std::string;
 
 constexpr char Speaker[] = "/dev/input/event2";
 
-/// Before there is a power manager.
-class PowerManagerStartTest : public test::TerminalTest {
-protected:
-    ~PowerManagerStartTest() override { PowerManager::deinitPowerManager(); }
-};
+constexpr double Fast = 100;  // the modem takes its seconds
 
-class PowerManagerDevicesTest : public test::PoweredTest {
-protected:
-    static constexpr double Fast = 100;  // the modem takes its seconds
-};
-
-using Operation = std::function<int(PowerManager&)>;
+using PowerManagerDevicesTest = test::PoweredTest;
 
 TEST_F(PowerManagerDevicesTest, EachOperationSendsItsRequestsInOrderAndShowsARefusedOne) {
-    const Operation scannerUp = [](auto& p) { return p.scannerPowerUp(); };
-    const Operation scannerDown = [](auto& p) { return p.scannerPowerDown(); };
-    const Operation btOn = [](auto& p) { return p.btPowerOn(); };
-    const Operation btOff = [](auto& p) { return p.btPowerOff(); };
-    const Operation gprsOn = [](auto& p) { return p.gprsPowerOn(); };
-    const Operation gprsOff = [](auto& p) { return p.gprsPowerOff(); };
-    const Operation reset = [](auto& p) { return p.gprsReset(); };
     const struct {
-        Operation operation;
+        std::function<int(PowerManager&)> operation;
         int refused;  // the number of the request that is; 0: none
         int result;
         const char* requests;
     } cases[] = {
-        {scannerUp, 0, 1, "line 9 high, line 2 low, supply 2 on"},
-        {scannerUp, 3, 0, "line 9 high, line 2 low"},
-        {scannerDown, 0, 1, "line 2 high, line 9 low, supply 2 off"},
-        {scannerDown, 3, 0, "line 2 high, line 9 low"},
-        {reset, 2, -1, "line 6 high"},
-        {gprsOn, 1, 1, "supply 1 on, read line 3, line 7 high, line 7 low, read line 3"},
-        {gprsOn, 2, 0, "line 5 high"},
-        {gprsOff, 0, 1, "supply 1 off, read line 3, line 5 low"},
-        {gprsOff, 2, 1, "supply 1 off, line 5 low"},
-        {btOn, 0, 1, "line 4 high, supply 1 on, line 6 high, line 6 low"},
-        {btOn, 3, 1, "line 4 high, supply 1 on, line 6 low"},
-        {btOff, 0, 1, "supply 1 off, line 6 high, line 4 low"},
-        {btOff, 2, 1, "supply 1 off, line 4 low"},
+        {&PowerManager::scannerPowerUp, 0, 1, "line 9 high, line 2 low, supply 2 on"},
+        {&PowerManager::scannerPowerUp, 3, 0, "line 9 high, line 2 low"},
+        {&PowerManager::scannerPowerDown, 0, 1, "line 2 high, line 9 low, supply 2 off"},
+        {&PowerManager::scannerPowerDown, 3, 0, "line 2 high, line 9 low"},
+        {&PowerManager::gprsReset, 2, -1, "line 6 high"},
+        {&PowerManager::gprsPowerOn, 1, 1,
+         "supply 1 on, read line 3, line 7 high, line 7 low, read line 3"},
+        {&PowerManager::gprsPowerOn, 2, 0, "line 5 high"},
+        {&PowerManager::gprsPowerOff, 0, 1, "supply 1 off, read line 3, line 5 low"},
+        {&PowerManager::gprsPowerOff, 2, 1, "supply 1 off, line 5 low"},
+        {&PowerManager::btPowerOn, 0, 1, "line 4 high, supply 1 on, line 6 high, line 6 low"},
+        {&PowerManager::btPowerOn, 3, 1, "line 4 high, supply 1 on, line 6 low"},
+        {&PowerManager::btPowerOff, 0, 1, "supply 1 off, line 6 high, line 4 low"},
+        {&PowerManager::btPowerOff, 2, 1, "supply 1 off, line 4 low"},
         {[](auto& p) { return p.gprsSetDTR(true); }, 0, 0, "line 8 low"},
         {[](auto& p) { return p.ledEnable(true, false); }, 0, 0, "line 0 low, line 1 high"},
         {[](auto& p) { return p.ledEnable(true, true); }, 2, -1, "line 0 low"},
@@ -118,11 +97,9 @@ TEST_F(PowerManagerDevicesTest, TheClockIsReadSetAndWakesInLocalTime) {
     tzset();
     constexpr long Moment = 1709622489;  // 2024-03-05 07:08:09 UTC
     long seconds = 0;
-    EXPECT_TRUE(power().rtcSetTime(Moment));
-    EXPECT_TRUE(power().rtcGetTime(&seconds));
+    EXPECT_TRUE(power().rtcSetTime(Moment) && power().rtcGetTime(&seconds));
     EXPECT_NEAR(static_cast<double>(seconds), Moment, 2);
-    EXPECT_TRUE(power().rtcGetTime(nullptr));
-    EXPECT_TRUE(power().rtcSetAlarm(90));
+    EXPECT_TRUE(power().rtcGetTime(nullptr) && power().rtcSetAlarm(90));
     EXPECT_TRUE(power().rtcEnableAlarm(true));
     EXPECT_FALSE(power().rtcGetAlarmState());
     pass(91s);

@@ -1,8 +1,5 @@
-#include <gtest/gtest.h>
 
 #include <cstdio>
-#include <string>
-#include <vector>
 
 #include "foundation/PowerEventListener.h"
 #include "io/Media.h"
@@ -15,7 +12,6 @@ namespace {
 using namespace std::chrono_literals;
 using std::string;
 using testing::ElementsAre;
-using testing::ElementsAreArray;
 
 constexpr char CardFile[] = "/mnt/mmc/log.txt";
 
@@ -37,8 +33,7 @@ private:
     sim::Journal& journal;
 };
 
-class PowerModesTest : public test::PoweredTest {
-protected:
+struct PowerModesTest : test::PoweredTest {
     PowerModesTest() { holdTime(); }
 
     void enterQuietly(PowerState state) {
@@ -60,24 +55,22 @@ TEST_F(PowerModesTest, EachStateDrivesTheDevicesInOrder) {
         int maximum;
         PowerState state;
         std::vector<string> requests;
-    } steps[] = {
-        {255, POWER_DIMMED, {"oled: fade 127"}},
-        {255, POWER_DARK, {"oled: fade 0"}},
-        {255,
-         POWER_DISPLAY_OFF,
-         {"pwrctrl: line 0 high", "pwrctrl: line 1 high", "pwrctrl: keyboard fade 0",
-          "oled: fade 0", "oled: off"}},
-        {255, POWER_ON, {"oled: on", "oled: fade 255"}},
-        {-1, POWER_DIMMED, {"oled: fade 0"}},
-        {600, static_cast<PowerState>(7), {}},
-        {600, POWER_DIMMED, {"oled: fade 44"}},
-        {600, POWER_ON, {"oled: fade 88"}},
-    };
+    } steps[] = {{255, POWER_DIMMED, {"oled: fade 127"}},
+                 {255, POWER_DARK, {"oled: fade 0"}},
+                 {255,
+                  POWER_DISPLAY_OFF,
+                  {"pwrctrl: line 0 high", "pwrctrl: line 1 high", "pwrctrl: keyboard fade 0",
+                   "oled: fade 0", "oled: off"}},
+                 {255, POWER_ON, {"oled: on", "oled: fade 255"}},
+                 {-1, POWER_DIMMED, {"oled: fade 0"}},
+                 {600, static_cast<PowerState>(7), {}},
+                 {600, POWER_DIMMED, {"oled: fade 44"}},
+                 {600, POWER_ON, {"oled: fade 88"}}};
     for (const auto& step : steps) {
         power().oledSetMaxBrightness(step.maximum);
         EXPECT_TRUE(power().setPowerMode(step.state));
         EXPECT_EQ(power().getCurrentState(), step.state);
-        EXPECT_THAT(takeLines(), ElementsAreArray(step.requests)) << step.state;
+        EXPECT_THAT(takeLines(), testing::ElementsAreArray(step.requests)) << step.state;
         EXPECT_FALSE(power().setPowerMode(step.state)) << "there already";
         EXPECT_THAT(takeLines(), ElementsAre());
     }
@@ -148,8 +141,7 @@ TEST_F(PowerModesTest, WithACardInUseASuspendOrShutdownOnlySwitchesTheDisplayOff
                             "pwrctrl: keyboard fade 0", "oled: fade 0", "oled: off"));
     EXPECT_EQ(power().getCurrentState(), POWER_DISPLAY_OFF);
     fclose(file);
-    EXPECT_TRUE(Media::unmountMedia(0x40000001));
-    EXPECT_TRUE(canMount());
+    EXPECT_TRUE(Media::unmountMedia(0x40000001) && canMount());
 }
 
 TEST_F(PowerModesTest, AShutdownSwitchesEverythingOffAndAsksTheApplication) {

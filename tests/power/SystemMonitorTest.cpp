@@ -1,13 +1,7 @@
 #include "power/SystemMonitor.h"
 
-#include <gtest/gtest.h>
-
 #include <algorithm>
 #include <array>
-#include <climits>
-#include <map>
-#include <string>
-#include <vector>
 
 #include "io/Media.h"
 #include "power/PowerManager.h"
@@ -19,8 +13,7 @@ using namespace std::chrono_literals;
 using std::string;
 using testing::ElementsAre;
 
-class SystemMonitorTest : public test::PoweredTest {
-protected:
+struct SystemMonitorTest : test::PoweredTest {
     SystemMonitorTest() {
         holdTime();
         EXPECT_TRUE(SystemMonitor::initialize());
@@ -59,12 +52,6 @@ protected:
         lines.erase(std::remove_if(lines.begin(), lines.end(), isReport), lines.end());
         return lines;
     }
-
-    std::array<int, SystemMonitor::CounterCount> counters() {
-        std::array<int, SystemMonitor::CounterCount> result{};
-        monitor().getPowerCounters(result.data());
-        return result;
-    }
 };
 
 TEST_F(SystemMonitorTest, EachTickGoesOneStepDownAtTheDefaultDelays) {
@@ -85,7 +72,9 @@ TEST_F(SystemMonitorTest, EachTickGoesOneStepDownAtTheDefaultDelays) {
                 ElementsAre("oled: fade 127", "oled: fade 0", "oled: fade 0", "oled: off",
                             "rtc: alarm in 900 s", "power: suspend", "power: woken by alarm"));
     tick(3);
-    EXPECT_THAT(counters(), ElementsAre(5, 15, 10, 30, 0, 3 * 901, 0));
+    std::array<int, SystemMonitor::CounterCount> counters{};
+    monitor().getPowerCounters(counters.data());
+    EXPECT_THAT(counters, ElementsAre(5, 15, 10, 30, 0, 3 * 901, 0));
     EXPECT_THAT(takeModes(),
                 ElementsAre("rtc: alarm in 900 s", "power: suspend", "power: woken by alarm",
                             "rtc: alarm in 900 s", "power: suspend", "power: woken by alarm",
@@ -104,14 +93,12 @@ TEST_F(SystemMonitorTest, TheWakeUpIntervalIsWhatIsLeftUntilPowerOffWithinLimits
         int powerOff, idle;
         const char* alarm;  // "": no suspend
         PowerState after;
-    } cases[] = {
-        {3600, 0, "alarm in 900 s", POWER_ALARM_WAKE},
-        {3600, 2699, "alarm in 900 s", POWER_ALARM_WAKE},
-        {3600, 2701, "alarm in 899 s", POWER_SHUTDOWN},
-        {3600, 3600, "", POWER_SHUTDOWN},
-        {10, 0, "alarm in 30 s", POWER_SHUTDOWN},
-        {0, 100000, "alarm in 900 s", POWER_ALARM_WAKE},
-    };
+    } cases[] = {{3600, 0, "alarm in 900 s", POWER_ALARM_WAKE},
+                 {3600, 2699, "alarm in 900 s", POWER_ALARM_WAKE},
+                 {3600, 2701, "alarm in 899 s", POWER_SHUTDOWN},
+                 {3600, 3600, "", POWER_SHUTDOWN},
+                 {10, 0, "alarm in 30 s", POWER_SHUTDOWN},
+                 {0, 100000, "alarm in 900 s", POWER_ALARM_WAKE}};
     for (const auto& tried : cases) {
         monitor().setPowerDelays(0, 0, 0, 0, tried.powerOff);
         beIdle(POWER_ALARM_WAKE, tried.idle);

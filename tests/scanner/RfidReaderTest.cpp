@@ -1,16 +1,7 @@
 #include "scanner/RfidReader.h"
 
-#include <gtest/gtest.h>
-
-#include <cerrno>
 #include <climits>
-#include <functional>
-#include <memory>
-#include <string>
-#include <utility>
-#include <vector>
 
-#include "power/SystemEvents.h"
 #include "scanner/RfidProtocol.h"
 #include "support/Resources.h"
 #include "support/TerminalTest.h"
@@ -34,58 +25,29 @@ TEST(RfidProtocolTest, RequestNumbersAreTheDriversOwn) {
     EXPECT_STREQ(rfid::AmsPath, Ams);
 }
 
-/// Notes each tag as "tag: SOURCE ID DATA".
-class TagWindow : public GuiWindow {
-public:
-    explicit TagWindow(sim::Journal& terminalJournal) : GuiWindow(0), journal(terminalJournal) {}
-
-    void onSystemEvent(int code, void* data) override {
-        const ScanRecord& record = *static_cast<ScanRecord*>(data);
-        if (code == 256 && record.reserved == 0)
-            journal.note("tag",
-                         std::to_string(record.source) + " " + record.id + " " + record.data);
-        if (onTag)
-            onTag();
-    }
-
-    std::function<void()> onTag;
-
-private:
-    sim::Journal& journal;
-};
-
-class RfidReaderTest : public test::TerminalTest {
-protected:
+struct RfidReaderTest : test::TerminalTest {
     RfidReaderTest() { terminal.clock().setSpeed(50); }
-
-    sim::RfidEngine& engine() { return terminal.rfid(); }
-
-    bool await(const string& line) {
-        return terminal.journal().await(line, 0, test::HostLimit) != 0;
-    }
 
     /// Arms a read and waits until the driver is in it.
     void beginRead(RfidReader& armed) {
         takeLines();
-        EXPECT_TRUE(armed.initRead());
-        EXPECT_TRUE(await("rfid: reading"));
+        EXPECT_TRUE(armed.initRead() && await("rfid: reading"));
     }
 
     /// What the application is told of an answer of the driver: "" when it is dropped.
     string delivered(RfidReader& armed, const string& answer) {
         takeLines();
-        engine().answerNext(answer);
-        EXPECT_TRUE(armed.initRead());
-        EXPECT_TRUE(await("rfid: close"));
+        engine.answerNext(answer);
+        EXPECT_TRUE(armed.initRead() && await("rfid: close"));
         return take("tag");
     }
 
-    TagWindow tags{terminal.journal()};
+    sim::RfidEngine& engine = terminal.rfid();
     RfidReader reader{RFID_READER_AMS};
 };
 
 TEST_F(RfidReaderTest, WhatOfATagIsReadIsSetUpBeforeEachRead) {
-    engine().present({"\x04\xA1"s, {"bank0", "bank1", "bank2", "0000111122223333444455556666"}});
+    engine.present({"\x04\xA1"s, {"bank0", "bank1", "bank2", "0000111122223333444455556666"}});
     const struct {
         int type, bank, first, last;
         string requests, tag;
@@ -101,18 +63,16 @@ TEST_F(RfidReaderTest, WhatOfATagIsReadIsSetUpBeforeEachRead) {
         {1, 3, 0, 0, "first 0, last 0, bank 2, ", "2 04A1 bank2"},
         {1, 4, 2, 3, "first 2, last 3, bank 3, ", "2 04A1 22223333"},
         {1, 5, 2, 3, "", "2 04A1 bank0"},
-        {1, -1, 2, 3, "", "2 04A1 bank0"},
-    };
+        {1, -1, 2, 3, "", "2 04A1 bank0"}};
     for (const auto& tried : cases) {
-        engine().fit(tried.type == 0 ? Engine::Nxp : Engine::Ams);
+        engine.fit(tried.type == 0 ? Engine::Nxp : Engine::Ams);
         RfidReader typed(static_cast<RfidReaderType>(tried.type));
         ASSERT_TRUE(typed.initialize());
         for (const bool isSet : {false, true}) {  // by default it is bank 0
             takeLines();
             if (isSet)
                 typed.setReadAreas(static_cast<RfidBank>(tried.bank), tried.first, tried.last);
-            EXPECT_TRUE(typed.initRead());
-            EXPECT_TRUE(await("rfid: close"));
+            EXPECT_TRUE(typed.initRead() && await("rfid: close"));
             const string tag = terminal.journal().history("tag");
             const string unset = tried.type == 0 ? "prepare, " : "first 0, last 0, bank 0, ";
             EXPECT_EQ(take("rfid"),
@@ -137,22 +97,20 @@ TEST_F(RfidReaderTest, AnAnswerIsDeliveredOnlyWhenItIsWholeAndTellsSomething) {
     const string longestData(2047 - 4, 'x');
     const struct {
         string answer, tag;
-    } cases[] = {
-        {"\x01\x03\x04\x00\x04\xA1\xF0user"s, ""},  // a failure
-        {"\xFF\x03\x04\x00\x04\xA1\xF0user"s, ""},
-        {"\x00\x03\x00\x04\x04\xA1\xF0user"s, ""},  // the bytes of the length exchanged
-        {"\x00\x04\x03\x00\x04\xA1\xF0user"s, "2 04A1F075 ser"},
-        {"\x00\x04\x00\x00\xE0\x0F\x00\x01"s, "2 E00F0001 "},
-        {"\x00\x00\x01\x00x"s, "2  x"},
-        {"\x00\x00\x00\x00"s, ""},
-        {"\x00\x00\x03\x00\x00xy"s, ""},  // a text that ends at once, and no identifier
-        {"\x00\x01\x03\x00\x07x\0y"s, "2 07 x"},
-        {"\x00\xFF\x00\x00"s + string(255, 'Z'), "2 " + longestId + " "},
-        {"\x00\xFF\x00\x00"s + string(254, 'Z'), ""},
-        {"\x00\x00\xFB\x07"s + longestData, "2  " + longestData},
-        {"\x00\x00\xFC\x07"s + longestData + "x", ""},  // more than a read takes
-        {"\x00\xFF\xFF\xFF"s + longestData, ""},
-    };
+    } cases[] = {{"\x01\x03\x04\x00\x04\xA1\xF0user"s, ""},  // a failure
+                 {"\xFF\x03\x04\x00\x04\xA1\xF0user"s, ""},
+                 {"\x00\x03\x00\x04\x04\xA1\xF0user"s, ""},  // the bytes of the length exchanged
+                 {"\x00\x04\x03\x00\x04\xA1\xF0user"s, "2 04A1F075 ser"},
+                 {"\x00\x04\x00\x00\xE0\x0F\x00\x01"s, "2 E00F0001 "},
+                 {"\x00\x00\x01\x00x"s, "2  x"},
+                 {"\x00\x00\x00\x00"s, ""},
+                 {"\x00\x00\x03\x00\x00xy"s, ""},  // a text that ends at once, and no identifier
+                 {"\x00\x01\x03\x00\x07x\0y"s, "2 07 x"},
+                 {"\x00\xFF\x00\x00"s + string(255, 'Z'), "2 " + longestId + " "},
+                 {"\x00\xFF\x00\x00"s + string(254, 'Z'), ""},
+                 {"\x00\x00\xFB\x07"s + longestData, "2  " + longestData},
+                 {"\x00\x00\xFC\x07"s + longestData + "x", ""},  // more than a read takes
+                 {"\x00\xFF\xFF\xFF"s + longestData, ""}};
     for (const auto& tried : cases)
         EXPECT_EQ(delivered(reader, tried.answer), tried.tag) << testing::PrintToString(tried);
     terminal.faults().fail("read", Ams, EIO);
@@ -166,10 +124,10 @@ TEST_F(RfidReaderTest, ItNeedsItsDeviceToInitializeAndAWorkerThatLostItToBeShutD
     EXPECT_FALSE(other.shutdown());
     ASSERT_TRUE(reader.initialize());
     EXPECT_FALSE(reader.initialize());
-    engine().fit(std::nullopt);
+    engine.fit(std::nullopt);
     EXPECT_TRUE(reader.initRead());
     EXPECT_TRUE(test::soon([&] { return terminal.faults().calls() >= 5; }));  // opened in vain
-    engine().fit(Engine::Ams);
+    engine.fit(Engine::Ams);
     EXPECT_FALSE(reader.initialize());
     EXPECT_TRUE(reader.shutdown());
     EXPECT_FALSE(reader.shutdown());
@@ -187,22 +145,21 @@ TEST_F(RfidReaderTest, AReadEndsByItsTagByAStopOrAfter5Seconds) {
     EXPECT_THAT(takeLines(), testing::IsEmpty()) << "nothing to abort";
     beginRead(reader);
     EXPECT_TRUE(reader.initRead());  // forgotten when this read ends
-    EXPECT_TRUE(reader.stopRead());
-    EXPECT_TRUE(await("rfid: close"));
+    EXPECT_TRUE(reader.stopRead() && await("rfid: close"));
 
     test::EventThread events;
-    const auto before = terminal.clock().monotonic();
-    beginRead(reader);
-    EXPECT_TRUE(reader.startRead());
-    EXPECT_TRUE(await("rfid: close"));
-    EXPECT_GE(terminal.clock().monotonic() - before, 5s);
+    EXPECT_GE(simulated([&] {
+                  beginRead(reader);
+                  EXPECT_TRUE(reader.startRead() && await("rfid: close"));
+              }),
+              5s);
     EXPECT_EQ(take("rfid"), "open, first 0, last 0, bank 0, reading, abort, close");
 
     beginRead(reader);
     EXPECT_TRUE(reader.startRead());
-    engine().present({"\x07", {}});
+    engine.present({"\x07", {}});
     EXPECT_TRUE(await("rfid: close"));
-    engine().remove();
+    engine.remove();
     beginRead(reader);
     const auto delivery = terminal.clock().monotonic();
     EXPECT_TRUE(test::soon([&] { return terminal.clock().monotonic() >= delivery + 7s; }));
@@ -210,46 +167,43 @@ TEST_F(RfidReaderTest, AReadEndsByItsTagByAStopOrAfter5Seconds) {
 
     // Setting up an area that is absurd is ended as well.
     EXPECT_TRUE(reader.shutdown());
-    engine().fit(Engine::Nxp);
+    engine.fit(Engine::Nxp);
     RfidReader blocks(RFID_READER_NXP);
     blocks.setReadAreas(RFID_BANK_4, INT_MIN, INT_MAX);
     ASSERT_TRUE(blocks.initialize());
-    EXPECT_TRUE(blocks.initRead());
-    EXPECT_TRUE(await("rfid: block"));
-    EXPECT_TRUE(blocks.stopRead());
+    EXPECT_TRUE(blocks.initRead() && await("rfid: block") && blocks.stopRead());
     EXPECT_TRUE(await("rfid: close"));
     EXPECT_EQ(take("rfid").find("reading"), string::npos);
 }
 
 TEST_F(RfidReaderTest, ItMayBeShutDownOrDestroyedAtAnyMoment) {
-    const long descriptors = test::openDescriptors();
-    const long threads = test::runningThreads();
+    const test::Holdings before;
     for (int moment = 0; moment < 60; ++moment) {
         auto shortLived = std::make_unique<RfidReader>(RFID_READER_AMS);
-        const int before = terminal.faults().calls();
+        const int calls = terminal.faults().calls();
         ASSERT_TRUE(shortLived->initialize());
         shortLived->initRead();
         shortLived->startRead();
         if (moment % 3 == 0)
-            engine().answerNext("\x00\x01\x00\x00\x07"s);
+            engine.answerNext("\x00\x01\x00\x00\x07"s);
         // Somewhere between the worker's start and its read.
-        test::soon([&] { return terminal.faults().calls() >= before + moment % 7; });
-        const auto begin = terminal.clock().monotonic();
-        if (moment % 2 == 0)
-            shortLived->shutdown();
-        shortLived.reset();
-        EXPECT_LT(terminal.clock().monotonic() - begin, 9s) << "nothing had to be cancelled";
+        test::soon([&] { return terminal.faults().calls() >= calls + moment % 7; });
+        const auto ending = simulated([&] {
+            if (moment % 2 == 0)
+                shortLived->shutdown();
+            shortLived.reset();
+        });
+        EXPECT_LT(ending, 9s) << "nothing had to be cancelled";
     }
-    EXPECT_TRUE(test::soon([&] { return test::runningThreads() == threads; }));
-    EXPECT_EQ(test::openDescriptors(), descriptors);
+    EXPECT_TRUE(before.areBack());
 
     // A driver that keeps the read: the worker is cancelled in it, and can be started again.
-    engine().setStubborn(true);
+    engine.setStubborn(true);
     ASSERT_TRUE(reader.initialize());
     beginRead(reader);
     EXPECT_TRUE(reader.shutdown());
-    EXPECT_EQ(test::openDescriptors(), descriptors);
-    engine().setStubborn(false);
+    EXPECT_TRUE(before.areBack());
+    engine.setStubborn(false);
     ASSERT_TRUE(reader.initialize());
     EXPECT_EQ(delivered(reader, "\x00\x01\x00\x00\x07"s), "2 07 ");
 }

@@ -1,9 +1,6 @@
 #include "scanner/ScannerInput.h"
 
-#include <gtest/gtest.h>
-
-#include <functional>
-#include <string>
+#include <map>
 
 #include "support/FreshProcess.h"
 #include "support/TerminalTest.h"
@@ -29,94 +26,75 @@ string onTerminal(const string& engines, const Steps& steps) {
 
 ScannerInput& input() { return *ScannerInput::getScannerInput(); }
 
-bool isPowered(sim::Terminal& terminal) {
-    return terminal.journal().history("pwrctrl").find("supply 2 on") != string::npos;
-}
-
 TEST(ScannerInputTest, TheEnginesThatTheTerminalTellsOfGetAReaderEach) {
-    const struct {
-        const char *engines, *readers;
-    } cases[] = {{"10", "barcode"},
-                 {"11", "barcode open, close"},
-                 {"12", "barcode open, close"},
-                 {"01", "open, close"},
-                 {"02", "open, close"},
-                 {"13", "barcode"},
-                 {"00", "none"},
-                 {"", "none"}};
-    for (const auto& tried : cases) {
-        EXPECT_EQ(onTerminal(tried.engines,
-                             [](sim::Terminal& terminal) -> string {
-                                 if (!ScannerInput::initialize())
-                                     return ScannerInput::getScannerInput() ? "left over" : "none";
-                                 const ScannerInput* const first = &input();
-                                 if (!ScannerInput::initialize() || &input() != first)
-                                     return "two instances";
-                                 const string rfid = terminal.journal().history("rfid");
-                                 const bool powered = isPowered(terminal);
-                                 ScannerInput::shutdown();
-                                 return (powered ? "barcode" + string(rfid.empty() ? "" : " ")
-                                                 : "") +
-                                        rfid;
-                             }),
-                  tried.readers)
-            << tried.engines;
-    }
+    const Steps tellReaders = [](sim::Terminal& terminal) -> string {
+        if (!ScannerInput::initialize())
+            return ScannerInput::getScannerInput() ? "left over" : "none";
+        const ScannerInput* const first = &input();
+        if (!ScannerInput::initialize() || &input() != first)
+            return "two instances";
+        string readers = terminal.journal().history("rfid");
+        if (terminal.journal().history("pwrctrl").find("supply 2 on") != string::npos)
+            readers = readers.empty() ? "barcode" : "barcode " + readers;
+        ScannerInput::shutdown();
+        return readers;
+    };
+    const std::map<string, string> cases = {{"10", "barcode"},
+                                            {"11", "barcode open, close"},
+                                            {"12", "barcode open, close"},
+                                            {"13", "barcode"},
+                                            {"01", "open, close"},
+                                            {"02", "open, close"},
+                                            {"00", "none"},
+                                            {"", "none"}};
+    for (const auto& [engines, readers] : cases)
+        EXPECT_EQ(onTerminal(engines, tellReaders), readers) << engines;
 }
 
 TEST(ScannerInputTest, OnlyArmedReadersScanAndAnArmedOneKeepsItsArea) {
-    EXPECT_EQ(
-        onTerminal("12",
-                   [](sim::Terminal& terminal) -> string {
-                       if (!ScannerInput::initialize() || input().startScan() || input().stopScan())
-                           return "scans unarmed";
-                       if (!input().initScan(2) || !input().initScan(-1) || input().startScan())
-                           return "an index without a reader is armed";
-                       input().setRfidReadAreas(RFID_BANK_3, 1, 2);
-                       terminal.journal().clear();
-                       input().initScan(1);
-                       input().setRfidReadAreas(RFID_BANK_4, 8, 9);
-                       terminal.journal().await("rfid: reading", 0, test::HostLimit);
-                       const bool all =
-                           input().startScan() && input().stopScan() && !input().startScan();
-                       terminal.journal().await("rfid: close", 0, test::HostLimit);
-                       const string shown = terminal.journal().history("rfid");
-                       ScannerInput::shutdown();
-                       return (all ? "" : "wrong results ") + shown;
-                   }),
-        "open, first 1, last 2, bank 2, reading, abort, close");
+    const Steps scan = [](sim::Terminal& terminal) -> string {
+        if (!ScannerInput::initialize() || input().startScan() || input().stopScan())
+            return "scans unarmed";
+        if (!input().initScan(2) || !input().initScan(-1) || input().startScan())
+            return "an index without a reader is armed";
+        input().setRfidReadAreas(RFID_BANK_3, 1, 2);
+        terminal.journal().clear();
+        input().initScan(1);
+        input().setRfidReadAreas(RFID_BANK_4, 8, 9);
+        terminal.journal().await("rfid: reading", 0, test::HostLimit);
+        const bool all = input().startScan() && input().stopScan() && !input().startScan();
+        terminal.journal().await("rfid: close", 0, test::HostLimit);
+        const string shown = terminal.journal().history("rfid");
+        ScannerInput::shutdown();
+        return (all ? "" : "wrong results ") + shown;
+    };
+    EXPECT_EQ(onTerminal("12", scan), "open, first 1, last 2, bank 2, reading, abort, close");
 }
 
 TEST(ScannerInputTest, WithoutABarcodeReaderTheRfidReaderOutlivesTheFacade) {
-    EXPECT_EQ(onTerminal("02",
-                         [](sim::Terminal& terminal) -> string {
-                             ScannerInput::initialize();
-                             terminal.journal().clear();
-                             input().initScan(1);
-                             terminal.journal().await("rfid: reading", 0, test::HostLimit);
-                             ScannerInput::shutdown();
-                             terminal.rfid().present({"\x07", {}});
-                             return terminal.journal().await("rfid: close", 0, test::HostLimit)
-                                        ? "reads on"
-                                        : "gone";
-                         }),
-              "reads on");
+    const Steps shutDown = [](sim::Terminal& terminal) -> string {
+        ScannerInput::initialize();
+        terminal.journal().clear();
+        input().initScan(1);
+        terminal.journal().await("rfid: reading", 0, test::HostLimit);
+        ScannerInput::shutdown();
+        terminal.rfid().present({"\x07", {}});
+        return terminal.journal().await("rfid: close", 0, test::HostLimit) ? "reads on" : "gone";
+    };
+    EXPECT_EQ(onTerminal("02", shutDown), "reads on");
 }
 
 TEST(ScannerInputTest, AReaderThatFailsLeavesTheOneBeforeRunning) {
-    EXPECT_EQ(onTerminal("12",
-                         [](sim::Terminal& terminal) -> string {
-                             // Stays: the reader is still in its delivery when that is noted.
-                             static const test::NotingWindow window(terminal.journal());
-                             terminal.rfid().fit(std::nullopt);
-                             if (ScannerInput::initialize() || ScannerInput::getScannerInput())
-                                 return "an instance";
-                             terminal.barcodeLine().send("12345\r\n");
-                             const bool scans =
-                                 terminal.journal().await("app: scan 12345", 0, test::HostLimit);
-                             return scans ? "scans" : "dead";
-                         }),
-              "scans");
+    const Steps fail = [](sim::Terminal& terminal) -> string {
+        // Stays: the reader is still in its delivery when that is noted.
+        static const test::NotingWindow window(terminal.journal());
+        terminal.rfid().fit(std::nullopt);
+        if (ScannerInput::initialize() || ScannerInput::getScannerInput())
+            return "an instance";
+        terminal.barcodeLine().send("12345\r\n");
+        return terminal.journal().await("app: scan 12345", 0, test::HostLimit) ? "scans" : "dead";
+    };
+    EXPECT_EQ(onTerminal("12", fail), "scans");
 }
 
 }  // namespace

@@ -8,16 +8,7 @@ namespace {
 using namespace std::chrono_literals;
 using sim::Nanoseconds;
 
-class ClockTest : public testing::Test {
-protected:
-    static void expectClose(Nanoseconds first, Nanoseconds second) {
-        EXPECT_LT(std::chrono::abs(first - second), 20s);
-    }
-
-    template <class Condition> static bool soon(Condition condition) {
-        return sim::eventually(condition, 60s);
-    }
-
+struct ClockTest : testing::Test {
     sim::Terminal terminal;
     sim::Clock& clock = terminal.clock();
 };
@@ -28,21 +19,20 @@ TEST_F(ClockTest, TimeRunsJumpsAndStandsStill) {
     clock.setMonotonic(1000s);
     clock.setWall(1'000'000s);
     const Nanoseconds before = clock.boot() - clock.monotonic();
-
     clock.sleepThrough(1h);
-    expectClose(clock.monotonic(), 1000s);
-    expectClose(clock.wall(), 1'003'600s);
-    expectClose(clock.boot(), 1000s + before + 1h);
+    EXPECT_LT(std::chrono::abs(clock.monotonic() - 1000s), 20s);
+    EXPECT_LT(std::chrono::abs(clock.wall() - 1'003'600s), 20s);
+    EXPECT_LT(std::chrono::abs(clock.boot() - before - 1h - 1000s), 20s);
     EXPECT_NEAR(clockNow(CLOCK_BOOTTIME), static_cast<double>(clock.boot().count()) / 1e9, 20);
 
     clock.setSpeed(3600);
     clock.freeze();
     const Nanoseconds frozen = clock.monotonic();
     const Nanoseconds wall = clock.wall();
-    EXPECT_TRUE(soon([&] { return clock.wall() > wall + 100s; }));
+    EXPECT_TRUE(sim::eventually([&] { return clock.wall() > wall + 100s; }, 60s));
     EXPECT_EQ(clock.monotonic(), frozen);
     clock.thaw();
-    EXPECT_TRUE(soon([&] { return clock.monotonic() > frozen + 100s; }));
+    EXPECT_TRUE(sim::eventually([&] { return clock.monotonic() > frozen + 100s; }, 60s));
     EXPECT_GT(clock.boot(), clock.monotonic() + before + 1h + 100s);
     EXPECT_EQ(clock.realDuration(3600s), 1s);
     EXPECT_EQ(clock.simulatedDuration(1s), 3600s);

@@ -1,32 +1,19 @@
 #include <fcntl.h>
-#include <gtest/gtest.h>
-#include <poll.h>
 #include <termios.h>
 #include <unistd.h>
 
-#include <cerrno>
-#include <chrono>
-#include <string>
-
+#include "gsm/Octets.h"
 #include "io/FileDescriptor.h"
-#include "sim/HostTime.h"
-#include "sim/Terminal.h"
+#include "support/TerminalTest.h"
 
 namespace {
 
 using namespace std::chrono_literals;
 using sim::RadioMux;
 using std::string;
+using test::octets;
 
 constexpr char Line[] = "/dev/ttyAT1";
-
-/// Octets given in hexadecimal.
-string octets(const string& hex) {
-    string bytes;
-    for (size_t at = 0; at < hex.size(); at += 3)
-        bytes += static_cast<char>(std::stoi(hex.substr(at, 2), nullptr, 16));
-    return bytes;
-}
 
 string data(uint8_t channel, const string& bytes) {
     return RadioMux::encode({channel, RadioMux::UIH, true, bytes});
@@ -38,49 +25,26 @@ string dataBack(uint8_t channel, const string& bytes) {
 }
 
 /// Bytes pass as they are from now on.
-void makeRaw(int descriptor, tcflag_t flowControl) {
+void makeRaw(int descriptor) {
     termios raw{};
     ::tcgetattr(descriptor, &raw);
     cfmakeraw(&raw);
-    raw.c_cflag = (raw.c_cflag & ~static_cast<tcflag_t>(CRTSCTS)) | flowControl;
     ::tcsetattr(descriptor, TCSANOW, &raw);
 }
 
-/// What a program hears within ten seconds, up to a size.
-string receive(int descriptor, size_t size) {
-    string text;
-    pollfd file{descriptor, POLLIN, 0};
-    const sim::HostTime hostTime;
-    while (text.size() < size && ::poll(&file, 1, 10000) > 0) {
-        char buffer[256];
-        const ssize_t count = ::read(descriptor, buffer, sizeof buffer);
-        if (count <= 0)
-            break;
-        text.append(buffer, static_cast<size_t>(count));
-    }
-    return text;
-}
-
 /// A program at the application's end of the module's line, which knows nothing but bytes.
-class RadioModuleTest : public testing::Test {
-protected:
+struct RadioModuleTest : test::TerminalTest {
     RadioModuleTest() {
         radio.setOn(true);
         radio.setAnswerTime(0ms);
         radio.setRegistrationTime(0ms);
-        openLine(CRTSCTS);
-    }
-
-    void openLine(tcflag_t flowControl) {
-        line.reset();
-        line.reset(::open(Line, O_RDWR | O_NOCTTY | O_NONBLOCK));
-        makeRaw(line.get(), flowControl);
+        makeRaw(line.get());
     }
 
     /// What is sent, and all that comes back.
     void expect(const string& sent, const string& answer) const {
         ASSERT_EQ(::write(line.get(), sent.data(), sent.size()), static_cast<ssize_t>(sent.size()));
-        EXPECT_EQ(testing::PrintToString(receive(line.get(), answer.size())),
+        EXPECT_EQ(testing::PrintToString(test::readFrom(line.get(), answer.size())),
                   testing::PrintToString(answer));
     }
 
@@ -89,9 +53,8 @@ protected:
         expect(command + "\r", command + "\r\r\n" + answer + "\r\n");
     }
 
-    sim::Terminal terminal;
     sim::RadioModule& radio = terminal.radio();
-    io::FileDescriptor line;
+    const io::FileDescriptor line{::open(Line, O_RDWR | O_NOCTTY | O_NONBLOCK)};
 };
 
 TEST_F(RadioModuleTest, TheMultiplexerAnswersAsThePeerOfTheStandardDoes) {
@@ -149,14 +112,8 @@ TEST_F(RadioModuleTest, LegacyPseudoTerminalsAreRealAndTheirMastersExclusive) {
     EXPECT_EQ(errno, EIO);
     EXPECT_STREQ(::ptsname(master.get()), "/dev/ttyp1");
     const io::FileDescriptor slave(::open("/dev/ttyp1", O_RDWR | O_NOCTTY));
-    makeRaw(master.get(), 0);
-    ASSERT_EQ(::write(slave.get(), "up\n", 3), 3);
-    EXPECT_EQ(receive(master.get(), 3), "up\n");
-    ASSERT_EQ(::write(master.get(), "down\r", 5), 5);
-    EXPECT_EQ(receive(slave.get(), 5), "down\r");
-
     master.reset();
-    EXPECT_EQ(receive(slave.get(), 1), "") << "hung up";
+    EXPECT_EQ(test::readFrom(slave.get(), 1), "") << "hung up";
     master.reset(::open("/dev/ptyp1", O_RDWR | O_NOCTTY));
     EXPECT_TRUE(master.isOpen()) << "though a slave of the last pair is still held";
     EXPECT_TRUE(io::FileDescriptor(::open("/dev/ttyp1", O_RDWR | O_NOCTTY)).isOpen());

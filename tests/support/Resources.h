@@ -2,11 +2,13 @@
 
 #include <unistd.h>
 
+#include <chrono>
 #include <filesystem>
 #include <iterator>
 #include <stdexcept>
 
 #include "io/FileDescriptor.h"
+#include "sim/HostTime.h"
 
 namespace test {
 
@@ -19,6 +21,18 @@ inline long openDescriptors() { return entriesOf("/proc/self/fd"); }
 
 /// How many threads this process has. One that has been joined may count for a moment longer.
 inline long runningThreads() { return entriesOf("/proc/self/task"); }
+
+/// What this process holds when one is made.
+struct Holdings {
+    /// Waits until it is as much again.
+    bool areBack() const {
+        return sim::eventually(
+            [this] { return openDescriptors() == descriptors && runningThreads() == threads; },
+            std::chrono::seconds(60));
+    }
+
+    const long descriptors = openDescriptors(), threads = runningThreads();
+};
 
 /// An empty pipe: reading blocks until something is written.
 class Pipe {

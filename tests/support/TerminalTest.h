@@ -1,12 +1,20 @@
 #pragma once
 
+// What the tests on a terminal have in common. The headers of the standard library that nearly all
+// of them use come with it.
+
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <poll.h>
+#include <unistd.h>
 
+#include <atomic>
+#include <cerrno>
 #include <chrono>
 #include <cstdint>
 #include <functional>
 #include <future>
+#include <memory>
 #include <string>
 #include <string_view>
 #include <thread>
@@ -42,12 +50,25 @@ template <class Result> bool isDone(const std::future<Result>& result) {
     return result.wait_for(0s) == std::future_status::ready;
 }
 
+/// What a descriptor gives, up to a size, until nothing comes for a while of the host's time.
+inline std::string readFrom(int fd, size_t size, std::chrono::milliseconds limit = 20s) {
+    const sim::HostTime hostTime;
+    std::string text(size, '\0');
+    size_t got = 0;
+    pollfd file{fd, POLLIN, 0};
+    while (got<size&& ::poll(&file, 1, static_cast<int>(limit.count()))> 0) {
+        const ssize_t count = ::read(fd, &text[got], size - got);
+        if (count <= 0)
+            break;
+        got += static_cast<size_t>(count);
+    }
+    return text.substr(0, got);
+}
+
 /// The windowing library's event thread for the length of a scope.
 class EventThread {
 public:
     EventThread() : thread([] { GuiLibrary::run(); }) {}
-    EventThread(const EventThread&) = delete;
-    EventThread& operator=(const EventThread&) = delete;
     ~EventThread() {
         GuiLibrary::quit();
         thread.join();
@@ -58,7 +79,7 @@ private:
 };
 
 /// A window that notes what reaches it in the terminal's journal: "app: event 16 87",
-/// "app: scan 4006381333931" and "app: key 28".
+/// "app: scan 4006381333931", "app: key 28" and, of a tag, "tag: SOURCE ID DATA".
 class NotingWindow : public GuiWindow {
 public:
     explicit NotingWindow(sim::Journal& terminalJournal) : GuiWindow(0), journal(terminalJournal) {}
@@ -73,12 +94,18 @@ public:
     void onSystemEvent(int code, void* data) override {
         if (code == 256) {
             const ScanRecord& record = *static_cast<ScanRecord*>(data);
-            const bool isBarcode = record.source == 0 && !record.id && record.reserved == 0;
-            journal.note("app", (isBarcode ? "scan " : "odd scan ") + std::string(record.data));
+            const std::string text =
+                (record.reserved == 0 ? "" : "odd ") + std::string(record.data);
+            if (record.source == 0)
+                journal.note("app", (record.id ? "odd scan " : "scan ") + text);
+            else
+                journal.note("tag", std::to_string(record.source) + " " + record.id + " " + text);
             if (onScan)
                 onScan();
             return;
         }
+        if (code < 16)
+            return;  // a link's: what it tells is a text or more
         const auto number = static_cast<int>(reinterpret_cast<intptr_t>(data));
         journal.note("app", "event " + std::to_string(code) + " " + std::to_string(number));
     }
@@ -89,27 +116,13 @@ private:
     sim::Journal& journal;
 };
 
-/// The far end of a serial line: notes the bytes that it receives as "line: ...".
-class NotingPeer final : public sim::LinePeer {
-public:
-    NotingPeer(sim::SerialLine& serialLine, sim::Journal& terminalJournal)
-        : line(serialLine), journal(terminalJournal) {
-        line.connect(this);
-    }
-    NotingPeer(const NotingPeer&) = delete;
-    NotingPeer& operator=(const NotingPeer&) = delete;
-    ~NotingPeer() { line.connect(nullptr); }
-
-    void received(std::string_view bytes) override { journal.note("line", std::string(bytes)); }
-
-private:
-    sim::SerialLine& line;
-    sim::Journal& journal;
-};
-
 /// A test on a terminal of its own.
-class TerminalTest : public testing::Test {
-protected:
+struct TerminalTest : testing::Test {
+    /// Waits until a line that contains `text` is in the journal; false when none comes.
+    bool await(const std::string& text) {
+        return terminal.journal().await(text, 0, HostLimit) != 0;
+    }
+
     /// What the journal has noted since the last call.
     std::vector<std::string> takeLines() {
         auto lines = terminal.journal().lines();
@@ -137,6 +150,13 @@ protected:
         return 0ns;
     }
 
+    /// The simulated time that an action takes.
+    template <class Action> std::chrono::nanoseconds simulated(Action action) {
+        const auto begin = terminal.clock().monotonic();
+        action();
+        return terminal.clock().monotonic() - begin;
+    }
+
     /// Time passes, at once.
     void pass(std::chrono::milliseconds duration) {
         sim::Clock& clock = terminal.clock();
@@ -149,8 +169,7 @@ protected:
 };
 
 /// ... with a power manager, whose start has left no trace in the journal.
-class PoweredTest : public TerminalTest {
-protected:
+struct PoweredTest : TerminalTest {
     PoweredTest() { start(); }
     ~PoweredTest() override { PowerManager::deinitPowerManager(); }
 

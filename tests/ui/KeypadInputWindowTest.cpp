@@ -1,11 +1,5 @@
 #include "ui/KeypadInputWindow.h"
 
-#include <gtest/gtest.h>
-
-#include <chrono>
-#include <functional>
-#include <string>
-
 #include "support/TerminalTest.h"
 
 namespace {
@@ -51,13 +45,7 @@ private:
     sim::Journal& journal;
 };
 
-class KeypadInputWindowTest : public test::TerminalTest {
-protected:
-    string took() { return take("field"); }
-    bool await(const string& text) {
-        return terminal.journal().await("field: " + text, 0, test::HostLimit) != 0;
-    }
-
+struct KeypadInputWindowTest : test::TerminalTest {
     static constexpr int Wait = 1000, Hold = 1001;  // the timers
     Field field{terminal.journal()};
 };
@@ -66,19 +54,17 @@ TEST_F(KeypadInputWindowTest, EveryKeyGoesThroughItsCharactersAndAroundInBothCas
     const struct {
         int key;
         string upper, lower;
-    } rows[] = {
-        {11, " \r()<>[]{}0", " \r()<>[]{}0"},
-        {2, ".,:;@#&!?\"|", ".,:;@#&!?\"|"},
-        {3, "ABC\x8E\x92\x8F\x32", "abc\x84\x91\x86\x32"},
-        {4, "DEF3", "def3"},
-        {5, "GHI4", "ghi4"},
-        {6, "JKL5", "jkl5"},
-        {7, "MNO\x99\xD8\xD5\x36", "mno\x94\xF8\xF5\x36"},
-        {8, "PQRS7", "pqrs7"},
-        {9, "TUV\xDC\x38", "tuv\xFC\x38"},
-        {10, "WXYZ9", "wxyz9"},
-        {52, "-+*/%=\x80$\x9C\xB1\xAB", "-+*/%=\x80$\x9C\xB1\xAB"},
-    };
+    } rows[] = {{11, " \r()<>[]{}0", " \r()<>[]{}0"},
+                {2, ".,:;@#&!?\"|", ".,:;@#&!?\"|"},
+                {3, "ABC\x8E\x92\x8F\x32", "abc\x84\x91\x86\x32"},
+                {4, "DEF3", "def3"},
+                {5, "GHI4", "ghi4"},
+                {6, "JKL5", "jkl5"},
+                {7, "MNO\x99\xD8\xD5\x36", "mno\x94\xF8\xF5\x36"},
+                {8, "PQRS7", "pqrs7"},
+                {9, "TUV\xDC\x38", "tuv\xFC\x38"},
+                {10, "WXYZ9", "wxyz9"},
+                {52, "-+*/%=\x80$\x9C\xB1\xAB", "-+*/%=\x80$\x9C\xB1\xAB"}};
     static_assert(sizeof KeypadInputWindow::keyMapText == 12 * 24, "12 rows of 24 bytes");
     string numbers;
     for (const auto& row : rows) {
@@ -118,8 +104,7 @@ TEST_F(KeypadInputWindowTest, APendingCharacterIsCommittedByAPauseOrAnotherKey) 
     EXPECT_GE(between("field: put 68 0 0", "field: commit"), std::chrono::milliseconds(590));
     terminal.journal().clear();
     key(3, true);  // held: its case changes each second
-    EXPECT_TRUE(await("put 97 2 0"));
-    EXPECT_TRUE(await("put 65 2 1"));
+    EXPECT_TRUE(await("field: put 97 2 0") && await("field: put 65 2 1"));
     EXPECT_GE(between("field: put 65 0 0", "field: put 97 2 0"), std::chrono::milliseconds(990));
 }
 
@@ -155,9 +140,9 @@ TEST_F(KeypadInputWindowTest, HeldKeysTheFunctionKeyAndRefusals) {
          "commit, put 100 0 0"},
     };
     for (const auto& tried : cases) {
-        took();
+        take("field");
         tried.steps(field);
-        EXPECT_EQ(took(), tried.shown) << tried.what;
+        EXPECT_EQ(take("field"), tried.shown) << tried.what;
     }
     EXPECT_EQ(field.lastDown, 4);
     EXPECT_EQ(field.lastUp, 4);
