@@ -140,7 +140,7 @@ TEST(Gsm0710BufferTest, NoMoreIsMissingThanTheDamagedFrameAndWhatAFalseLengthCla
     std::vector<size_t> ends;
     for (int i = 0; i < 20; ++i) {
         const size_t length = std::vector<size_t>{31, 0, 127, 4, 64}[static_cast<size_t>(i % 5)];
-        sent.push_back({i, Uih, string(length, static_cast<char>('0' + i))});
+        sent.emplace_back(i, Uih, string(length, static_cast<char>('0' + i)));
         stream += frameOf(i, Uih, std::get<string>(sent.back()));
         ends.push_back(stream.size());
     }
