@@ -204,10 +204,19 @@ public:
     }
 
 private:
+    BluetoothConnection* bluetooth() const {
+        return dynamic_cast<BluetoothConnection*>(link.get());
+    }
+
     void startLink() {
         isReady = isReady || link->initialize();
-        if (isReady)
+        if (isReady) {
             link->connect();
+        } else if (bluetooth()) {
+            // A module whose line did not open is held for good: only destroying it is left.
+            link.reset();
+            link = makeLink(LinkKind::Bluetooth);
+        }
     }
 
     void stopLink() {
@@ -275,8 +284,7 @@ private:
     }
 
     void callOverText() {
-        auto* const radio = dynamic_cast<BluetoothConnection*>(link.get());
-        // A module that could not be opened keeps whoever uses it waiting, by contract.
+        BluetoothConnection* const radio = bluetooth();
         if (!radio || !isReady)
             return;
         radio->getModule()->scanDevices();
