@@ -2,52 +2,33 @@
 
 namespace sim {
 
-PacketReply PacketReply::unconfirmed() {
-    PacketReply reply;
-    reply.isConfirmed = false;
-    return reply;
+template <class Member, class Value>
+PacketReply PacketReply::with(Member PacketReply::*member, Value value) const {
+    PacketReply bent = *this;
+    bent.*member = value;
+    return bent;
 }
 
+PacketReply PacketReply::unconfirmed() { return normal().with(&PacketReply::isConfirmed, false); }
+
 PacketReply PacketReply::refusal(uint8_t status) {
-    PacketReply reply;
-    reply.refusedWith = status;
-    return reply;
+    return normal().with(&PacketReply::refusedWith, status);
 }
 
 PacketReply PacketReply::after(Nanoseconds lateness) const {
-    PacketReply reply = *this;
-    reply.delay = lateness;
-    return reply;
+    return with(&PacketReply::delay, lateness);
 }
 
-PacketReply PacketReply::cut(size_t size) const {
-    PacketReply reply = *this;
-    reply.mostBytes = size;
-    return reply;
-}
+PacketReply PacketReply::cut(size_t size) const { return with(&PacketReply::mostBytes, size); }
 
-PacketReply PacketReply::garbled() const {
-    PacketReply reply = *this;
-    reply.isGarbled = true;
-    return reply;
-}
+PacketReply PacketReply::garbled() const { return with(&PacketReply::isGarbled, true); }
 
-PacketReply PacketReply::twice() const {
-    PacketReply reply = *this;
-    reply.isDoubled = true;
-    return reply;
-}
+PacketReply PacketReply::twice() const { return with(&PacketReply::isDoubled, true); }
 
-PacketReply PacketReply::sized(size_t size) const {
-    PacketReply reply = *this;
-    reply.payloadSize = size;
-    return reply;
-}
+PacketReply PacketReply::sized(size_t size) const { return with(&PacketReply::payloadSize, size); }
 
 PacketReply PacketReply::confirming(uint8_t otherOpcode) const {
-    PacketReply reply = *this;
-    reply.opcode = otherOpcode;
-    return reply;
+    return with(&PacketReply::opcode, otherOpcode);
 }
 
 }  // namespace sim

@@ -27,6 +27,9 @@ public:
 private:
     friend class PacketBluetoothModule;
 
+    template <class Member, class Value>
+    PacketReply with(Member PacketReply::*member, Value value) const;
+
     bool isConfirmed = true;
     bool isGarbled = false;
     bool isDoubled = false;

@@ -4,6 +4,12 @@
 
 namespace sim {
 
+template <class Member, class Value> Reply Reply::with(Member Reply::*member, Value value) const {
+    Reply bent = *this;
+    bent.*member = std::move(value);
+    return bent;
+}
+
 Reply Reply::normal() { return {}; }
 
 Reply Reply::ok(const std::string& lines) { return final("OK", lines); }
@@ -27,40 +33,18 @@ Reply Reply::raw(const std::string& bytes) {
     return reply;
 }
 
-Reply Reply::silence() {
-    Reply reply;
-    reply.kind = Kind::Silence;
-    return reply;
-}
+Reply Reply::silence() { return normal().with(&Reply::kind, Kind::Silence); }
 
-Reply Reply::after(Nanoseconds newDelay) const {
-    Reply bent = *this;
-    bent.delay = newDelay;
-    return bent;
-}
+Reply Reply::after(Nanoseconds newDelay) const { return with(&Reply::delay, newDelay); }
 
-Reply Reply::cut(size_t size) const {
-    Reply bent = *this;
-    bent.most = size;
-    return bent;
-}
+Reply Reply::cut(size_t size) const { return with(&Reply::most, size); }
 
-Reply Reply::garbled() const {
-    Reply bent = *this;
-    bent.isGarbled = true;
-    return bent;
-}
+Reply Reply::garbled() const { return with(&Reply::isGarbled, true); }
 
-Reply Reply::withoutEcho() const {
-    Reply bent = *this;
-    bent.isEchoed = false;
-    return bent;
-}
+Reply Reply::withoutEcho() const { return with(&Reply::isEchoed, false); }
 
 Reply Reply::then(std::function<void()> newAction) const {
-    Reply bent = *this;
-    bent.action = std::move(newAction);
-    return bent;
+    return with(&Reply::action, std::move(newAction));
 }
 
 }  // namespace sim

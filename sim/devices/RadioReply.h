@@ -34,6 +34,8 @@ private:
 
     enum class Kind { Normal, Lines, Raw, Silence };
 
+    template <class Member, class Value> Reply with(Member Reply::*member, Value value) const;
+
     Kind kind = Kind::Normal;
     std::string lines;
     std::string result;  // of Lines; or the bytes of Raw
