@@ -11,18 +11,20 @@ barcode present 4006381333931
 trigger
 await barcode: read 4006381333931
 no such command
-wait 0.3
+wait 1
 quit
 END
 shows() {
-    grep -aq "$2" "$folder/$1" || { echo "not on the $1: $2" && exit 1; }
+    grep -aq -- "$2" "$folder/$1" || { echo "not on the $1: $2" && exit 1; }
 }
 
 # script(1) is the screen.
 TERM=xterm LINES=30 COLUMNS=100 SHELL=/bin/sh \
     script -qec "'$1' --panel --interactive -- '$2'" "$folder/screen" <"$folder/typed" >"$folder/out"
 shows screen 'scanner supply'
-shows screen 'last code *.*4006381333931'
+shows screen 'last code'
+# In its cell, which the screen's cursor has been sent to; in the log the code stands behind a word.
+shows screen '[A-Za-z]4006381333931'
 shows screen '3456'
 shows screen "unknown command 'no'"
 
