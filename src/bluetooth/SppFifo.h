@@ -5,7 +5,8 @@
 namespace bluetooth {
 
 /// The bytes on their way from a module's driver to the application: one thread appends, one other
-/// takes, and neither waits for the other. It keeps the oldest bytes and never allocates.
+/// takes, and neither waits for the other. Several may append in turn when a lock orders them, as
+/// the registry's does. It keeps the oldest bytes and never allocates.
 class SppFifo {
 public:
     static constexpr unsigned Size = 1024;
@@ -22,6 +23,7 @@ public:
         readIndex.store(writeIndex.load(std::memory_order_acquire), std::memory_order_release);
     }
 
+    /// Only these two threads; for another one it may be a number that never was.
     unsigned count() const {
         return (writeIndex.load(std::memory_order_acquire) -
                 readIndex.load(std::memory_order_acquire)) %
