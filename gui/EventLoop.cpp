@@ -38,11 +38,6 @@ int TimerQueue::timeUntilNext() {
     return static_cast<int>(std::max(next->second.due - s_gettimeofday(), 0LL));
 }
 
-void TimerQueue::fireDue() {
-    const long long now = s_gettimeofday();
-    while (fireNext(now)) {}
-}
-
 bool TimerQueue::fireNext(long long now) {
     LibraryGuard library;
     GuiTimer* timer = nullptr;
@@ -84,8 +79,8 @@ void EventLoop::run() {
             keypad.readKeys();
         for (KeyEvent event{}; !quitRequested && nextKey(event);)
             dispatch(event);
-        if (!quitRequested)
-            timers.fireDue();
+        const long long now = s_gettimeofday();
+        while (!quitRequested && timers.fireNext(now)) {}
     }
 }
 

@@ -30,12 +30,12 @@ public:
     /// Milliseconds until the next timer is due: a time-out for poll(), -1 when none runs.
     int timeUntilNext();
 
-    /// Calls every timer that is due now, each at most once. Event thread only.
-    void fireDue();
-
-private:
+    /// Calls one timer that was due at `now`, on the clock of s_gettimeofday(). False when there is
+    /// none. It is due again later than `now`, so each timer is called once before that. Event
+    /// thread only.
     bool fireNext(long long now);
 
+private:
     struct Schedule {
         long long due;  // on the clock of s_gettimeofday()
         int period;

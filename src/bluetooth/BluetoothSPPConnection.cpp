@@ -152,9 +152,9 @@ bool BluetoothSPPConnection::connect() {
 }
 
 bool BluetoothSPPConnection::listen() {
-    if (incoming && (state == SPP_CONN_LISTENING || state == SPP_CONN_CONNECTED))
-        return true;
     SPP_CONN_STATUS before = state;
+    if (incoming && (before == SPP_CONN_LISTENING || before == SPP_CONN_CONNECTED))
+        return true;
     if (!incoming || !module || !module->listenSPP(connectionId))
         return false;
     // A call that the driver has reported meanwhile stands.
@@ -170,9 +170,10 @@ void BluetoothSPPConnection::setConnectionState(SPP_CONN_STATUS status) {
 }
 
 int BluetoothSPPConnection::incomingData(const void* data, unsigned int len) {
+    if (fifo.count() == bluetooth::SppFifo::Capacity)
+        return 0;
     const unsigned stored = fifo.append(data, len);
-    if (stored > 0)
-        dataSemaphore.post();
+    dataSemaphore.post();
     return static_cast<int>(stored);
 }
 

@@ -12,9 +12,9 @@
 /// remote device, an incoming one waits on a local port for a device's call.
 ///
 /// The module's factory makes and deletes it; the module outlives it. One application thread uses
-/// it; the module's driver delivers data and state changes from a thread of its own, through a
-/// FIFO of 1023 bytes that takes no lock. What finds no room there is dropped, the oldest bytes
-/// stay.
+/// it; the module's driver delivers data and state changes, on whichever thread serves the module
+/// just then, through a FIFO of 1023 bytes that takes no lock. What finds no room there is dropped,
+/// the oldest bytes stay.
 ///
 /// Deleting it disconnects and deregisters it, and takes as long as the driver's disconnecting.
 class BluetoothSPPConnection final : public SerialPortInterface {
@@ -37,7 +37,8 @@ public:
     /// Takes up to `len` bytes out of the FIFO, without waiting. Their number.
     int readData(void* buf, unsigned int len) override;
 
-    /// Sends all of it, or nothing: `len`, or 0 when not connected or the module refuses.
+    /// `len` when all of it was sent; 0 when not connected or the module refuses, the packet module
+    /// perhaps after it has sent the beginning.
     int writeData(void const* buf, unsigned int len) override;
 
     /// With an empty FIFO both wait for data, up to `timeoutMs` (0 or less: not at all). Data that

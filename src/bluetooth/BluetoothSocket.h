@@ -27,7 +27,8 @@ public:
     /// Ends the link, if there is one. True.
     bool close() override;
 
-    /// True when the bytes were sent, all of them. False when not connected.
+    /// True when the bytes were sent, all of them. False when not connected, when the module
+    /// refuses (the text module more than 124 bytes), and for 0 bytes.
     bool writeData(unsigned char* buf, unsigned int len) override;
 
     /// Waits up to a second for the first byte. 0 also when not connected.

@@ -200,13 +200,14 @@ std::string LMXBluetoothModule::getLocalMac() {
     const ConfirmationGuard held(confirmation, std::adopt_lock);
     if (!isSuccess(1 + lmx::AddressSize))
         return "";
+    std::string address;  // another caller may have stored it by now
     for (unsigned i = lmx::AddressSize; i > 0; --i) {
         char text[4];
         std::snprintf(text, sizeof text, "%2.2X", confirmationData[i]);
-        localAddress += localAddress.empty() ? "" : ":";
-        localAddress += text;
+        address += address.empty() ? "" : ":";
+        address += text;
     }
-    return localAddress;
+    return localAddress = address;
 }
 
 std::string LMXBluetoothModule::getVersion() {

@@ -22,14 +22,16 @@
 /// their links and data.
 ///
 /// The port of a link is its connection's slot plus 1. The module's reports about port 7 are
-/// ignored. A line that has hung up stays so until shutdown() and initModule(). A request also
-/// waits, beyond the times given below, as long as the module's flow control holds it back.
+/// ignored, and those about a port without a connection too, but for the end of its link: that no
+/// longer keeps the terminal awake. A line that has hung up stays so until shutdown() and
+/// initModule(). A request also waits, beyond the times given below, as long as the module's flow
+/// control holds it back.
 class LMXBluetoothModule : public BluetoothModule, public Thread, public PowerEventListener {
 public:
     /// Only notes the device; initModule() opens it.
     explicit LMXBluetoothModule(std::string device) : devicePath(std::move(device)) {}
 
-    /// Stops the thread (up to a second and a tenth) and closes the line.
+    /// Stops the thread, as shutdown() does, and closes the line.
     ~LMXBluetoothModule() override;
 
     /// Makes the module's driver and sets the module up, unless there is a current module already.
@@ -52,8 +54,9 @@ public:
     bool closePort();
 
     /// Stops the thread and closes the line. False, with nothing done, while a slot holds a
-    /// connection. Blocks up to a second and a tenth. The driver stays the current module, so that
-    /// initialize() has nothing to do: initModule() sets it up again.
+    /// connection. Blocks up to a second and a tenth, a second longer when the module has gone
+    /// silent within a packet, and ten seconds when its bytes only trickle in. The driver stays the
+    /// current module, so that initialize() has nothing to do: initModule() sets it up again.
     bool shutdown() override;
 
     /// The address as "66:55:44:33:22:11", asked for once; "" when the module does not tell it

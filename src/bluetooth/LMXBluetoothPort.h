@@ -32,8 +32,8 @@ public:
     /// to, and the next call finds the next packet.
     ///
     /// A packet begins with the start byte if that is the first one read or follows an end byte.
-    /// Takes up to `timeoutMs` to find one, and up to `timeoutMs` for each byte after that. A
-    /// payload fits if `bufSize` is more than its length.
+    /// Takes up to `timeoutMs` for the first byte and as long again to find one behind it, and up
+    /// to `timeoutMs` for each byte of it. A payload fits if `bufSize` is more than its length.
     int getPkt(unsigned char* type, unsigned char* opcode, void* buf, unsigned int bufSize,
                int timeoutMs);
 

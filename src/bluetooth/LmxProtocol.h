@@ -63,6 +63,4 @@ constexpr unsigned DisconnectedSize = 2;
 constexpr unsigned DisconnectedPort = 1;
 constexpr unsigned DataHeaderSize = 3;  // of SendData and DataArrived alike
 
-constexpr int Ports = 7;  // numbered from 1: the slot of a connection and 1
-
 }  // namespace lmx

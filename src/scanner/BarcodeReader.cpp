@@ -37,6 +37,7 @@ std::string_view trimmed(std::string_view burst) {
 BarcodeReader::BarcodeReader() : initState(NotInitialized) { period = ScanMs; }
 
 BarcodeReader::~BarcodeReader() {
+    stopTimer();  // a read may have been started without initialize()
     if (initState != NotInitialized)
         BarcodeReader::shutdown();
     stop(StopMs, false);  // a worker that has shut the reader down itself is still to be joined
@@ -63,7 +64,7 @@ bool BarcodeReader::shutdown() {
     stopTimer();
     stop(StopMs, false);  // before the port goes that the worker waits on
     close();
-    triggerActive = false;
+    triggerActive = false;  // the engine forgets the scan with its power
     initState = NotInitialized;
     return power().scannerPowerDown();
 }

@@ -182,6 +182,10 @@ TEST_F(BluetoothSPPConnectionTest, TheFifoKeepsTheOldestBytesInOrder) {
 TEST_F(BluetoothSPPConnectionTest, WaitsEndWithDataOrTheirTimeAndNeverSleepLonger) {
     const Owned link = makeLink(module);
     EXPECT_GE(test::elapsedMs([&] { EXPECT_FALSE(link->isInputPending(50)); }), 49);
+    auto ended = test::inBackground([&] { return link->numInputPending(60'000); });
+    EXPECT_TRUE(test::soon([&] { return module.deliver(2, ""), test::isDone(ended); }))
+        << "a delivery of nothing ends a wait";
+    EXPECT_EQ(ended.get(), 0);
     for (int round = 0; round < 20; ++round) {
         auto waiting = test::inBackground([&] { return link->numInputPending(100); });
         module.deliver(2, "abc");  // before, in or after the moment the wait begins

@@ -1,5 +1,6 @@
 #include "bluetooth/LMXBluetoothModule.h"
 
+#include <future>
 #include <stdexcept>
 
 #include "bluetooth/OwnedLink.h"
@@ -103,6 +104,23 @@ TEST_F(LMXBluetoothModuleTest, AModuleThatCannotBeSetUpIsNone) {
         EXPECT_TRUE(before.areBack()) << "call " << failing;
     }
     EXPECT_GE(failures, 1 + 4 + 1) << "the open, a write of each kind and the thread";
+}
+
+TEST_F(LMXBluetoothModuleTest, SetUpAddressAndServicesAreAskedForInTheModulesOwnNumbers) {
+    terminal.clock().setSpeed(Slow);
+    ASSERT_TRUE(LMXBluetoothModule::initialize());
+    EXPECT_EQ(take("packet"), "26, 17 00, 4E 00, 2A, 4A 00, 28 14 01 08, "
+                              "04 09 4B 56 32 20 34 37 31 31 00, 22 00 00 00 00");
+    // Two first callers at once: the second one's address was appended to the first one's.
+    module.onRequest(0x05, PacketReply::normal().after(50ms), 2);
+    auto second = std::async([this] { return driver().getLocalMac(); });
+    const string address = driver().getLocalMac();
+    EXPECT_EQ(address, "00:1B:DC:0F:21:07");
+    EXPECT_EQ(second.get(), address);
+    EXPECT_EQ(driver().getLocalMac(), address);
+    char record[] = {0x35};
+    EXPECT_TRUE(driver().addSDPRecord(2, record, sizeof record) && driver().listenSPP(2));
+    EXPECT_EQ(take("packet"), "05, 05, 31 02 22 44 01 00 35, 29 01 00, 22 04 00 00 00");
 }
 
 TEST_F(LMXBluetoothModuleTest, ACallCarriesDataAndOnlyWithoutOneTheChipSleepsWithTheTerminal) {

@@ -92,6 +92,27 @@ struct GuiLibraryTest : test::TerminalTest {
     std::thread loop{GuiLibrary::run};
 };
 
+TEST_F(GuiLibraryTest, QuitEndsTheLoopAfterTheCallbackInProgress) {
+    Gate gate;
+    Timer busy(1, [&] {
+        if (busy.rounds == 0)
+            gate.pass();
+    });
+    Timer quitting(2, [] { GuiLibrary::quit(); });
+    Timer late(3);
+    busy.startTimer();
+    gate.entered.get_future().wait();
+    quitting.startTimer();
+    late.startTimer();
+    const long long started = s_gettimeofday();
+    soon([&] { return s_gettimeofday() > started + 3; });
+    gate.opened.set_value();
+    loop.join();
+    EXPECT_EQ(quitting.rounds, 1);
+    EXPECT_EQ(late.rounds, 0) << "a timer that was due in the same round still fired";
+    loop = std::thread(GuiLibrary::run);
+}
+
 TEST_F(GuiLibraryTest, TimerFiresEveryPeriodOnTheEventThreadUntilItIsStopped) {
     std::thread::id firedOn;
     Timer timer(5, [&] { firedOn = std::this_thread::get_id(); });
