@@ -20,9 +20,9 @@ Status showBattery(const Watch& watch, Output& output) {
     const int percent = device->getBatteryCapacity(&millivolts);
     const int degrees = device->getTempReading();
     output.show("{percent} %, {millivolts} mV, {degrees} degrees, USB supply: {usb}",
-                {{"percent", percent < 0 ? Record() : Record(percent)},
-                 {"millivolts", percent < 0 ? Record() : Record(millivolts)},
-                 {"degrees", degrees == INT_MIN ? Record() : Record(degrees)},
+                {{"percent", percent < 0 ? Value() : Value(percent)},
+                 {"millivolts", percent < 0 ? Value() : Value(millivolts)},
+                 {"degrees", degrees == INT_MIN ? Value() : Value(degrees)},
                  {"usb", device->isUsbConnected()}});
     if (watch.isWanted) {
         EventWindow window(output);

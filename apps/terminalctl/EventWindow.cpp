@@ -53,7 +53,7 @@ constexpr struct {
      [](void* data) -> Record {
          const int degrees = numberIn(data);
          return {{"event", "temperature"},
-                 {"degrees", degrees == INT_MIN ? Record() : Record(degrees)}};
+                 {"degrees", degrees == INT_MIN ? Value() : Value(degrees)}};
      }},
     {events::ShutdownRequest, "shut down",
      [](void*) -> Record {

@@ -9,7 +9,7 @@ namespace {
 const char* const CardStates[] = {nullptr, "not mounted", "read-only", "read-write"};
 
 /// What is missing is empty.
-Record known(const char* text) { return text && *text ? Record(text) : Record(); }
+Value known(const char* text) { return text && *text ? Value(text) : Value(); }
 
 const char* cardState() {
     return CardStates[Media::getMediaState(Media::mountTable[0]) - Media::Unknown];
@@ -25,7 +25,7 @@ Status showInfo(Output& output) {
                  {"hardware", known(SysInfo::getHardwareRevision())},
                  {"firmware", known(SysInfo::getFirmwareVersion())},
                  {"module", SysInfo::getCommModule()},
-                 {"made", made == 0 ? Record() : Record(made)},
+                 {"made", made == 0 ? Value() : Value(made)},
                  {"scanners", known(SysInfo::getScannerInformation())},
                  {"card", known(cardState())}});
     return Done;

@@ -7,7 +7,7 @@ namespace ctl {
 namespace {
 
 /// What a link does not have, it leaves empty.
-Record known(const std::string& text) { return text.empty() ? Record() : Record(text); }
+Value known(const std::string& text) { return text.empty() ? Value() : Value(text); }
 
 class LinkWindow : public EventWindow {
 public:

@@ -2,8 +2,10 @@
 
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdio>
 #include <cstring>
+#include <nlohmann/json.hpp>
 #include <string>
 
 namespace ctl {
@@ -15,12 +17,13 @@ FILE* takeStandardOutput() {
     return taken;
 }
 
-std::string wordFor(const Record& value) {
-    if (value.is_null())
-        return "unknown";
-    if (value.is_boolean())
-        return value.get<bool>() ? "yes" : "no";
-    return value.is_string() ? value.get<std::string>() : value.dump();
+std::string wordFor(const Value& value) {
+    if (const bool* const flag = std::get_if<bool>(&value))
+        return *flag ? "yes" : "no";
+    if (const int64_t* const number = std::get_if<int64_t>(&value))
+        return std::to_string(*number);
+    const std::string* const text = std::get_if<std::string>(&value);
+    return text ? *text : "unknown";
 }
 
 std::string filled(const char* text, const Record& record) {
@@ -31,10 +34,21 @@ std::string filled(const char* text, const Record& record) {
             line += *at++;
             continue;
         }
-        line += wordFor(record.value(std::string(at + 1, end), Record()));
+        const std::string name(at + 1, end);
+        const auto member = std::find_if(record.begin(), record.end(),
+                                         [&](const auto& each) { return each.first == name; });
+        line += wordFor(member == record.end() ? Value() : member->second);
         at = end + 1;
     }
     return line;
+}
+
+std::string jsonOf(const Record& record) {
+    nlohmann::ordered_json object;
+    for (const auto& [name, value] : record)
+        std::visit([&member = object[name]](const auto& each) { member = each; }, value);
+    // A code may hold any bytes, JSON only characters.
+    return object.dump(-1, ' ', false, nlohmann::ordered_json::error_handler_t::replace);
 }
 
 }  // namespace
@@ -42,9 +56,7 @@ std::string filled(const char* text, const Record& record) {
 Output::Output(bool jsonWanted) : asJson(jsonWanted), stream(takeStandardOutput()) {}
 
 void Output::show(const char* text, const Record& record) {
-    // A code may hold any bytes, JSON only characters.
-    const std::string line = asJson ? record.dump(-1, ' ', false, Record::error_handler_t::replace)
-                                    : filled(text, record);
+    const std::string line = asJson ? jsonOf(record) : filled(text, record);
     if (!stream)
         return;
     std::fwrite((line + "\n").data(), 1, line.size() + 1, stream.get());

@@ -1,14 +1,21 @@
 #pragma once
 
-#include <nlohmann/json.hpp>
+#include <cstddef>
+#include <cstdint>
+#include <string>
+#include <utility>
+#include <variant>
+#include <vector>
 
 #include "io/FileStream.h"
 
 namespace ctl {
 
-/// One thing to tell, with its members in the order in which they are told. A null is a value that
-/// the device does not give.
-using Record = nlohmann::ordered_json;
+/// What a member of a record is. The first one stands for what the device does not tell.
+using Value = std::variant<std::nullptr_t, bool, int64_t, std::string>;
+
+/// One thing to tell: its members in the order in which they are told.
+using Record = std::vector<std::pair<std::string, Value>>;
 
 /// Where a command tells what it has found: a line of text or a JSON object for each record. Any
 /// thread may show records.

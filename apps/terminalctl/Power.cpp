@@ -41,7 +41,7 @@ Status require(bool succeeded, const char* what) {
 }
 
 /// What the device gives as a number, or no value.
-Record known(int value, int missing) { return value == missing ? Record() : Record(value); }
+Value known(int value, int missing) { return value == missing ? Value() : Value(value); }
 
 std::string textOf(long time) {
     const time_t seconds = time;
@@ -57,7 +57,7 @@ Status showStatus(Output& output) {
     const bool isClockThere = device->rtcGetTime(&time);
     output.show("clock: {clock}\nlight: {light}\ntemperature: {degrees}\nUSB supply: {usb}\n"
                 "radio module on: {radio}",
-                {{"clock", isClockThere ? Record(textOf(time)) : Record()},
+                {{"clock", isClockThere ? Value(textOf(time)) : Value()},
                  {"light", known(device->getAmbientLight(), -1)},
                  {"degrees", known(device->getTempReading(), INT_MIN)},
                  {"usb", device->isUsbConnected()},

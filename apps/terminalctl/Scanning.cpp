@@ -92,7 +92,7 @@ public:
         const ScanRecord& record = *static_cast<const ScanRecord*>(data);
         output.show(order.text,
                     {{"engine", record.source == ScanRecord::Barcode ? "barcode" : "rfid"},
-                     {"id", record.id ? Record(record.id) : Record()},
+                     {"id", record.id ? Value(record.id) : Value()},
                      {"code", record.data}});
         if (++found == order.count)
             finish();
