@@ -25,8 +25,10 @@ void introduce() {
 void runWindows(const demo::Settings& settings) {
     demo::show(ScannerInput::initialize() ? "readers ready" : "no readers");
     demo::DemoWindow window;
-    const demo::Link link(settings);
-    GuiLibrary::run();
+    {
+        const demo::Link link(settings);
+        GuiLibrary::run();
+    }
     ScannerInput::shutdown();
 }
 

@@ -25,8 +25,9 @@ public:
     /// Waits for ever for a signal; the caller holds the lock. False on an error.
     bool wait();
 
-    /// Waits up to `timeoutMs` milliseconds; the caller holds the lock. False on time-out or error.
-    /// The deadline is wall-clock time, so a change of the system time moves it.
+    /// Waits up to `timeoutMs` milliseconds (0 or less: not at all); the caller holds the lock.
+    /// False on time-out or error. The deadline is wall-clock time, so a change of the system time
+    /// moves it.
     bool wait(int timeoutMs);
 
     /// Wakes one waiter, if there is any. Takes no lock itself.

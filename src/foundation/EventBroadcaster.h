@@ -7,8 +7,8 @@
 /// A list of listeners under a lock: the base of whatever announces changes of its own.
 ///
 /// Any thread may add, remove and notify. The listeners are not owned; each is removed before it is
-/// destroyed. The lock is held for a whole walk, so a listener must not add or remove listeners of
-/// the same broadcaster from inside its call.
+/// destroyed. The lock is held for a whole walk, so a listener must not, from inside its call, add
+/// or remove listeners of the same broadcaster, or make it notify again.
 template <class Listener> class EventBroadcaster {
 public:
     EventBroadcaster() = default;

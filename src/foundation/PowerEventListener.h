@@ -10,8 +10,10 @@ public:
     /// asked, those already asked are not told.
     ///
     /// Runs on whichever thread changes the power state, with the broadcaster's lock held and
-    /// possibly the power manager's idle lock: it must not add or remove listeners, nor call
-    /// PowerManager::getCurrentState(), getIdleDuration(), enableTransitions() or kickIdle().
+    /// possibly the power manager's idle lock. Whatever waits for either waits for ever: it must
+    /// not add or remove listeners, nor initialize, connect, disconnect or shut down what does
+    /// (network connections, the multiplexer), nor call PowerManager::setPowerMode(),
+    /// getCurrentState(), getIdleDuration(), enableTransitions() or kickIdle().
     virtual bool powerStateChange(PowerState from, PowerState to) = 0;
 
 protected:

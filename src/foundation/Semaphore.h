@@ -14,7 +14,8 @@ public:
     /// Waits for ever for a post. False on an error.
     bool pend();
 
-    /// Waits up to `timeoutMs` milliseconds of wall-clock time. False on time-out or error.
+    /// Waits up to `timeoutMs` milliseconds of wall-clock time (0 or less: not at all). False on
+    /// time-out or error.
     bool pend(int timeoutMs);
 
     /// Wakes one waiter; without one nothing happens.

@@ -35,13 +35,15 @@ public:
     /// The same by handle. A handle for writing gives -1.
     static int getMediaState(int handle);
 
-    /// Counts a use of the medium that `path` lies on and mounts it as the use needs. The handle
+    /// Counts a use of the medium that `path` lies on and mounts it as the use needs; one that was
+    /// not mounted is mounted writable, for a reader too. The handle
     /// for unmountMedia(): 0 when the path is on no medium of the table, -1 on failure, and always
     /// -1 while mounting is disabled.
     static int mountMedia(const char* path, bool write);
 
-    /// Ends a use; the last writer's end remounts the medium read-only. True when that was done:
-    /// false while writers remain, when the remount fails and for an unknown handle.
+    /// Ends a use, of a reader or a writer, and makes the medium read-only unless a writer is left.
+    /// True when that was done: false while writers remain, when the remount fails and for an
+    /// unknown handle.
     static bool unmountMedia(int handle);
 
     /// Unmounts every mounted medium and clears its counts. False at the first that is refused.

@@ -20,7 +20,7 @@ enum S_FLOW_CONTROL : int {
 ///
 /// One driver owns a port. A reader and a writer thread may use readData(), writeData() and the
 /// waits for input at the same time; every other call belongs to the owner, who stops those threads
-/// before close(). Nothing throws, logs or retries.
+/// before close(), open() and reOpen(). Nothing throws, logs or retries.
 ///
 /// A freshly opened port stands at speed 0, odd parity, two stop bits and both flow controls: the
 /// owner calls every setter after open(). The settings stay with the object and are applied again
@@ -70,9 +70,9 @@ public:
     void setDTR(bool on);  ///< likewise
     void sendBreak();      ///< takes a quarter to half a second
 
-    /// False once the line was seen hung up or was closed. On a line that is quiet and healthy it
-    /// is false too: only an error condition without a hang-up gives true. Callers use it after a
-    /// failed exchange, to tell a line that is gone.
+    /// Asks the line once more and remembers a hang-up. False once the line was seen hung up or was
+    /// closed. On a line that is quiet and healthy it is false too: only an error condition without
+    /// a hang-up gives true. A subclass asks isHungUp().
     bool isPortOpen() override;
 
     /// One read() or write(), its result unchanged: bytes moved, or -1. Blocks like the call.
@@ -81,7 +81,8 @@ public:
     int writeData(void const* buf, unsigned int len) override;
     /// @}
 
-    /// The count is 1 when there is input that the device cannot count. A hang-up is remembered.
+    /// A negative time-out waits for ever, here and in isInputPending(). The count is 1 when there
+    /// is input that the device cannot count. A hang-up is remembered.
     int numInputPending(int timeoutMs) override;
 
     /// False on time-out, failure or hang-up; a hang-up is remembered until the port is opened

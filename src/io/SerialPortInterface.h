@@ -16,7 +16,7 @@ public:
     virtual int writeData(void const* buf, unsigned int len) = 0;
     /// @}
 
-    /// Waits up to `timeoutMs` (negative: for ever, 0: only tests) for input.
+    /// Waits up to `timeoutMs` (0: only tests; less: as each implementation says) for input.
     /// The number of bytes that can be read at once; 0 on time-out, failure or hang-up.
     virtual int numInputPending(int timeoutMs) = 0;
 

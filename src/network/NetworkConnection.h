@@ -96,7 +96,7 @@ public:
     bool connect();
 
     /// Stops the worker, by force after 10 seconds, and takes the link down. False when there is no
-    /// worker to stop or the link does not go down; the connection then is not idle.
+    /// worker to stop or the link does not go down; the state then stays as it was.
     bool disconnect();
 
     /// Adds a listener, and tells it at once, on this thread, what the last event was.

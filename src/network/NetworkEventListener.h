@@ -8,7 +8,8 @@ enum NetworkEvent : int { NETWORK_DOWN = 0, NETWORK_CONNECTING = 1, NETWORK_UP =
 ///
 /// The calls come from the connection's worker, or from whichever thread calls the connection, with
 /// the lock of the listener list held: a listener must not add or remove listeners of the same
-/// connection. The texts are the connection's own and stay valid.
+/// connection, nor call its operations that report something. The texts are the connection's own
+/// and stay valid.
 class NetworkEventListener {
 public:
     /// The link goes up or down, or is being worked at.

@@ -20,7 +20,7 @@
 class PowerManager : public EventBroadcaster<PowerEventListener> {
 public:
     /// Creates and initializes the instance. False when there is one already or it cannot
-    /// initialize.
+    /// initialize; the devices that it has opened by then stay open.
     static bool initPowerManager();
 
     /// Deinitializes and destroys the instance. False when there is none.
@@ -30,15 +30,17 @@ public:
     static PowerManager* getPowerManager();
 
     /// Opens the devices, repairs a clock that has lost its time (to 1 January 1970, local time),
-    /// switches the display on and starts listening to user input. False as soon as a step fails;
-    /// what is open then stays open until deinitialize().
+    /// switches the display on and starts listening to user input. False when the control device,
+    /// the speaker or the clock cannot be opened; what is open then stays open until deinitialize()
+    /// or another initialize(). What else fails is passed over.
     bool initialize();
 
-    /// Stops listening, freezes the picture and closes the devices. True.
+    /// Stops listening, asks for the picture to be frozen, as oledFreeze() does, and closes the
+    /// devices. True.
     bool deinitialize();
 
-    /// Opens the first input device that can sound; -1 when there is none. The silent devices found
-    /// on the way stay open.
+    /// Opens the first input device that can sound; -1 when there is none. The caller closes it.
+    /// The silent devices found on the way stay open.
     int findSpeakerDevice();
 
     /// Barcode scanner. True when the driver has accepted every step.
@@ -97,7 +99,8 @@ public:
     /// The number of bytes written to silence it, or -1.
     int buzzerPlay(int frequency, int durationMs);
 
-    // Clock, which keeps local time. `t` is seconds since the epoch.
+    // Clock, which keeps local time. `t` is seconds since the epoch. False when the driver refuses,
+    // or the time has no local form; `t` is left alone then.
     bool rtcGetTime(long* t);       ///< with null: only whether the clock can be read
     bool rtcSetTime(long t);        ///< the system's time stays
     bool rtcSetAlarm(int seconds);  ///< from the clock's present time, not the system's
@@ -105,18 +108,25 @@ public:
     bool rtcGetAlarmState();        ///< true once after the alarm has gone off
 
     // Sensors.
-    bool isUsbConnected();    ///< whether a cable supplies power
-    int getAmbientLight();    ///< -1 on failure
-    int getTempReading();     ///< the sensor's value divided by 100; INT_MIN on failure
-    int getBatteryVoltage();  ///< millivolts, not smoothed; -1 on failure
+    bool isUsbConnected();  ///< whether a cable supplies power; false when that cannot be read
+    int getAmbientLight();  ///< -1 on failure
+    int getTempReading();   ///< the sensor's value divided by 100; INT_MIN on failure
+    int
+    getBatteryVoltage();  ///< millivolts; getBatteryCapacity() smooths on from it; -1 on failure
 
     /// The battery's charge in percent, 0 to 100, out of a voltage smoothed over the readings. The
-    /// voltage in millivolts goes to `voltage` unless that is null. -1 on failure.
+    /// voltage in millivolts goes to `voltage` unless that is null. -1 on failure, with `voltage`
+    /// left alone.
     int getBatteryCapacity(int* voltage);
 
-    /// Changes the power state: asks the listeners, then drives the devices. POWER_SUSPEND returns
-    /// after the wake-up, in another state. False when nothing was done: transitions are disabled,
-    /// the state is the present one, or a listener has refused.
+    /// Changes the power state: asks the listeners, then drives the devices. False when nothing was
+    /// done: transitions are disabled, the state is the present one, or a listener has refused. Not
+    /// from a listener.
+    ///
+    /// POWER_SUSPEND returns after the wake-up, in another state. POWER_SHUTDOWN takes the time of
+    /// gprsPowerOff() and then sends system event 31 on this thread, waiting for the windowing
+    /// library's lock as long as it takes. Both are true, too, when they have ended in
+    /// POWER_DISPLAY_OFF because the memory card is in use.
     bool setPowerMode(PowerState to);
 
     /// Waits for a kickIdle() in progress.
@@ -125,7 +135,8 @@ public:
     /// While off, setPowerMode() and kickIdle() do nothing.
     void enableTransitions(bool on);
 
-    /// Notes user activity and switches the display on. True when that woke the terminal.
+    /// Notes user activity and switches the display on. True when the state was not POWER_ON, also
+    /// if a listener has kept it so.
     bool kickIdle();
 
     /// kickIdle() of the instance, if there is one: the windowing library's idle hook.

@@ -35,10 +35,13 @@ public:
     /// Lights the aiming light. True when it is lit.
     bool initRead() override;
 
-    /// Tells the engine to scan, unless it is scanning, and starts the 5 seconds anew.
+    /// Puts the aiming light out, tells the engine to scan unless it has been told, and starts the
+    /// 5 seconds anew. True; while it scans already, whether the timer has been started. Only after
+    /// initialize(): what an engine without a line is told counts as told.
     bool startRead() override;
 
-    /// Tells the engine to stop if it is scanning, and stops the timer.
+    /// Puts the aiming light out, tells the engine to stop if it is scanning, and stops the timer.
+    /// True.
     bool stopRead() override;
 
     void run() override;

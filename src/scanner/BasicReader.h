@@ -4,16 +4,17 @@
 /// through this interface.
 class BasicReader {
 public:
-    /// Powers the engine up and gets it ready for scans.
+    /// Gets the engine ready for scans.
     virtual bool initialize() { return false; }
 
-    /// Ends everything and powers the engine down; initialize() may follow.
+    /// Ends everything; initialize() may follow.
     virtual bool shutdown() { return false; }
 
-    /// Prepares a scan, e.g. with an aiming light.
+    /// Prepares a scan: with an aiming light, or by arming a read that begins at once.
     virtual bool initRead() { return false; }
 
-    /// Scans until a code is read, stopRead() or the reader's own time-out.
+    /// Scans, or lets an armed read go on, until a code is read, stopRead() or the reader's own
+    /// time-out.
     virtual bool startRead() { return false; }
 
     /// Ends a scan that has not read a code yet.

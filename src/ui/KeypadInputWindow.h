@@ -4,8 +4,8 @@
 
 /// Turns the 12-key keypad into text entry. In number mode a key gives its digit. In text mode
 /// repeated presses of a key go through its characters, the last of which stays pending until a
-/// pause, another key, or a change of its case by holding the key. The function key changes the
-/// mode when pressed, the case when held.
+/// pause or another key; holding the key changes its case. The function key changes the mode when
+/// pressed, the case when held.
 ///
 /// An application derives its edit field from it, which shows and edits the text in the abstract
 /// operations. Everything runs in the callbacks of the windowing library, under its lock.
@@ -60,13 +60,15 @@ public:
     void setNumberMode(bool on);
 
 protected:
-    /// A key has gone down, after whatever it has entered.
+    /// A key has gone down, after whatever it has entered. Not told while no input is active, nor
+    /// of a key that filterKey() has used up.
     virtual void keyDownNotice(int key, bool functionKeyDown) = 0;
 
-    /// A key has gone down while `inputSuspended` is set; nothing else is done with it.
+    /// A key has gone down while `inputSuspended` is set. What was pending is committed, and
+    /// menuKey() called, before; nothing else is done with it.
     virtual void suspendedKeyDown(int key, bool functionKeyDown) = 0;
 
-    /// A key has gone up.
+    /// A key has gone up. Not told while no input is active or `inputSuspended` is set.
     virtual void keyUpNotice(int key, bool functionKeyDown) = 0;
 
     /// F1 to F5: 1 to 5 in number mode, 6 to 10 in text mode.
