@@ -39,6 +39,22 @@ struct Child {
     const pid_t pid;
 };
 
+/// At the other end of the daemon's line: puts every call through.
+struct Modem {
+    Modem() { worker.start(); }
+
+    const io::FileDescriptor master{::open("/dev/ptyp1", O_RDWR | O_NONBLOCK)};
+    test::Worker worker{[this](test::Worker& self) {
+        for (string heard; !self.stopRequested(); Thread::sleep(50)) {
+            heard += test::readFrom(master.get(), 64, 0ms);
+            if (heard.find("ATD") == string::npos || heard.back() != '\r')
+                continue;
+            heard.clear();
+            EXPECT_EQ(::write(master.get(), "\r\nCONNECT\r\n", 11), 11);
+        }
+    }};
+};
+
 struct GprsPppTest : test::TerminalTest {
     bool hasPidFile() { return terminal.files().exists(PidPath); }
     void writePidFile(const string& text) {
@@ -86,18 +102,39 @@ TEST_F(GprsPppTest, APidFileThatNamesNoDaemonSignalsNobodyAndAnyOtherProcessIsKi
     }
 }
 
+TEST_F(GprsPppTest, ADaemonThatDoesNotComeUpIsEndedWhateverItIsTold) {
+    const struct {
+        GPRSPPP_PARAMETERS parameters;
+        bool isDeaf;
+        const char* arguments;
+    } cases[] = {
+        {{}, false, "nodetach call gprs-data"},
+        {{true, "me", "secret", false, false},
+         true,
+         "user me password secret nodetach call gprs-data"},
+        {{true, nullptr, nullptr, true, true},
+         false,
+         "user  password  nodetach debug record /tmp/traffic.log logfile /tmp/pppd_debug.log "
+         "persist maxfail 0 call gprs-data"},
+    };
+    const Modem modem;
+    terminal.clock().setSpeed(50);
+    terminal.ppp().setNeverUp(true);
+    for (const auto& tried : cases) {
+        terminal.ppp().setStubborn(tried.isDeaf);
+        const auto taken = simulated([&] { EXPECT_FALSE(start(tried.parameters)); });
+        EXPECT_GE(taken, tried.isDeaf ? 40s : 30s);
+        EXPECT_THAT(take("pppd"),
+                    testing::StartsWith("start /dev/ttyp1 " + string(tried.arguments)));
+        EXPECT_FALSE(hasPidFile() || GprsPpp::isRunning());
+        EXPECT_EQ(::waitpid(-1, nullptr, WNOHANG), -1) << "it has been waited for";
+    }
+    GPRSPPP_PARAMETERS any;
+    EXPECT_FALSE(GprsPpp::start(nullptr, &any) || GprsPpp::start(Device, nullptr));
+}
+
 TEST_F(GprsPppTest, ADaemonThatEndsByItselfIsReapedAndOneThatIsDeafIsKilled) {
-    const io::FileDescriptor master(::open("/dev/ptyp1", O_RDWR | O_NONBLOCK));
-    test::Worker modem([&](test::Worker& self) {  // puts every call through
-        for (string heard; !self.stopRequested(); Thread::sleep(50)) {
-            heard += test::readFrom(master.get(), 64, 0ms);
-            if (heard.find("ATD") == string::npos || heard.back() != '\r')
-                continue;
-            heard.clear();
-            EXPECT_EQ(::write(master.get(), "\r\nCONNECT\r\n", 11), 11);
-        }
-    });
-    ASSERT_TRUE(modem.start());
+    const Modem modem;
     ASSERT_TRUE(start());
     pid_t pid = GprsPpp::getDaemonPID();
     terminal.programs().signalRunning("pppd", SIGTERM);

@@ -16,6 +16,33 @@ constexpr char Speaker[] = "/dev/input/event2";
 constexpr double Fast = 100;  // the modem takes its seconds
 
 using PowerManagerDevicesTest = test::PoweredTest;
+using PowerManagerStartTest = test::TerminalTest;
+
+TEST_F(PowerManagerStartTest, ThereIsNoPowerManagerWithoutADeviceAndALostTimeIsRepaired) {
+    EXPECT_FALSE(PowerManager::deinitPowerManager());
+    const auto startsWithout = [this](const char* call, const char* path) {
+        terminal.faults().fail(call, path, ENODEV);
+        const bool starts = PowerManager::initPowerManager();
+        terminal.faults().clear();
+        EXPECT_EQ(PowerManager::getPowerManager() != nullptr, starts);
+        PowerManager::deinitPowerManager();
+        return starts;
+    };
+    EXPECT_FALSE(startsWithout("open", board::PowerControlPath));
+    EXPECT_FALSE(startsWithout("open", Speaker));
+    EXPECT_FALSE(startsWithout("ioctl", Speaker)) << "whether it can sound";
+    EXPECT_FALSE(startsWithout("open", board::ClockPath));
+    EXPECT_TRUE(startsWithout("open", "/dev/input/event0")) << "a silent one before it";
+    EXPECT_TRUE(startsWithout("open", board::DisplayPath));
+
+    terminal.rtc().loseTime();
+    takeLines();
+    ASSERT_TRUE(PowerManager::initPowerManager());
+    EXPECT_FALSE(PowerManager::initPowerManager()) << "there is one";
+    EXPECT_EQ(take("rtc"), "set 1970-01-01 00:00:00");
+    EXPECT_LT(terminal.clock().wall(), 1h) << "the system's time";
+    EXPECT_TRUE(PowerManager::deinitPowerManager());
+}
 
 TEST_F(PowerManagerDevicesTest, EachOperationSendsItsRequestsInOrderAndShowsARefusedOne) {
     const struct {

@@ -4,6 +4,7 @@
 #include <array>
 
 #include "io/Media.h"
+#include "power/BoardProtocol.h"
 #include "power/PowerManager.h"
 #include "support/TerminalTest.h"
 
@@ -128,6 +129,25 @@ TEST_F(SystemMonitorTest, BatteryAndTemperatureAreReportedAtTheirIntervalsAcross
             EXPECT_EQ(take("app"), expected) << "second " << second;
         }
     }
+}
+
+TEST_F(SystemMonitorTest, ACableWakesTheTerminalAndWhatCannotBeReadIsNotReported) {
+    const SystemMonitor* const first = &monitor();
+    EXPECT_TRUE(SystemMonitor::initialize());
+    EXPECT_EQ(&monitor(), first) << "there is one";
+    for (const int plugged : {1, 0}) {
+        beIdle(POWER_DARK, 0);
+        tick(1);
+        EXPECT_EQ(power().getCurrentState(), POWER_DARK);
+        terminal.usbSupply().set(plugged);
+        tick(1);
+        EXPECT_EQ(power().getCurrentState(), POWER_ON) << plugged;
+    }
+    terminal.battery().setText("");
+    terminal.faults().fail("open", board::TemperaturePath, ENOENT, 0, 1000);
+    takeLines();
+    tick(10);
+    EXPECT_EQ(take("app"), "event 32 -2147483648");
 }
 
 TEST_F(SystemMonitorTest, TheKeyboardLightFollowsTheAmbientLightWhileTheDisplayIsLit) {
