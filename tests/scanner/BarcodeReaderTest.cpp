@@ -107,6 +107,28 @@ TEST_F(BarcodeReaderTest, AScanThatFindsNothingIsStopped5SecondsAfterTheLastTrig
     }
 }
 
+TEST_F(BarcodeReaderTest, AFailedInitializationIsNotTriedAgainBeforeAShutdown) {
+    const struct {
+        const char *call, *path;
+    } failures[] = {{"ioctl", "/dev/pwrctrl"}, {"open", "/dev/ttyAT2"}, {"pthread_create", ""}};
+    for (const auto& [call, path] : failures) {
+        terminal.faults().fail(call, path, EIO);
+        EXPECT_FALSE(reader.initialize()) << call << path;
+        terminal.faults().clear();
+        EXPECT_FALSE(reader.initialize());
+        EXPECT_EQ(terminal.faults().calls(), 0) << "it touches nothing";
+        EXPECT_TRUE(reader.shutdown());
+    }
+    ASSERT_TRUE(reader.initialize());
+    EXPECT_FALSE(reader.initialize());
+    EXPECT_EQ(delivered("12345\r\n"), "scan 12345");
+    {
+        BarcodeReader other;
+        other.startRead();  // its timer goes with it, though it was never initialized
+    }
+    EXPECT_TRUE(reader.stopRead());
+}
+
 TEST_F(BarcodeReaderTest, ItMayBeShutDownByAnyCallbackEvenByTheDeliveryOfACode) {
     initialize();
     {
