@@ -7,7 +7,8 @@
 #include "foundation/Mutex.h"
 
 /// What device this is, out of the boot loader's environment, the identity EEPROM and the release
-/// file. Each answer is read once and kept; what is missing is looked up again on every call.
+/// file. Each answer is read once and kept; what is missing is looked up again on every call, but
+/// for the type of communication module and the composed model, which are kept all the same.
 ///
 /// Any thread may ask. The texts belong to this class and stay; they hold up to 31 characters, and
 /// longer ones are cut.
@@ -24,7 +25,7 @@ public:
     static const char* getSerialNumber();      ///< "" when missing
     static const char* getHardwareRevision();  ///< "" when missing
 
-    /// The type of communication module; 1 when nothing is said about it.
+    /// The type of communication module; 1, and that is kept, when nothing is said about it.
     static int getCommModule();
 
     /// The manufacturing date as a number; 0 when missing.
@@ -33,8 +34,9 @@ public:
     /// The description of the scanners, up to 20 characters: the first names the barcode engine,
     /// the second the RFID engine. Null when it cannot be read.
     ///
-    /// A failure to read the version, or one that is not known, leaves the EEPROM open. After such
-    /// a version, and after a description cut short, later calls give what has been read instead of
+    /// A failure to read the version, or one that is not known, leaves the EEPROM open, once more
+    /// on every call as long as the version cannot be read or is 0. After another such version, and
+    /// after a description cut short, later calls give what has been read instead of
     /// null: "" or its start.
     static const char* getScannerInformation();
 

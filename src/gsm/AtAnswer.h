@@ -39,8 +39,7 @@ std::optional<Cell> servingCell(std::string_view answer);
 /// daylight saving is in force is not known (-1).
 std::optional<tm> clockTime(std::string_view answer);
 
-/// The text up to the first carriage return. Empty when that is a result code: the answer had no
-/// text then.
+/// The text up to the first carriage return. Empty when that is "OK": the answer had no text then.
 std::string firstLine(std::string_view answer);
 
 }  // namespace at

@@ -70,12 +70,6 @@ void reapEndedDaemon() {
         leftRunning = pid;
 }
 
-void killAndReap(pid_t pid) {
-    sendSignal(pid, SIGKILL);
-    ::unlink(PidPath);
-    reap(pid);
-}
-
 /// A daemon that is not up yet. Unless released it is killed, also when the thread that waits for
 /// it is cancelled.
 class StartingDaemon {
@@ -87,7 +81,9 @@ public:
         if (pid == 0)
             return;
         const io::NoCancellation scope;
-        killAndReap(pid);
+        sendSignal(pid, SIGKILL);
+        reap(pid);
+        ::unlink(PidPath);  // after its last chance to make one
     }
 
     void release() { leftRunning = std::exchange(pid, 0); }
@@ -170,10 +166,14 @@ bool GprsPpp::stop() {
     const pid_t pid = getDaemonPID();
     if (pid < 0)
         return false;
-    if (sendSignal(pid, SIGTERM) && comesTrue(EndSteps, [] { return getDaemonPID() < 0; }))
-        reap(pid);
-    else
-        killAndReap(pid);
+    if (!sendSignal(pid, SIGTERM) || !comesTrue(EndSteps, [] { return getDaemonPID() < 0; })) {
+        sendSignal(pid, SIGKILL);
+        ::unlink(PidPath);
+    }
+    reap(pid);
+    pid_t reaped = pid;
+    leftRunning.compare_exchange_strong(reaped,
+                                        0);  // the number may be another child's from now on
     return true;
 }
 

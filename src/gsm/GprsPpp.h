@@ -23,11 +23,12 @@ public:
     static bool start(const char* device, GPRSPPP_PARAMETERS* parameters);
 
     /// Ends the daemon, by force when it is still there after 10 seconds. False when there is none.
-    /// A pid file that cannot name a daemon is deleted, nothing is signalled.
+    /// A pid file that cannot name a daemon is deleted, nothing is signalled; one with a negative
+    /// number counts as none and stays.
     static bool stop();
 
-    /// Whether there is a pid file, whatever it holds. A file that a dead daemon has left behind
-    /// counts until stop() deletes it.
+    /// Whether there is a pid file, whatever it holds but a negative number. A file that a dead
+    /// daemon has left behind counts until stop() deletes it.
     static bool isRunning();
 
     /// The number in the pid file: 0 when it holds none, -1 when there is no file.

@@ -26,7 +26,7 @@ public:
     unsigned int write(const unsigned char* octets, unsigned int count);
 
     /// Cuts out the next frame that is complete and valid; the caller deletes it. Null when there
-    /// is none yet.
+    /// is none yet, or no memory for it.
     ///
     /// Damaged frames are skipped, but for one: the buffer stays at a frame that lacks its closing
     /// flag, whatever follows, until resynchronize() is called.
@@ -34,7 +34,7 @@ public:
 
     /// To be called when read() has returned null: gives up a frame that lacks its closing flag, up
     /// to where that flag should stand, and frees the space of flags that count for nothing. True
-    /// when read() may find more now. Afterwards no more is stored than one frame may take.
+    /// when read() may find more now; after a false no more is stored than one frame may take.
     bool resynchronize();
 
     /// The position after `position`.

@@ -146,8 +146,13 @@ bool Gsm0710Mux::initMux() {
         output.clear();
     }
     tcflush(physicalFd.get(), TCIFLUSH);  // frames of before a suspend are no answer
-    if (!sendAT(gsm0710::ProbeCommand, AnswerMs) || !sendAT(gsm0710::MultiplexCommand, AnswerMs))
+    if (!sendAT(gsm0710::ProbeCommand, AnswerMs))
         return false;
+    if (!sendAT(gsm0710::MultiplexCommand, AnswerMs)) {
+        if (stopRequested())  // which left the answer unread: the module may have switched
+            closeMux();
+        return false;
+    }
 
     // The answers are handled when they come, like any other frame.
     writeToPhysical(gsm0710::ControlChannel, nullptr, 0, withPoll(gsm0710::Sabm));

@@ -23,10 +23,11 @@ class Gsm0710Frame;
 /// of the power manager, which exists that long: around a suspend it closes the multiplexer down
 /// and builds it up again, whichever thread changes the power state.
 ///
-/// The worker never waits for the module: what the line does not take is kept, at most one read of
-/// a program's data, and no more is read from the programs until it has gone. For a program it
-/// waits up to a second to take what came for it, once; after that it drops that channel's data
-/// until the program reads again.
+/// Once it multiplexes, the worker never waits for the module: what the line does not take is kept,
+/// at most one read of a program's data, and no more is read from the programs until it has gone.
+/// For a program it waits up to a second to take what came for it, once; after that it drops that
+/// channel's data until the program reads again. Data for a port that no program holds open is
+/// dropped.
 class Gsm0710Mux : public PowerEventListener, public Thread {
 public:
     /// Why the worker has ended its work.

@@ -72,7 +72,7 @@ public:
 
     /// Unlocks the SIM with its PIN, in up to ten steps of 5 s, with pauses of up to 1 s while the
     /// SIM is missing or busy. False when the SIM does not get ready, and at once when it asks for
-    /// its PUK or refuses the PIN, which is sent no second time then.
+    /// its PUK or refuses the PIN with +CME ERROR: 15 or 16, which is sent no second time then.
     bool initSIM(const char* pin);
 
     /// Has the module choose its operator, in up to three attempts of 5 s, then asks up to `tries`
@@ -119,10 +119,10 @@ public:
     /// sent until then. The caller holds the lock. False when the line was not taken whole.
     bool writeCommand(const char* command);
 
-    /// Reads the answer to a command: up to 128 bytes. The caller holds the lock. The result is a
-    /// ModemPort::Answer; -1 too when not even the module's echo has come back whole.
-    /// `answer` gets what stands behind the echo, the result code included; it stays as it is when
-    /// there was no echo.
+    /// Reads the answer to a command: up to 128 bytes, the echo among them. The caller holds the
+    /// lock. The result is a ModemPort::Answer; -1 too when not even the module's echo has come
+    /// back whole. `answer` gets what stands behind the echo, the result code included; it stays as
+    /// it is when there was no echo.
     int readAnswer(std::string* answer, int timeoutMs);
 
     /// The same for whoever wants the result alone.
@@ -131,7 +131,8 @@ public:
     /// Whether the answer begins with exactly these bytes.
     static bool answerStartsWith(std::string& answer, const char* prefix);
 
-    /// Waits for the end of the dialogue in progress.
+    /// Waits for the end of the dialogue in progress. Not recursive: until unlock() this thread
+    /// calls writeCommand() and readAnswer() alone.
     void lock() { mutex.lock(); }
 
     /// Ends a dialogue begun with lock().

@@ -43,14 +43,19 @@ bool NetworkConnection::initialize() { return currentState() == STATE_IDLE && ne
 
 bool NetworkConnection::shutdown() { return currentState() == STATE_IDLE && netShutdown(); }
 
-NetworkConnection::~NetworkConnection() {
+NetworkConnection::~NetworkConnection() { ignorePower(); }
+
+void NetworkConnection::retire() {
+    ignorePower();
+    stop(StopMs, true);
+}
+
+void NetworkConnection::ignorePower() {
     for (; registrations > 0; --registrations) {
         if (PowerManager* const manager = PowerManager::getPowerManager())
             manager->removeListener(this);
     }
 }
-
-void NetworkConnection::retire() { stop(StopMs, true); }
 
 bool NetworkConnection::connect() {
     const bool started = start();

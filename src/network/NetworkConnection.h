@@ -95,8 +95,10 @@ public:
     /// it runs already or cannot be started.
     bool connect();
 
-    /// Stops the worker, by force after 10 seconds, and takes the link down. False when there is no
-    /// worker to stop or the link does not go down; the state then stays as it was.
+    /// Stops the worker, by force after 10 seconds, and takes the link down. That is no event:
+    /// getLastEvent() stays what it was. False when there is no worker to stop or the link does not
+    /// go down; the state then stays as it was. Once the cause of that has gone, connect() and
+    /// disconnect() lead back: until then shutdown() is refused.
     bool disconnect();
 
     /// Adds a listener, and tells it at once, on this thread, what the last event was.
@@ -114,7 +116,8 @@ protected:
     /// `typeOfConnection` becomes `connectionType`.
     explicit NetworkConnection(int typeOfConnection) : connectionType(typeOfConnection) {}
 
-    /// For the destructor of each kind of link: ends a worker that still runs its steps.
+    /// For the destructor of each kind of link: ends a worker that still runs its steps, and tells
+    /// it of no power state any more.
     void retire();
 
     // Reports. The text is kept by its pointer: a literal.
@@ -137,6 +140,7 @@ private:
     void rest(int ms);
     void reachConnected(State from);
     void post(int code, void* data);
+    void ignorePower();
 
     void connectOnce();
     void checkLostLink();
@@ -145,7 +149,6 @@ private:
     void resumeOnce();
     void watchLink();
 
-    int registrations = 0;     // with the power manager; each connect() makes one
     State state = STATE_IDLE;  // guarded by stateMutex
     Mutex stateMutex;          // never held while a step runs
     int pollCounter = 3;       // worker only, as is repairCounter
@@ -168,4 +171,7 @@ protected:
     std::string secondText;
     std::string thirdText;
     /// @}
+
+private:
+    int registrations = 0;  // with the power manager; each connect() makes one
 };

@@ -1,5 +1,7 @@
 #include "power/SystemEvents.h"
 
+#include <pthread.h>
+
 #include "gui/GuiLibrary.h"
 
 namespace events {
@@ -12,6 +14,8 @@ bool lockUnlessStopped(Thread& worker) {
     while (!GuiLibrary::timedlock(AttemptMs)) {
         if (worker.stopRequested())
             return false;
+        // Who stopped asking has cancelled the worker, and may wait for its end with the lock held.
+        pthread_testcancel();
     }
     return true;
 }

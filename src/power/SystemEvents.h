@@ -12,7 +12,7 @@ namespace events {
 enum SystemEvent : int {
     StatusText = 1,          // const char*
     ErrorText = 2,           // const char*
-    SignalQuality = 3,       // number, 0 to 100
+    SignalQuality = 3,       // number, percent; -28 upwards of a Bluetooth link
     NetworkStateChange = 4,  // number, a NetworkEvent
     BatteryCapacity = 16,    // number, percent
     BatteryEmpty = 17,       // 0; follows a capacity of 0
@@ -37,8 +37,8 @@ public:
 };
 
 /// The same for a worker, which must be stoppable while it waits: takes the lock in attempts of one
-/// second and gives up when the worker is asked to stop between two of them. The caller holds no
-/// lock of the library and tests isHeld() before it sends.
+/// second and gives up when the worker is asked to stop, or cancelled, between two of them. The
+/// caller holds no lock of the library and tests isHeld() before it sends.
 class WorkerWindowingGuard {
 public:
     /// `worker` is the calling thread's.

@@ -284,6 +284,15 @@ TEST_F(Gsm0710MuxTest, TheModuleMayRefuseOrEndMultiplexingAndTheEngineStartsAgai
     EXPECT_EQ(test::openDescriptors(), descriptors);
 }
 
+TEST_F(Gsm0710MuxTest, AStopAmidTheSwitchTakesTheModuleBackToCommands) {
+    for (int round = 0; round < 2; ++round) {
+        ASSERT_TRUE(startMultiplexing());
+        stop();
+        EXPECT_TRUE(soon([&] { return !radio.isMultiplexing(); })) << "it was left multiplexing";
+    }
+    start();
+}
+
 TEST_F(Gsm0710MuxTest, SuspendClosesItAndTheWakeUpBuildsItUpAgain) {
     terminal.journal().watch([](const sim::Journal::Entry& entry) {
         if (entry.text.rfind("woken", 0) == 0)  // before the engine starts anew

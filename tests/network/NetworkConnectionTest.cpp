@@ -42,13 +42,15 @@ public:
     }
 
     std::atomic<bool> isUp{true}, works{true}, disconnects{true};
-    std::atomic<bool> hangs{false};  // in a connect
+    std::atomic<bool> hangs{false}, talks{false};  // in a connect
 
 private:
     bool step(const string& name, const std::atomic<bool>& result) {
         journal.note("net", name);
         while (name == "connect" && hangs)
             Thread::sleep(1000);
+        for (int told = 0; name == "connect" && talks && told < 100; ++told)
+            setStatus("much");
         return result;
     }
 
@@ -214,6 +216,15 @@ TEST_F(NetworkConnectionTest, ABusyWindowingLibraryDelaysEventsButNoStop) {
         link.isUp = true;
         comeUp();
     }
+    // One that has more to tell than it is given time for is cancelled: it waited for ever then.
+    ASSERT_TRUE(link.disconnect());
+    link.talks = true;
+    clear();
+    GuiLibrary::lock();
+    ASSERT_TRUE(link.connect() && comes("connecting"));
+    EXPECT_GE(simulated([this] { EXPECT_TRUE(link.disconnect()); }), 10s);
+    GuiLibrary::unlock();
+    link.talks = false;
 }
 
 }  // namespace
