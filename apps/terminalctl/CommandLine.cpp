@@ -16,8 +16,6 @@ void demand(CLI::Option* option, const Check& check) {
 
 Check within(int least, int most) { return std::make_shared<CLI::Range>(least, most); }
 
-Check notNegative() { return std::make_shared<CLI::Range>(CLI::NonNegativeNumber); }
-
 Check among(const std::vector<std::string>& words) {
     return std::make_shared<CLI::IsMember>(words);
 }
@@ -69,8 +67,6 @@ void Command::need(const char* name, int& number, const char* what, const Check&
     take(name, number, what, check);
     app.get_option(name)->required();
 }
-
-void Command::showAs(const char* name, const char* kind) { app.get_option(name)->type_name(kind); }
 
 void Command::act(Action action) {
     app.callback([&made = chosen, action = std::move(action)] { made = action; });

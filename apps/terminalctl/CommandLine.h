@@ -34,7 +34,6 @@ using Action = std::function<Status(Output&)>;
 using Check = std::shared_ptr<CLI::Validator>;
 
 Check within(int least, int most);
-Check notNegative();
 Check among(const std::vector<std::string>& words);
 Check either(const Check& one, const Check& other);
 Check unless(std::string (*whyNot)(const std::string& text));
@@ -69,9 +68,6 @@ public:
     // One that has to be given.
     void need(const char* name, std::string& text, const char* what, const Check& check = {});
     void need(const char* name, int& number, const char* what, const Check& check = {});
-
-    /// Sets how the help calls the kind of value.
-    void showAs(const char* name, const char* kind);
 
     /// Sets what it does.
     void act(Action action);

@@ -1,3 +1,4 @@
+#include <climits>
 #include <memory>
 
 #include "Scanning.h"
@@ -17,9 +18,8 @@ void declareRfid(Command command) {
     Command read = command.add("read", "shows identifiers and contents of tags");
     read.take("--bank", order->bank, "the tag's memory bank, 0 to 4",
               within(RFID_BANK_0, RFID_BANK_4));
-    read.showAs("--bank", "ENUM");
-    read.take("--first", order->first, "the first block of it that is read", notNegative());
-    read.take("--last", order->last, "the last one", notNegative());
+    read.take("--first", order->first, "the first block of it that is read", within(0, INT_MAX));
+    read.take("--last", order->last, "the last one", within(0, INT_MAX));
     declareScanning(read, *order);
     read.act([order](Output& output) {
         order->text = "{id} {code}";
