@@ -36,11 +36,11 @@ Status showBattery(const Watch& watch, Output& output) {
 
 }  // namespace
 
-void declareBattery(Choice& choice, CLI::App& command) {
+void declareBattery(Command command) {
     const auto watch = std::make_shared<Watch>();
-    command.add_flag("--watch", watch->isWanted, "goes on telling charge and temperature");
-    declareSeconds(command, "--for", watch->seconds, "watches for that many seconds");
-    choice.offer(command, [watch](Output& output) { return showBattery(*watch, output); });
+    command.takeFlag("--watch", watch->isWanted, "goes on telling charge and temperature");
+    command.takeSeconds("--for", watch->seconds, "watches for that many seconds");
+    command.act([watch](Output& output) { return showBattery(*watch, output); });
 }
 
 }  // namespace ctl

@@ -29,8 +29,6 @@ struct Options {
     LinkTimes times;
 };
 
-using Shared = std::shared_ptr<Options>;
-
 std::string whyNoAddress(const std::string& text) {
     // The library takes any other length for six bytes.
     return text.size() == AddressLength ? "" : "an address is like 00:1A:7D:DA:71:13, not " + text;
@@ -184,47 +182,35 @@ Status keepUp(const Options& options, Output& output) {
     return runLink(connection, options.times, output);
 }
 
-using Operation = Status (*)(const Options& options, Output& output);
-
-CLI::App& operationIn(Choice& choice, CLI::App& group, const Shared& options, const char* name,
-                      const char* what, Operation operation) {
-    CLI::App& command = commandIn(group, name, what);
-    choice.offer(command,
-                 [options, operation](Output& output) { return operation(*options, output); });
-    return command;
-}
-
 }  // namespace
 
-void declareBluetooth(Choice& choice, CLI::App& command) {
+void declareBluetooth(Command command) {
     const auto options = std::make_shared<Options>();
     const auto operation = [&](const char* name, const char* what,
-                               Operation performed) -> CLI::App& {
-        return operationIn(choice, command, options, name, what, performed);
+                               Status (*performed)(const Options& options, Output& output)) {
+        Command added = command.add(name, what);
+        added.act([options, performed](Output& output) { return performed(*options, output); });
+        return added;
     };
-    command.add_option("--module", options->module, "text or packet, for info and send")
-        ->check(CLI::IsMember({"text", "packet"}));
-    command.add_option("--lap", options->lap, "access code of the text module");
+    command.take("--module", options->module, "text or packet, for info and send",
+                 among({"text", "packet"}));
+    command.take("--lap", options->lap, "access code of the text module");
     operation("info", "shows the module's address and version", showModule);
     operation("scan", "shows the devices in reach, with the text module", showDevices);
     declareTimes(operation("up", "keeps the text module up", keepUp), options->times);
 
-    CLI::App& sending = operation("send", "sends a text to a device", send);
-    sending.add_option("address", options->address, "00:1A:7D:DA:71:13")
-        ->required()
-        ->check(whyNoAddress);
-    sending.add_option("text", options->text, "as it is sent")->required();
-    sending.add_option("--pin", options->pin, "that the device asks for");
-    sending.add_option("--port", options->port, "of the device, for the packet module")
-        ->check(CLI::Range(0, HighestPort));
-    declareSeconds(sending, "--answer", options->seconds, "waits for an answer that long");
+    Command sending = operation("send", "sends a text to a device", send);
+    sending.need("address", options->address, "00:1A:7D:DA:71:13", unless(whyNoAddress));
+    sending.need("text", options->text, "as it is sent");
+    sending.take("--pin", options->pin, "that the device asks for");
+    sending.take("--port", options->port, "of the device, for the packet module",
+                 within(0, HighestPort));
+    sending.takeSeconds("--answer", options->seconds, "waits for an answer that long");
 
-    CLI::App& listening = operation("listen", "waits for a call, with the packet module", listen);
-    listening.add_option("port", options->port, "on which it is taken, 1 to 7")
-        ->required()
-        ->check(CLI::Range(1, HighestPort));
-    listening.add_option("--pin", options->pin, "for devices that ask for one");
-    declareSeconds(listening, "--for", options->seconds, "that long, 0 for until interrupted");
+    Command listening = operation("listen", "waits for a call, with the packet module", listen);
+    listening.need("port", options->port, "on which it is taken, 1 to 7", within(1, HighestPort));
+    listening.take("--pin", options->pin, "for devices that ask for one");
+    listening.takeSeconds("--for", options->seconds, "that long, 0 for until interrupted");
 }
 
 }  // namespace ctl

@@ -3,7 +3,7 @@
 #include <climits>
 #include <cstdint>
 
-#include "Commands.h"
+#include "CommandLine.h"
 #include "gui/GuiLibrary.h"
 #include "network/NetworkEventListener.h"
 #include "power/SystemEvents.h"

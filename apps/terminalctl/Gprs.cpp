@@ -6,7 +6,7 @@
 
 namespace ctl {
 
-void declareGprs(Choice& choice, CLI::App& command) {
+void declareGprs(Command command) {
     const auto settings = std::make_shared<LinkSettings>(
         command, std::initializer_list<LinkSettings::Known>{
                      {"pin", "of the SIM"},
@@ -16,7 +16,7 @@ void declareGprs(Choice& choice, CLI::App& command) {
                  });
     const auto times = std::make_shared<LinkTimes>();
     declareTimes(command, *times);
-    choice.offer(command, [settings, times](Output& output) {
+    command.act([settings, times](Output& output) {
         settings->load();
         const Device device;
         GprsConnection connection({settings->text("pin"), 0, settings->text("apn"),

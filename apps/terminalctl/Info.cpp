@@ -33,6 +33,6 @@ Status showInfo(Output& output) {
 
 }  // namespace
 
-void declareInfo(Choice& choice, CLI::App& command) { choice.offer(command, showInfo); }
+void declareInfo(Command command) { command.act(showInfo); }
 
 }  // namespace ctl

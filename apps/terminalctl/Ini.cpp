@@ -122,14 +122,18 @@ constexpr struct {
 
 }  // namespace
 
-void declareIni(Choice& choice, CLI::App& command) {
+void declareIni(Command command) {
     const auto place = std::make_shared<Place>();
     for (const auto& entry : Operations) {
-        CLI::App& operating = commandIn(command, entry.name, entry.what);
-        for (int i = 0; i < entry.taken; ++i)
-            operating.add_option(Parts[i].name, (*place).*(Parts[i].member), Parts[i].what)
-                ->required(i < entry.needed);
-        choice.offer(operating, [place, operation = entry.operation](Output& output) {
+        Command operating = command.add(entry.name, entry.what);
+        for (int i = 0; i < entry.taken; ++i) {
+            const auto& [name, member, what] = Parts[i];
+            if (i < entry.needed)
+                operating.need(name, (*place).*member, what);
+            else
+                operating.take(name, (*place).*member, what);
+        }
+        operating.act([place, operation = entry.operation](Output& output) {
             return operation(*place, output);
         });
     }

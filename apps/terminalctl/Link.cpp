@@ -1,5 +1,7 @@
 #include "Link.h"
 
+#include <cstdio>
+
 #include "EventWindow.h"
 #include "power/SystemEvents.h"
 
@@ -56,10 +58,10 @@ private:
 
 }  // namespace
 
-void declareTimes(CLI::App& command, LinkTimes& times) {
-    declareSeconds(command, "--timeout", times.upWithin, "until the link is up, 0 for no limit");
-    declareSeconds(command, "--for", times.keptFor,
-                   "ends after being up that long, 0 for when interrupted");
+void declareTimes(Command command, LinkTimes& times) {
+    command.takeSeconds("--timeout", times.upWithin, "until the link is up, 0 for no limit");
+    command.takeSeconds("--for", times.keptFor,
+                        "ends after being up that long, 0 for when interrupted");
 }
 
 Status runLink(NetworkConnection& connection, const LinkTimes& times, Output& output) {
@@ -74,15 +76,12 @@ Status runLink(NetworkConnection& connection, const LinkTimes& times, Output& ou
     return status;
 }
 
-LinkSettings::LinkSettings(CLI::App& command, std::initializer_list<Known> known)
-    : section(command.get_name()), file("") {
-    for (const Known& entry : known) {
-        Setting& setting = settings[entry.name];
-        setting.option =
-            command.add_option("--" + std::string(entry.name), setting.text, entry.what);
-    }
-    command.add_option("--ini", path, "a file with what is not given here, by the same names");
-    command.add_option("--section", section, "its section, named like the link if not given");
+LinkSettings::LinkSettings(Command command, std::initializer_list<Known> known)
+    : section(command.name()), file("") {
+    for (const Known& entry : known)
+        command.take("--" + std::string(entry.name), settings[entry.name], entry.what);
+    command.take("--ini", path, "a file with what is not given here, by the same names");
+    command.take("--section", section, "its section, named like the link if not given");
 }
 
 void LinkSettings::load() {
@@ -96,8 +95,7 @@ void LinkSettings::load() {
 }
 
 std::string LinkSettings::text(const std::string& name) const {
-    const Setting& setting = settings.at(name);
-    return setting.option->count() > 0 ? setting.text : file.GetValue(section, name, "");
+    return settings.at(name).value_or(file.GetValue(section, name, ""));
 }
 
 }  // namespace ctl

@@ -2,7 +2,7 @@
 
 #include <initializer_list>
 #include <map>
-#include <memory>
+#include <optional>
 #include <string>
 
 #include "Commands.h"
@@ -17,7 +17,7 @@ struct LinkTimes {
     double keptFor = 0;
 };
 
-void declareTimes(CLI::App& command, LinkTimes& times);
+void declareTimes(Command command, LinkTimes& times);
 
 /// Brings a link up, shows what it tells, and takes it down when it has been up for its time, or at
 /// a signal.
@@ -32,7 +32,7 @@ public:
     };
 
     /// Declares the options "--name", and those that name the file and the section in it.
-    LinkSettings(CLI::App& command, std::initializer_list<Known> known);
+    LinkSettings(Command command, std::initializer_list<Known> known);
 
     /// Reads the file, if there is one.
     void load();
@@ -41,12 +41,7 @@ public:
     std::string text(const std::string& name) const;
 
 private:
-    struct Setting {
-        std::string text;
-        CLI::Option* option = nullptr;
-    };
-
-    std::map<std::string, Setting> settings;
+    std::map<std::string, std::optional<std::string>> settings;  // those given as options
     std::string section;
     IniFile file;
     std::string path;

@@ -1,4 +1,5 @@
 #include <deque>
+#include <map>
 #include <memory>
 
 #include "Commands.h"
@@ -101,26 +102,25 @@ Status show(const Options& options, Output& output) {
 
 }  // namespace
 
-void declareLog(Choice& choice, CLI::App& command) {
+void declareLog(Command command) {
     const auto options = std::make_shared<Options>();
-    const auto declareLevel = [](CLI::App& taking, std::string& level, const char* what) {
-        taking.add_option("--level", level, what)->check(CLI::IsMember(Levels));
+    const auto declareLevel = [](Command taking, std::string& level, const char* what) {
+        taking.take("--level", level, what, among(Levels));
     };
 
-    CLI::App& appending = commandIn(command, "append", "adds a line to a log");
-    appending.add_option("file", options->path, "the log, which may be new")->required();
-    appending.add_option("text", options->text, "the message")->required();
-    appending.add_option("--tag", options->tag, "what it is about");
+    Command appending = command.add("append", "adds a line to a log");
+    appending.need("file", options->path, "the log, which may be new");
+    appending.need("text", options->text, "the message");
+    appending.take("--tag", options->tag, "what it is about");
     declareLevel(appending, options->level, "of the line, info if not given");
-    choice.offer(appending, [options](Output&) { return append(*options); });
+    appending.act([options](Output&) { return append(*options); });
 
-    CLI::App& showing = commandIn(command, "show", "shows lines of a log");
-    showing.add_option("file", options->path, "the log")->required();
-    showing.add_option("--tag", options->tag, "only those with that tag");
-    showing.add_option("--last", options->last, "only so many, the newest")
-        ->check(CLI::Range(1, MostLines));
+    Command showing = command.add("show", "shows lines of a log");
+    showing.need("file", options->path, "the log");
+    showing.take("--tag", options->tag, "only those with that tag");
+    showing.take("--last", options->last, "only so many, the newest", within(1, MostLines));
     declareLevel(showing, options->least, "only those of that level and above");
-    choice.offer(showing, [options](Output& output) { return show(*options, output); });
+    showing.act([options](Output& output) { return show(*options, output); });
 }
 
 }  // namespace ctl

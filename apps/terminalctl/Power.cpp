@@ -142,42 +142,38 @@ Status managePower(const Policy& policy, Output& output) {
     return Done;
 }
 
-void declareMode(Choice& choice, CLI::App& group) {
+void declareMode(Command group) {
     const auto mode = std::make_shared<std::string>();
     const auto wakeSeconds = std::make_shared<int>(0);
-    CLI::App& command = commandIn(group, "mode", "changes the power state");
-    command.add_option("mode", *mode, "the state")->required()->check(CLI::IsMember(Modes));
-    command.add_option("--wake", *wakeSeconds, "seconds until the clock ends a suspend")
-        ->check(CLI::Range(1, LongestAlarm));
-    choice.offer(command, [mode, wakeSeconds](Output& output) {
+    Command command = group.add("mode", "changes the power state");
+    command.need("mode", *mode, "the state", among(Modes));
+    command.take("--wake", *wakeSeconds, "seconds until the clock ends a suspend",
+                 within(1, LongestAlarm));
+    command.act([mode, wakeSeconds](Output& output) {
         return changeMode(Modes.at(*mode), *wakeSeconds, output);
     });
 }
 
-void declareLights(Choice& choice, CLI::App& group) {
+void declareLights(Command group) {
     const auto display = std::make_shared<std::string>();
-    CLI::App& displayCommand = commandIn(group, "display", "switches the display, or dims it");
-    displayCommand.add_option("to", *display, "on, off or a brightness of 0 to 255")
-        ->required()
-        ->check(CLI::IsMember({"on", "off"}) | CLI::Range(0, HighestLevel));
-    choice.offer(displayCommand, [display](Output&) { return changeDisplay(*display); });
+    Command displayCommand = group.add("display", "switches the display, or dims it");
+    displayCommand.need("to", *display, "on, off or a brightness of 0 to 255",
+                        either(among({"on", "off"}), within(0, HighestLevel)));
+    displayCommand.act([display](Output&) { return changeDisplay(*display); });
 
     const auto level = std::make_shared<int>();
-    CLI::App& keyboardCommand = commandIn(group, "keyboard", "sets the keyboard's light");
-    keyboardCommand.add_option("level", *level, "0 to 255")
-        ->required()
-        ->check(CLI::Range(0, HighestLevel));
-    choice.offer(keyboardCommand, [level](Output&) {
+    Command keyboardCommand = group.add("keyboard", "sets the keyboard's light");
+    keyboardCommand.need("level", *level, "0 to 255", within(0, HighestLevel));
+    keyboardCommand.act([level](Output&) {
         return require(Device()->keybSetBackLight(static_cast<unsigned char>(*level)) == 0,
                        "the keyboard");
     });
 
     const auto leds = std::make_shared<std::string>();
-    CLI::App& ledCommand = commandIn(group, "leds", "switches the two LEDs");
-    ledCommand.add_option("which", *leds, "none, first, second or both: those that shine")
-        ->required()
-        ->check(CLI::IsMember({"none", "first", "second", "both"}));
-    choice.offer(ledCommand, [leds](Output&) {
+    Command ledCommand = group.add("leds", "switches the two LEDs");
+    ledCommand.need("which", *leds, "none, first, second or both: those that shine",
+                    among({"none", "first", "second", "both"}));
+    ledCommand.act([leds](Output&) {
         const bool both = *leds == "both";
         return require(Device()->ledEnable(both || *leds == "first", both || *leds == "second") ==
                            0,
@@ -185,45 +181,39 @@ void declareLights(Choice& choice, CLI::App& group) {
     });
 }
 
-void declareBeep(Choice& choice, CLI::App& group) {
+void declareBeep(Command group) {
     struct Tone {
         int frequency = 0;
         int durationMs = 0;
     };
     const auto tone = std::make_shared<Tone>();
-    CLI::App& command = commandIn(group, "beep", "sounds a tone");
-    command.add_option("frequency", tone->frequency, "hertz")
-        ->required()
-        ->check(CLI::Range(1, HighestFrequency));
-    command.add_option("duration", tone->durationMs, "milliseconds")
-        ->required()
-        ->check(CLI::Range(1, LongestToneMs));
-    choice.offer(command, [tone](Output&) {
+    Command command = group.add("beep", "sounds a tone");
+    command.need("frequency", tone->frequency, "hertz", within(1, HighestFrequency));
+    command.need("duration", tone->durationMs, "milliseconds", within(1, LongestToneMs));
+    command.act([tone](Output&) {
         return require(Device()->buzzerPlay(tone->frequency, tone->durationMs) > 0, "the buzzer");
     });
 }
 
-void declareClock(Choice& choice, CLI::App& group) {
+void declareClock(Command group) {
     const auto time = std::make_shared<std::string>();
-    CLI::App& clockCommand = commandIn(group, "clock", "shows the clock's time, which is local");
-    clockCommand.add_option("--set", *time, "sets it: \"2026-07-01 08:00:00\"");
-    choice.offer(clockCommand, [time](Output& output) { return showOrSetClock(*time, output); });
+    Command clockCommand = group.add("clock", "shows the clock's time, which is local");
+    clockCommand.take("--set", *time, "sets it: \"2026-07-01 08:00:00\"");
+    clockCommand.act([time](Output& output) { return showOrSetClock(*time, output); });
 
     const auto alarm = std::make_shared<int>();
-    CLI::App& alarmCommand = commandIn(group, "alarm", "sets the alarm that wakes the terminal");
-    alarmCommand.add_option("seconds", *alarm, "from now on; 0 switches it off")
-        ->required()
-        ->check(CLI::Range(0, LongestAlarm));
-    choice.offer(alarmCommand, [alarm](Output&) {
+    Command alarmCommand = group.add("alarm", "sets the alarm that wakes the terminal");
+    alarmCommand.need("seconds", *alarm, "from now on; 0 switches it off", within(0, LongestAlarm));
+    alarmCommand.act([alarm](Output&) {
         const Device device;
         return require(*alarm > 0 ? device->rtcSetAlarm(*alarm) : device->rtcEnableAlarm(false),
                        "the clock");
     });
 }
 
-void declareManage(Choice& choice, CLI::App& group) {
+void declareManage(Command group) {
     const auto policy = std::make_shared<Policy>();
-    CLI::App& command = commandIn(group, "manage", "steps the terminal down while nobody uses it");
+    Command command = group.add("manage", "steps the terminal down while nobody uses it");
     const struct {
         const char* name;
         int& seconds;
@@ -236,20 +226,20 @@ void declareManage(Choice& choice, CLI::App& group) {
         {"--shutdown", policy->shutdown, "until it shuts down"},
     };
     for (const auto& delay : delays)
-        command.add_option(delay.name, delay.seconds, delay.what)->check(CLI::Range(0, INT_MAX));
-    declareSeconds(command, "--for", policy->seconds, "ends after that many seconds");
-    choice.offer(command, [policy](Output& output) { return managePower(*policy, output); });
+        command.take(delay.name, delay.seconds, delay.what, within(0, INT_MAX));
+    command.takeSeconds("--for", policy->seconds, "ends after that many seconds");
+    command.act([policy](Output& output) { return managePower(*policy, output); });
 }
 
 }  // namespace
 
-void declarePower(Choice& choice, CLI::App& command) {
-    choice.offer(commandIn(command, "status", "shows clock, sensors and supplies"), showStatus);
-    declareMode(choice, command);
-    declareManage(choice, command);
-    declareLights(choice, command);
-    declareBeep(choice, command);
-    declareClock(choice, command);
+void declarePower(Command command) {
+    command.add("status", "shows clock, sensors and supplies").act(showStatus);
+    declareMode(command);
+    declareManage(command);
+    declareLights(command);
+    declareBeep(command);
+    declareClock(command);
 }
 
 }  // namespace ctl

@@ -4,13 +4,13 @@
 
 namespace ctl {
 
-void declareScan(Choice& choice, CLI::App& command) {
+void declareScan(Command command) {
     const auto order = std::make_shared<ScanOrder>();
     const auto engine = std::make_shared<std::string>("any");
-    command.add_option("--engine", *engine, "any that is fitted, or one")
-        ->check(CLI::IsMember({"barcode", "rfid", "any"}));
+    command.take("--engine", *engine, "any that is fitted, or one",
+                 among({"barcode", "rfid", "any"}));
     declareScanning(command, *order);
-    choice.offer(command, [order, engine](Output& output) {
+    command.act([order, engine](Output& output) {
         order->barcodes = *engine != "rfid";
         order->tags = *engine != "barcode";
         return scan(*order, output);

@@ -43,7 +43,7 @@ public:
         if (tags && !tags->initialize())
             throw Failure(Failed, "the RFID engine does not start");
         if (tags)
-            tags->setReadAreas(order.bank, order.first, order.last);
+            tags->setReadAreas(static_cast<RfidBank>(order.bank), order.first, order.last);
     }
 
     /// Starts what does not read, and gives what does the time anew.
@@ -114,10 +114,9 @@ private:
 
 }  // namespace
 
-void declareScanning(CLI::App& command, ScanOrder& order) {
-    command.add_option("--count", order.count, "how many are read")
-        ->check(CLI::Range(1, MostCodes));
-    declareSeconds(command, "--timeout", order.timeout, "for all of them, 0 for no limit");
+void declareScanning(Command command, ScanOrder& order) {
+    command.take("--count", order.count, "how many are read", within(1, MostCodes));
+    command.takeSeconds("--timeout", order.timeout, "for all of them, 0 for no limit");
 }
 
 Status scan(const ScanOrder& order, Output& output) {

@@ -9,7 +9,7 @@ namespace ctl {
 struct ScanOrder {
     bool barcodes = false;
     bool tags = false;
-    RfidBank bank = RFID_BANK_0;
+    int bank = RFID_BANK_0;
     int first = 0;
     int last = 0;
     int count = 1;
@@ -18,7 +18,7 @@ struct ScanOrder {
 };
 
 /// Declares the options that every order has.
-void declareScanning(CLI::App& command, ScanOrder& order);
+void declareScanning(Command command, ScanOrder& order);
 
 /// Reads with those engines of the order that the terminal has.
 Status scan(const ScanOrder& order, Output& output);

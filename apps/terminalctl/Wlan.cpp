@@ -79,7 +79,7 @@ WLAN_CONNECTION_SETTINGS settingsFrom(const LinkSettings& settings) {
 
 }  // namespace
 
-void declareWlan(Choice& choice, CLI::App& command) {
+void declareWlan(Command command) {
     const auto settings = std::make_shared<LinkSettings>(
         command, std::initializer_list<LinkSettings::Known>{
                      {"ssid", "name of the network"},
@@ -97,7 +97,7 @@ void declareWlan(Choice& choice, CLI::App& command) {
                  });
     const auto times = std::make_shared<LinkTimes>();
     declareTimes(command, *times);
-    choice.offer(command, [settings, times](Output& output) {
+    command.act([settings, times](Output& output) {
         settings->load();
         const WLAN_CONNECTION_SETTINGS wlan = settingsFrom(*settings);
         const Device device;
