@@ -9,7 +9,7 @@
 #include <vector>
 
 #include "io/ModemPort.h"
-#include "tests/support/FedModemPort.h"
+#include "tests/support/FedPort.h"
 
 namespace {
 
@@ -33,7 +33,7 @@ int codeAtEnd(const std::string& text) {
 }
 
 void checkRead(std::string_view bytes, unsigned size) {
-    test::FedModemPort port(bytes);
+    test::FedPort<ModemPort> port(bytes);
     while (port.left() > 0) {
         const size_t before = bytes.size() - port.left();
         std::vector<char> buffer(size);
@@ -54,7 +54,7 @@ void checkEndOfCall(std::string_view bytes) {
     for (size_t at = bytes.find(line); at != std::string_view::npos;
          at = bytes.find(line, at + line.size()))
         ++expected;
-    test::FedModemPort port(bytes);
+    test::FedPort<ModemPort> port(bytes);
     size_t seen = 0;
     while (port.waitNoCarrier())
         ++seen;

@@ -94,19 +94,9 @@ TEST(LMXBluetoothPortTest, APacketIsFoundCheckedAndLimitedByTheBuffer) {
         {"a start after no end", "\x05" + good, {"-1"}},
         {"a second start", "\x02" + good, {"-2", "-1"}},
         {"wrong end", good.substr(0, 9) + "\x04" + good + good, {"-3", "C 5 pay", "C 5 pay"}},
-        {"wrong checksum",
-         "\x02"
-         "C5\x03\0\x7A"
-         "pay\x03"s +
-             good,
-         {"-4", "C 5 pay"}},
+        {"wrong checksum", "\2C5\3\0\172pay\3"s + good, {"-4", "C 5 pay"}},
         {"longer than the buffer", packet('i', 'd', string(334, '.')) + good, {"-2", "C 5 pay"}},
-        {"longest of all",
-         "\x02"
-         "C5\xFF\xFF\x77"
-         "abc\x03" +
-             good,
-         {"-2", "C 5 pay"}},
+        {"longest of all", "\2C5\377\377\167abc\3" + good, {"-2", "C 5 pay"}},
     };
     for (const auto& [what, line, results] : Cases) {
         for (const size_t piece : {line.size(), size_t{1}, size_t{4}}) {

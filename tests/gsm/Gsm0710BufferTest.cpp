@@ -101,33 +101,29 @@ TEST(Gsm0710BufferTest, AFrameMayComeInTwoPiecesAndLieAcrossTheEnd) {
 
 TEST(Gsm0710BufferTest, OnlyWhatIsCheckedComesOut) {
     const string header = octets("07 EF 07"), uiHeader = octets("07 13 07");
+    const string good = frameOf(1, Uih, "x");
+    const std::vector<Received> last = {{1, Uih, "x"}};
     const struct {
+        const char* what;
         string stream;
         std::vector<Received> frames;
-        const char* what;
     } cases[] = {
-        {octets("F9 03 3F 01 1C F9"), {{0, 0x3F, ""}}, "SABM"},
-        {"noise" + frameOf(1, 0x73, "") + "noise" + frameOf(2, 0x1F, ""),
-         {{1, 0x73, ""}, {2, 0x1F, ""}},
-         "noise between frames"},
-        {frameOf(1, Uih, "abc").substr(0, 9) + frameOf(2, Uih, "def").substr(1),
-         {{1, Uih, "abc"}},
-         "a closing flag does not open as well"},
-        {frameOf(1, Ui | 0x10, "abc"), {{1, Ui | 0x10, "abc"}}, "UI covers its data"},
-        {'\xF9' + uiHeader + "abc" + fcsOf(uiHeader) + '\xF9', {}, "UI with a sum of the header"},
-        {frameOf(1, Ui, ""), {{1, Ui, ""}}, "UI without data"},
-        {'\xF9' + header + "abc" + fcsOf(header + "abc") + '\xF9',
-         {},
-         "UIH with a sum of the data"},
-        {octets("F9 07 EF 06 00 41 41 41 41 F9") + frameOf(1, Uih, "x"),
-         {{1, Uih, "x"}},
-         "a length of two octets"},
-        {octets("F9 07 EF F8 FF") + frameOf(1, Uih, "x"), {{1, Uih, "x"}}, "... of more than fits"},
+        {"SABM", octets("F9 03 3F 01 1C F9"), {{0, 0x3F, ""}}},
+        {"noise between frames",
+         "noise" + frameOf(1, 0x73, "") + "noise" + frameOf(2, 0x1F, ""),
+         {{1, 0x73, ""}, {2, 0x1F, ""}}},
+        {"a closing flag does not open as well",
+         frameOf(1, Uih, "abc").substr(0, 9) + frameOf(2, Uih, "def").substr(1),
+         {{1, Uih, "abc"}}},
+        {"UI covers its data", frameOf(1, Ui | 0x10, "abc"), {{1, Ui | 0x10, "abc"}}},
+        {"UI, sum of its header", '\xF9' + uiHeader + "abc" + fcsOf(uiHeader) + '\xF9', {}},
+        {"UI without data", frameOf(1, Ui, ""), {{1, Ui, ""}}},
+        {"UIH, sum of its data", '\xF9' + header + "abc" + fcsOf(header + "abc") + '\xF9', {}},
+        {"a length of two octets", octets("F9 07 EF 06 00 41 41 41 41 F9") + good, last},
+        {"... of more than fits", octets("F9 07 EF F8 FF") + good, last},
         // What has crashed others: data on a frame that carries none.
-        {octets("F9 03 3F 09 E4 06 06 F1 3F 01 2A F9") + frameOf(1, Uih, "x"),
-         {{1, Uih, "x"}},
-         "data on SABM"},
-        {frameOf(0, 0x3F, "junk"), {{0, 0x3F, "junk"}}, "... but well formed"}};
+        {"data on SABM", octets("F9 03 3F 09 E4 06 06 F1 3F 01 2A F9") + good, last},
+        {"... but well formed", frameOf(0, 0x3F, "junk"), {{0, 0x3F, "junk"}}}};
     for (const auto& each : cases)
         EXPECT_EQ(decode(each.stream), each.frames) << each.what;
 }

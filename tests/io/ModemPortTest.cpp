@@ -7,11 +7,11 @@
 #include <string_view>
 #include <vector>
 
-#include "support/FedModemPort.h"
+#include "support/FedPort.h"
 
 namespace {
 
-using test::FedModemPort;
+using FedModemPort = test::FedPort<ModemPort>;
 
 constexpr int ByteMs = 70;
 
@@ -92,6 +92,8 @@ TEST(ModemPortTest, TheEndOfACallIsSeenWhereverItIsCut) {
         port.feed("left");
         EXPECT_TRUE(port.waitNoCarrier()) << "cut at " << cut;
         EXPECT_EQ(port.left(), 4U);
+        FedModemPort again(std::string(Line.substr(0, cut)) + std::string(Line));
+        EXPECT_TRUE(again.waitNoCarrier()) << "it starts over amid a part";
     }
     FedModemPort silent;
     EXPECT_FALSE(silent.waitNoCarrier());

@@ -2,32 +2,26 @@
 
 #include <algorithm>
 #include <chrono>
-#include <thread>
+#include <utility>
+
+#include "sim/HostTime.h"
 
 namespace test {
 
-/// Far longer than anything takes that works, on a busy machine too.
-constexpr std::chrono::milliseconds Limit{30000};
+using namespace std::chrono_literals;
 
-/// Waits until a condition holds. False when it still does not after `limit`.
+/// Waits until a condition holds. False when it still does not after `limit`: by itself far longer
+/// than anything takes that works, on a busy machine too.
 template <class Condition>
-bool eventually(Condition condition, std::chrono::milliseconds limit = Limit) {
-    const auto end = std::chrono::steady_clock::now() + limit;
-    while (!condition()) {
-        if (std::chrono::steady_clock::now() >= end)
-            return condition();
-        std::this_thread::sleep_for(std::chrono::milliseconds(1));
-    }
-    return true;
+bool eventually(Condition condition, std::chrono::milliseconds limit = 30s) {
+    return sim::eventually(std::move(condition), limit);
 }
 
 /// How long an action takes, in whole milliseconds.
 template <class Action> long elapsedMs(Action action) {
     const auto begin = std::chrono::steady_clock::now();
     action();
-    const auto elapsed = std::chrono::steady_clock::now() - begin;
-    return static_cast<long>(
-        std::chrono::duration_cast<std::chrono::milliseconds>(elapsed).count());
+    return static_cast<long>((std::chrono::steady_clock::now() - begin) / 1ms);
 }
 
 /// The shortest of a few tries, the last of them being the first that took less than `enoughMs`:
