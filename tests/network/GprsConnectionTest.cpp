@@ -89,6 +89,9 @@ TEST_F(GprsConnectionTest, ALinkComesUpIsRepairedSleepsAndIsShutDown) {
     EXPECT_THAT(story(), HasSubstr("event 4 connecting, event 1 Starting PPP session, "
                                    "event 1 GPRS is ready, event 4 up"));
     EXPECT_TRUE(await("net: event 3 50"));
+    GENERIC_NETWORK_INFO info;
+    radio.setSignal(-114);
+    EXPECT_TRUE(link->getNetworkInfo(info) && info.signalQuality == 0);
     clear();
     EXPECT_TRUE(link->disconnect());
     EXPECT_THAT(story(), EndsWith("event 1 Terminating PPP session, event 1 GPRS is shut down"));
@@ -107,10 +110,14 @@ TEST_F(GprsConnectionTest, EveryStepOfTheBringUpFailsWithItsOwnText) {
         bool isOn, isMultiplexing;
     } cases[] = {{Waiting, [&] { radio.answerPulse(0); },
                   PoweredUp + "event 2 GSM module or power problem", false, false},
+                 {Waiting, [&] { terminal.faults().fail("open", LinePath, EIO); },
+                  PoweredUp + "event 2 GSM communication error", true, false},
                  {Waiting, [&] { radio.setSilent(true); },
                   Initialized + "event 2 GSM module initialization failed", true, false},
                  {Exchanging, [&] { terminal.faults().fail("open", LinePath, EIO, 1); },
                   Mux + "event 2 GSM CMUX initialization error", true, false},
+                 {Exchanging, [&] { terminal.faults().fail("open", "/dev/ttyp0", EIO); },
+                  Mux + "event 2 GSM communication error", true, true},
                  {Exchanging, [&] { radio.setSim(RadioSim::PukNeeded); },
                   Sim + "event 2 SIM card not present or broken", true, true},
                  {Exchanging, [&] { radio.onCommand("AT+CGDCONT*", Reply::error()); },
@@ -141,6 +148,20 @@ TEST_F(GprsConnectionTest, EveryStepOfTheBringUpFailsWithItsOwnText) {
     make("0000");
     EXPECT_FALSE(link->initialize());
     EXPECT_EQ(radio.simCard().triesLeft, RadioSim::PinTries - 1) << "it is sent once";
+}
+
+TEST_F(GprsConnectionTest, AStepOfALinkThatFailsSaysWhich) {
+    GENERIC_NETWORK_INFO info;
+    terminal.faults().fail("fork", "", EAGAIN);
+    EXPECT_FALSE(link->getNetworkInfo(info) || link->netConnect() || link->netResume());
+    terminal.files().write("/var/run/ppp0.pid", "0");  // taken for a session
+    EXPECT_FALSE(link->netResume());
+    EXPECT_TRUE(link->netSuspend());
+    EXPECT_EQ(story(), "event 2 Failed requesting network information, "
+                       "event 1 Initializing PPP session, event 2 GPRS attach procedure failed, "
+                       "event 1 Starting PPP session, event 2 Failed starting GPRS PPP, "
+                       "event 2 failed opening GSM module, event 1 Suspending GPRS connection, "
+                       "event 1 Terminating PPP session, event 1 GPRS is suspended");
 }
 
 }  // namespace

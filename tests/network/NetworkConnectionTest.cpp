@@ -42,12 +42,13 @@ public:
     }
 
     std::atomic<bool> isUp{true}, works{true}, disconnects{true};
-    std::atomic<bool> hangs{false}, talks{false};  // in a connect
+    std::atomic<const char*> hangsIn{""};  // a step
+    std::atomic<bool> talks{false};        // in a connect
 
 private:
     bool step(const string& name, const std::atomic<bool>& result) {
         journal.note("net", name);
-        while (name == "connect" && hangs)
+        while (name == hangsIn.load())
             Thread::sleep(1000);
         for (int told = 0; name == "connect" && talks && told < 100; ++told)
             setStatus("much");
@@ -64,7 +65,7 @@ struct NetworkConnectionTest : test::PoweredTest {
         terminal.journal().clear();
     }
     ~NetworkConnectionTest() override {
-        link.hangs = false;
+        link.hangsIn = "";
         link.disconnect();
     }
 
@@ -159,6 +160,22 @@ TEST_F(NetworkConnectionTest, ASuspendIsVetoedUntilTheLinkIsSuspendedAndTheLinkR
     ASSERT_TRUE(comes("check"));
 }
 
+TEST_F(NetworkConnectionTest, ASuspendAskedForAmidAStepFollowsIt) {
+    link.isUp = false;
+    link.hangsIn = "connect";
+    ASSERT_TRUE(link.connect());
+    for (const string step : {"connect", "resume", "check"}) {
+        link.hangsIn = step.c_str();
+        link.powerStateChange(POWER_SUSPEND, POWER_ON);
+        ASSERT_TRUE(comes(step));
+        EXPECT_FALSE(link.powerStateChange(POWER_ON, POWER_SUSPEND));
+        clear();
+        link.hangsIn = "";
+        ASSERT_TRUE(comes("event 4 down"));
+        EXPECT_THAT(story(), StartsWith(step == "check" ? "suspend, " : Up + ", suspend, "));
+    }
+}
+
 TEST_F(NetworkConnectionTest, ADisconnectEndsWhateverTheWorkerDoes) {
     terminal.clock().setSpeed(2);
     const auto disconnects = [&] {
@@ -190,10 +207,10 @@ TEST_F(NetworkConnectionTest, ADisconnectEndsWhateverTheWorkerDoes) {
 
     // A step that hangs is cut off after ten seconds, and the next worker starts anew.
     terminal.clock().setSpeed(Speed);
-    link.hangs = true;
+    link.hangsIn = "connect";
     ASSERT_TRUE(link.connect() && comes("connect"));
     EXPECT_GE(disconnects(), 10s);
-    link.hangs = false;
+    link.hangsIn = "";
     comeUp();
 }
 

@@ -121,13 +121,16 @@ TEST_F(WlanConnectionTest, ALinkComesUpByDhcpAndIsTakenDownInTheStatedOrder) {
     EXPECT_FALSE(terminal.files().exists("/tmp/wpa_supplicant.pid"));
     EXPECT_FALSE(terminal.files().exists(DhcpPidPath) || terminal.wlan().isUp());
     EXPECT_EQ(terminal.wlan().address(), "");
+    terminal.programs().failNext("rmmod", 1);
+    EXPECT_FALSE(connection->netShutdown()) << "with power, as long as the driver will not go";
     ASSERT_TRUE(connection->netShutdown());
     EXPECT_THAT(takeLines(),
                 ElementsAre("net: event 1 Stopping DHCP", "udhcpc: release",
                             "default.script: start deconfig", "default.script: deconfig",
                             "ra0: no address", "net: event 1 Stopping WLAN module", "ra0: down",
                             "net: event 1 Network is shut down", "rmmod: start rt3070sta",
-                            "rmmod: start ohci-hcd", "pwrctrl: line 7 low", "pwrctrl: line 4 low"));
+                            "rmmod: start rt3070sta", "rmmod: start ohci-hcd",
+                            "pwrctrl: line 7 low", "pwrctrl: line 4 low"));
     EXPECT_TRUE(before.areBack());
     EXPECT_EQ(connection->getLastError(), 0);
 }
@@ -168,51 +171,78 @@ TEST_F(WlanConnectionTest, ASecurityTypeSendsItsParametersInOrderAndLeavesEmptyO
     settings.psk = "\"12345678\"";
     const string set = ", SET_NETWORK 0 ", ssid = ", ADD_NETWORK" + set + "ssid \"x\"";
     const string enable = ", ENABLE_NETWORK 0", none = set + "key_mgmt NONE" + set + "auth_alg ";
-    const string commands[] = {ssid + none + "OPEN" + enable,
-                               ssid + none + "SHARED" + set + "wep_key0 \"abcde\"" + set +
-                                   "wep_key2 0123456789" + set + "wep_tx_keyidx 2" + enable,
-                               ssid + set + "proto WPA" + set + "key_mgmt WPA-PSK" + set +
-                                   "auth_alg OPEN" + set + "psk \"12345678\"" + enable};
-    terminal.wlan().associateAfter({});
-    hurry();
-    for (int type = 0; type < 3; ++type) {
+    const std::map<int, string, std::greater<>> commands = {
+        {WlanConnection::SecurityOfDaemon, " -c/data/wpa_supplicant.conf"},
+        {2, ssid + set + "proto WPA" + set + "key_mgmt WPA-PSK" + set + "auth_alg OPEN" + set +
+                "psk \"12345678\"" + enable},
+        {1, ssid + none + "SHARED" + set + "wep_key0 \"abcde\"" + set + "wep_key2 0123456789" +
+                set + "wep_tx_keyidx 2" + enable},
+        {0, ssid + none + "OPEN" + enable}};
+    terminal.wlan().setNetwork("x", "in the file");
+    terminal.files().write("/data/wpa_supplicant.conf",
+                           "network={\nssid=\"x\"\nkey_mgmt=WPA-PSK\npsk=\"in the file\"\n}\n");
+    for (const auto& [type, sent] : commands) {
         settings.securityType = type;
         use(settings);
         ASSERT_TRUE(connection->netInitialize());
         terminal.journal().clear();
-        EXPECT_FALSE(connection->netConnect());
-        EXPECT_THAT(take("wpa_supplicant"), testing::EndsWith("ctrl" + commands[type]));
+        EXPECT_EQ(connection->netConnect(), type == WlanConnection::SecurityOfDaemon);
+        EXPECT_THAT(take("wpa_supplicant"), testing::EndsWith("ctrl" + sent));
+        connection->netDisconnect();
+        hurry();  // the others do not come up
     }
 }
 
 TEST_F(WlanConnectionTest, EveryFailureIsReportedOnceAndLeavesNothingRunning) {
+    using Link = WlanConnection;
+    const auto failsNext = [&](const char* program) {
+        return [this, program] { terminal.programs().failNext(program, 1); };
+    };
     const struct {
+        bool (Link::*step)();
+        int stepsBefore;  // initialized, connected
         const char* error;
         std::function<void()> prepare;
     } cases[] = {
-        {"Failed preparing to enable network interface",
+        {&Link::netInitialize, 0, "Failed initializing 802.11 WLAN driver.", failsNext("modprobe")},
+        {&Link::netInitialize, 0, "Failed initializing 802.11 WLAN driver.", failsNext("insmod")},
+        {&Link::netInitialize, 0, "Failed creating WLAN socket.",
+         [&] { terminal.faults().fail("socket", "", EMFILE); }},
+        {&Link::netInitialize, 0, "",
+         [&] { terminal.wlan().failNext(wlan::GetInterfaceFlags, ENODEV, 20); }},
+        {&Link::netConnect, 1, "Failed preparing to enable network interface.",
          [&] { terminal.wlan().failNext(wlan::GetInterfaceFlags, EIO, 1); }},
-        {"Failed enabling network interface",
+        {&Link::netConnect, 1, "Failed enabling network interface.",
          [&] { terminal.wlan().failNext(wlan::SetInterfaceFlags, EIO, 1); }},
-        {"Failed initializing WPA supplicant",
-         [&] { terminal.programs().failNext("wpa_supplicant", 255); }},
-        {"Failed to communicate with WPA supplicant",
+        {&Link::netConnect, 1, "Failed initializing WPA supplicant.", failsNext("wpa_supplicant")},
+        {&Link::netConnect, 1, "Failed to communicate with WPA supplicant.",
          [&] { terminal.faults().fail("connect", "/tmp/wpa_supplicant.ctrl/ra0", ECONNREFUSED); }},
-        {"Failed to configure network settings",
+        {&Link::netConnect, 1, "Failed to configure network settings.",
          [&] { terminal.supplicant().onCommand("SET_NETWORK 0 psk", {"die"}); }},
-        {"Failed connecting to network", [&] { terminal.wlan().associateAfter({}); }},
-        {"Failed obtaining DHCP IP lease", [&] { terminal.dhcp().setAnswering(false); }}};
+        {&Link::netConnect, 1, "Failed connecting to network.",
+         [&] { terminal.wlan().associateAfter({}); }},
+        {&Link::netSuspend, 2,
+         "Failed disabling networking.Failed disconnecting from network for suspend.",
+         [&] { terminal.wlan().failNext(wlan::SetInterfaceFlags, EIO, 1); }},
+        {&Link::netSuspend, 2, "Failed stopping WLAN module.", failsNext("rmmod")},
+        {&Link::netResume, 0, "Failed re-loading WLAN module on resume.", failsNext("insmod")},
+        {&Link::netConnect, 1, "Failed obtaining DHCP IP lease.",
+         [&] { terminal.dhcp().setAnswering(false); }}};
     const test::Holdings before;
     for (const auto& tried : cases) {
         SCOPED_TRACE(tried.error);
         use(warehouse());
         hurry();
-        ASSERT_TRUE(connection->netInitialize());
+        ASSERT_TRUE(tried.stepsBefore < 1 || connection->netInitialize());
+        ASSERT_TRUE(tried.stepsBefore < 2 || connection->netConnect());
+        takeLines();
         tried.prepare();
-        EXPECT_FALSE(connection->netConnect());
-        const string story = take("net");
-        EXPECT_THAT(story, HasSubstr(string("event 2 ") + tried.error));
-        EXPECT_EQ(story.find("event 2"), story.rfind("event 2")) << story;
+        EXPECT_FALSE((connection.get()->*tried.step)());
+        EXPECT_THAT(terminal.journal().history("pwrctrl"), testing::Not(HasSubstr("low")));
+        string told;
+        for (const string& line : takeLines())
+            told += line.rfind("net: event 2 ", 0) == 0 ? line.substr(13) + "." : "";
+        EXPECT_EQ(told, tried.error);
         EXPECT_TRUE(haveEnded());
         terminal.supplicant().clear();
         terminal.wlan().associateAfter(0s);
@@ -235,6 +265,16 @@ TEST_F(WlanConnectionTest, SuspendTakesPowerAndResumeBringsTheLinkBackOnceTheInt
                            "event 2 Failed re-connecting to WLAN network on resume");
     pass(5s);
     EXPECT_TRUE(connection->netResume() && connection->isConnectionUp());
+}
+
+TEST_F(WlanConnectionTest, TheDriverIsLoadedWhenALineBeginsWithItsNameAndABlank) {
+    for (const string others : {"", "ohci_hcd 1\nrt3070\nrt3070sta2 1\n", "rt3070rt3070sta 1\n",
+                                "rtrt3070sta 1\n rt3070sta 1\n", "x rt3070sta 1\nrt3070st\na \n"}) {
+        for (const string last : {"", "rt3070sta", "rt3070sta 1 0 - Live"}) {
+            terminal.files().write("/proc/modules", others + last);
+            EXPECT_EQ(WlanConnection::isModuleLoaded(), last.size() > 9) << others + last;
+        }
+    }
 }
 
 TEST_F(WlanConnectionTest, APidFileNeverLeadsToASignalToTheWrongProcess) {
@@ -276,6 +316,11 @@ TEST_F(WlanConnectionTest, TheNetworkIsToldWithChannelSignalAndAddresses) {
     }
     terminal.wlan().claimEssid(string(500, 'x'), 65535);  // stays within its buffer
     EXPECT_EQ(connection->ifaceGetEssid(), string(64, 'x'));
+    for (const unsigned request : {wlan::GetFrequency, wlan::GetStatistics}) {
+        GENERIC_NETWORK_INFO told;
+        terminal.wlan().failNext(request, EIO);
+        EXPECT_FALSE(connection->getNetworkInfo(told)) << request;
+    }
     terminal.wlan().setNetwork("Elsewhere", "");
     EXPECT_EQ(info().connected, 0);
     EXPECT_FALSE(connection->isConnectionUp());
