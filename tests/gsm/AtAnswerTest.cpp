@@ -6,6 +6,7 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <tuple>
 
 namespace {
 
@@ -23,6 +24,22 @@ TEST(AtAnswerTest, TheRegistrationIsTheSecondNumberOfAWholeLine) {
     };
     for (const auto& [answer, status] : cases)
         EXPECT_EQ(at::registrationStatus(answer), status) << answer;
+}
+
+TEST(AtAnswerTest, ACellHasItsNameAndTheFieldsThatAreNumbersTheyCanBe) {
+    const auto all = [](const std::optional<at::Cell>& cell) {
+        return std::tuple(cell->networkName, cell->bsic, cell->rxQual, cell->channel, cell->power);
+    };
+    const auto told = [&](std::string_view answer) { return all(at::servingCell(answer)); };
+    EXPECT_EQ(told("#MONI: Net BSIC:41 RxQual:3 LAC:00D5 ARFCN:62 PWR:-73dbm\r\n\r\nOK\r\n"),
+              all(at::Cell{"Net", 41, 3, 62, -73}));
+    EXPECT_EQ(told("#MONI:\" My Net \" PWR: -200dbm ARFCN:65535"),
+              all(at::Cell{"My Net", nullopt, nullopt, 65535, -200}));
+    EXPECT_EQ(told("AT#MONI: no\r\n#MONI: MetaTA:1 XPWR:-5 PWR:0"),
+              all(at::Cell{"MetaTA:1 XPWR:-5", nullopt, nullopt, nullopt, 0}));
+    EXPECT_EQ(told("#MONI: \" BSIC:FF RxQual:8 ARFCN:65536 PWR:-201dbm"),
+              all(at::Cell{"\"", nullopt, nullopt, nullopt, nullopt}));
+    EXPECT_FALSE(at::servingCell("AT#MONI: Net"));
 }
 
 TEST(AtAnswerTest, AClockTimeIsADateThatExists) {

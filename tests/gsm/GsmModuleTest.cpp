@@ -154,6 +154,19 @@ TEST_F(GsmModuleTest, TheClockKeepsItsZoneAndWhatIsOutOfRangeIsNotSent) {
                  module.setFrequency(GsmModule::ModuleFreqBand(4)) || module.initGprs("a\"b"));
     EXPECT_EQ(modem.takeCommands(), "AT+CCLK? AT+CCLK=\"24/03/05,07:08:09--22\" AT+CFUN=4 "
                                     "AT#AUTOBND=1 AT#BND=3 ");
+    for (const string& answer :
+         {lines("+CCLK: \"24/02/30,07:08:09\""), string(Ok), string(Error)}) {
+        modem.script("AT+CCLK?", {answer});
+        EXPECT_FALSE(module.getRTC(&moment)) << answer;
+    }
+    modem.script("AT+CCLK=\"24/03/05,07:08:09--22\"", {Error});  // it is as it was
+    EXPECT_FALSE(module.setRTC(&moment) || module.getRTC(nullptr) || module.setRTC(nullptr));
+    EXPECT_FALSE(module.open()) << "it is open already";
+    module.close();
+    terminal.faults().fail("open", Path, EIO);
+    EXPECT_FALSE(module.open() || module.initComm() || module.initSIM("") ||
+                 module.searchNetwork(0) || module.attachGprs() || module.getRTC(&moment));
+    EXPECT_TRUE(module.open());
 }
 
 }  // namespace
