@@ -76,6 +76,13 @@ TEST_F(BlueGigaBluetoothModuleTest, FramesAndFinalLinesAreTheModules) {
     EXPECT_EQ(made(string(125, 'x'), 128, 0), 0U);
     EXPECT_EQ(made("", 3, 0) + driver->createMuxFrame(buffer, 128, "", ~0U, 0), 0U);
 
+    // A frame whose end has not come: one of the command link counts as filled up.
+    string cut = frame(0xFF, "READY.\r\n"), answer;
+    EXPECT_EQ(driver->parseMuxFrame(&answer, cut.data(), 0, 7), 13U);
+    EXPECT_EQ(answer, "REA\0\0\0\0\0"s);
+    for (string bad : {frame(3, "data").substr(0, 8), frame(9, "data"), "\xBF\x03\0\1x?"s})
+        EXPECT_EQ(driver->parseMuxFrame(&answer, bad.data(), 0, size(bad)), 0U);
+
     openOnly();
     const struct {
         const char* text;
@@ -172,6 +179,8 @@ TEST_F(BlueGigaBluetoothModuleTest, LinksAreCalledCarryDataAndAreEnded) {
     EXPECT_FALSE(wrong->connect());
     module.onCommand("CALL*", Reply::raw("\xBF\xFF\x00\x07"s + "CONNECT" + '\0'), 1);
     EXPECT_FALSE(wrong->connect() || wrong->isConnected()) << "no link number";
+    module.onCommand("SET BT AUTH*", Reply::final("BUSY"), 1);
+    EXPECT_FALSE(phone->connect());
     EXPECT_THAT(terminal.journal().history("bt"), HasSubstr("CALL 5c:f3:70:8b:12:34 1101 RFCOMM"));
 
     terminal.clock().setSpeed(Calling);
@@ -205,6 +214,16 @@ TEST_F(BlueGigaBluetoothModuleTest, LinksAreCalledCarryDataAndAreEnded) {
     driver->pollIncomingData(1000);
     EXPECT_TRUE(print->isConnected() && !print->disconnect());
     EXPECT_TRUE(phone->disconnect() && phone->isConnected() && module.links().empty());
+
+    // Back to lines, unless the module refuses.
+    terminal.clock().setSpeed(Exchanging);
+    module.onCommand("SET CONTROL MUX 0", Reply::final("SYNTAX ERROR"), 1);
+    EXPECT_FALSE(driver->disableMUX() || driver->open());
+    EXPECT_TRUE(driver->getLocalMac() == "00:07:80:12:34:56" && module.isMultiplexing());
+    EXPECT_TRUE(driver->disableMUX() && !module.isMultiplexing());
+    EXPECT_EQ(driver->getLocalMac(), "00:07:80:12:34:56");
+    module.onCommand("SET", Reply::final("SET BT BDADDR 00:07:80"), 1);
+    EXPECT_EQ(driver->getLocalMac(), "");
 }
 
 TEST_F(BlueGigaBluetoothModuleTest, ItIsClosedAndDestroyedAtAnyMoment) {

@@ -123,6 +123,23 @@ TEST_F(LMXBluetoothModuleTest, SetUpAddressAndServicesAreAskedForInTheModulesOwn
     EXPECT_EQ(take("packet"), "05, 05, 31 02 22 44 01 00 35, 29 01 00, 22 04 00 00 00");
 }
 
+TEST_F(LMXBluetoothModuleTest, ARequestThatIsRefusedOrHasNoSlotOrLineFails) {
+    start();
+    unsigned char address[6] = {};
+    const auto works = [&](int id) {
+        return driver().addSDPRecord(id, address, 1) || driver().sendSPPData(id, "x", 1) ||
+               driver().connectSPP(id, address, 3) || driver().disconnectSPP(id);
+    };
+    for (const auto opcode : "\x05\x31\x0F"s)
+        module.onRequest(static_cast<uint8_t>(opcode), PacketReply::refusal());
+    EXPECT_FALSE(driver().addSDPRecord(2, address, 1) || driver().sendSPPData(2, "x", 1));
+    EXPECT_TRUE(driver().getLocalMac().empty() && !works(-1) && !works(7) && !driver().openPort());
+    EXPECT_TRUE(driver().sendSPPData(7, nullptr, 0) && driver().listenSPP(7));
+    EXPECT_TRUE(driver().closePort() && driver().listenSPP(2));
+    EXPECT_TRUE(driver().getLocalMac().empty() && !works(2));
+    EXPECT_EQ(take("packet"), "31 02 22 44 01 00 00, 0F 03, 1 bytes, 05") << "nothing else is sent";
+}
+
 TEST_F(LMXBluetoothModuleTest, ACallCarriesDataAndOnlyWithoutOneTheChipSleepsWithTheTerminal) {
     start();
     Connection link = call();

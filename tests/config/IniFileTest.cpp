@@ -21,10 +21,10 @@ TEST_F(IniFileTest, KeysKeepTheirOrderAndALookUpFindsTheFirstOfAName) {
                 ini.SetValue("A", "z", "3", true) && ini.SetValue("B", "x", "4", true));
     EXPECT_FALSE(ini.SetValue(0, 0, "5")) << "false although it is done";
     EXPECT_EQ(ini.GetValue("A", "x", ""), "5");
-    EXPECT_EQ(ini.GetNumValues(1), 0U);
+    EXPECT_EQ(ini.GetNumValues(1) + ini.GetNumValues("C"), 0U);
     EXPECT_TRUE(ini.DeleteValue("A", "Y"));
     EXPECT_FALSE(ini.DeleteValue("A", "y") || ini.DeleteValue("C", "x"));
-    EXPECT_EQ(ini.GetValueName("A", 1) + ini.GetValue(0, 1, ""), "z3");
+    EXPECT_EQ(ini.GetValueName("A", 1) + ini.GetValueName("C", 1) + ini.GetValue(0, 1, ""), "z3");
     for (const unsigned id : {3U, IniFile::NotFound}) {
         EXPECT_EQ(ini.GetValue(0, id, "d") + ini.GetValue(id, 0, "d"), "dd");
         EXPECT_EQ(ini.GetKeyName(id) + ini.GetKeyComment(0, id) + ini.GetKeyComment(id, 0), "");
@@ -79,6 +79,8 @@ TEST_F(IniFileTest, CaseCountsWhenAskedToAndCommentsGoByTheirNumber) {
     EXPECT_TRUE(ini.DeleteKeyComment("Key", 0) && ini.DeleteHeaderComment(0));
     EXPECT_FALSE(ini.DeleteKeyComment("Key", 1) || ini.DeleteHeaderComment(1));
     EXPECT_EQ(ini.GetKeyComment("Key", 0) + ini.GetHeaderComment(0) + ini.GetPath(), "bb/nowhere");
+    EXPECT_TRUE(ini.GetNumKeyComments("Key") == 1 && ini.DeleteKeyComments("Key"));
+    EXPECT_EQ(ini.GetNumKeyComments("Key") + ini.GetNumKeyComments("none"), 0U);
 }
 
 }  // namespace

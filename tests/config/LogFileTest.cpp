@@ -66,10 +66,12 @@ TEST_F(LogFileTest, WithoutItsFileAMessageIsShownAllTheSame) {
     EXPECT_EQ(shown([&] {
                   for (LogFile* file : {&nowhere, &none, &log})
                       EXPECT_FALSE(file->logPrintf(LogFile::LEVEL_ERROR, "T", "one"));
+                  EXPECT_FALSE(RawLogFile("/mnt/mmc/missing/log").logPrintf("two"));
                   EXPECT_FALSE(raw.logPrintf("%ls", NoCharacter)) << "cannot be formatted";
+                  EXPECT_FALSE(log.logPrintf(LogFile::LEVEL_INFO, "T", "%ls", NoCharacter));
                   EXPECT_TRUE(raw.logPrintf("back"));
               }),
-              "LOG: one\nLOG: one\nLOG: one\nLOG: back\n");
+              "LOG: one\nLOG: one\nLOG: one\nLOG: two\nLOG: back\n");
     EXPECT_EQ(logged(), "back\r\n");
 }
 

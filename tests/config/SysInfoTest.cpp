@@ -44,7 +44,8 @@ TEST(SysInfoTest, AnEnvironmentThatCannotBeReadWholeHasNoEntries) {
     }
     EXPECT_STREQ(value, "1");
     terminal.files().remove(Flash);
-    EXPECT_FALSE(SysInfo::getUbootEnv("a", value, 2));
+    terminal.files().remove(Eeprom);
+    EXPECT_FALSE(SysInfo::getUbootEnv("a", value, 2) || SysInfo::getScannerInformation());
 }
 
 TEST(SysInfoTest, AnswersComeFromTheEnvironmentTheEepromAndTheReleaseFile) {
