@@ -129,7 +129,7 @@ TEST_F(GprsPppTest, ADaemonThatDoesNotComeUpIsEndedWhateverItIsTold) {
         EXPECT_FALSE(hasPidFile() || GprsPpp::isRunning());
         EXPECT_EQ(::waitpid(-1, nullptr, WNOHANG), -1) << "it has been waited for";
     }
-    GPRSPPP_PARAMETERS any;
+    GPRSPPP_PARAMETERS any{};
     EXPECT_FALSE(GprsPpp::start(nullptr, &any) || GprsPpp::start(Device, nullptr));
 }
 
