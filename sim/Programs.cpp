@@ -172,7 +172,10 @@ std::string Programs::hostPathOf(const std::string& program) const {
     return SIM_REAL(access)(path.c_str(), X_OK) == 0 ? path : "";
 }
 
+/// Plain words only: what the shell takes for more (another command, a file) would be the host's.
 std::string Programs::hostCommandOf(const std::string& command) const {
+    if (command.find_first_of(";&|<>`$(){}\n") != std::string::npos)
+        return "";
     const size_t end = std::min(command.find(' '), command.size());
     const std::string program = hostPathOf(command.substr(0, end));
     if (program.empty())
