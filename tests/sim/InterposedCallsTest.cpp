@@ -230,6 +230,34 @@ TEST_F(InterposedCallsTest, WhatWouldChangeTheHostIsRefused) {
     EXPECT_EQ(pthread_create(&thread, nullptr, nothing, nullptr), EAGAIN);
 }
 
+TEST_F(InterposedCallsTest, ClosingEveryDescriptorLeavesTheTerminalItsOwn) {
+    constexpr int First = 3, Last = 1023;
+    const auto closeOneByOne = [] {
+        for (int fd = First; fd <= Last; ++fd)
+            close(fd);
+    };
+    for (const std::function<void()>& closeAll : {std::function<void()>(closeOneByOne),
+                                                  {[] { close_range(First, ~0U, 0); }},
+                                                  {[] { close_range(First, Last, 0); }},
+                                                  {[] { closefrom(First); }}}) {
+        const int line = open(Line, O_RDWR);
+        const int null = open("/dev/null", O_RDWR);
+        closeAll();
+        EXPECT_FALSE(terminal.barcodeLine().isOpen());
+        for (const int fd : {line, null})
+            EXPECT_EQ(errorOf([=] { return fcntl(fd, F_GETFD); }), EBADF);
+        int own = First;
+        while (own < Last && fcntl(own, F_GETFD) < 0)
+            ++own;
+        EXPECT_EQ(errorOf([=] { return dup2(0, own); }), EBUSY);
+        EXPECT_EQ(errorOf([=] { return dup3(0, own, O_CLOEXEC); }), EBUSY);
+        EXPECT_EQ(system("modprobe ohci-hcd"), 0) << "the door is open";
+        const io::FileDescriptor again(open(Line, O_RDWR));
+        EXPECT_EQ(write(again.get(), bytes, 4), 4);
+        EXPECT_EQ(tcdrain(again.get()), 0) << "the device reads";
+    }
+}
+
 TEST_F(InterposedCallsTest, SocketsOnTheTerminalsPathsLieBelowItsRootFolder) {
     sockaddr_un address{AF_UNIX, "/tmp/wpa_ctrl_test-1"};
     auto* const generic = reinterpret_cast<sockaddr*>(&address);

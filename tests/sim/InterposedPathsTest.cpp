@@ -20,6 +20,7 @@
 #include <filesystem>
 #include <fstream>
 
+#include "io/FileDescriptor.h"
 #include "power/BoardProtocol.h"
 #include "sim/Spellings.h"
 #include "support/TerminalTest.h"
@@ -69,7 +70,6 @@ struct statvfs fs3;
 struct statvfs64 fs4;
 char text[16];
 dev_t noDevice = 0;
-const int watcher = inotify_init();
 
 /// The descriptor of a stream, which is closed.
 int of(FILE* stream) {
@@ -79,6 +79,11 @@ int of(FILE* stream) {
         fclose(stream);
     errno = error;
     return fd;
+}
+
+int watch(const char* path) {
+    const io::FileDescriptor watcher(inotify_init());
+    return inotify_add_watch(watcher.get(), path, IN_ACCESS);
 }
 
 using Argument = const char*;
@@ -107,7 +112,7 @@ constexpr Spellings Others[] = {
     Spellings("statfs", 0, CALL(statfs(x, &fs1)), CALL(statfs64(x, &fs2)), CALL(statvfs(x, &fs3)),
               CALL(statvfs64(x, &fs4))),
     Spellings("access", 0, CALL(access(x, F_OK)), CALL(faccessat(-1, x, F_OK, 0))),
-    Spellings("inotify_add_watch", 0, CALL(inotify_add_watch(watcher, x, IN_ACCESS))),
+    Spellings("inotify_add_watch", 0, CALL(watch(x))),
     Spellings("chdir", ENOTDIR, CALL(chdir(x))),
     Spellings("opendir", ENOTDIR, CALL(opendir(x) ? 0 : -1)),
     Spellings("readlink", EINVAL, CALL(readlink(x, text, 9)), CALL(readlinkat(-1, x, text, 9)),
