@@ -18,6 +18,7 @@
 #include <stdexcept>
 
 #include "sim/HostTime.h"
+#include "sim/posix/Descriptors.h"
 #include "sim/posix/Real.h"
 #include "sim/programs/DoorProtocol.h"
 
@@ -74,8 +75,9 @@ std::string packed(const Words& words) {
 Programs::Programs(Journal& eventJournal, const RootFolder& rootFolder)
     : journal(eventJournal), files(rootFolder), owner(getpid()), folder(programFolder()),
       environment(std::string(door::RootVariable) + "=" + rootFolder.hostPath("")),
-      listener(SIM_REAL(socket)(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0)),
-      wakeUp(eventfd(0, EFD_NONBLOCK | EFD_CLOEXEC)) {
+      listener(
+          Descriptors::get().keep(SIM_REAL(socket)(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0))),
+      wakeUp(Descriptors::get().keep(eventfd(0, EFD_NONBLOCK | EFD_CLOEXEC))) {
     sockaddr_un address{};
     address.sun_family = AF_UNIX;
     const std::string path = files.hostPath(door::SocketPath);
@@ -93,8 +95,8 @@ Programs::Programs(Journal& eventJournal, const RootFolder& rootFolder)
 
 Programs::~Programs() {
     shutDown();
-    SIM_REAL(close)(listener);
-    SIM_REAL(close)(wakeUp);
+    Descriptors::get().closeKept(listener);
+    Descriptors::get().closeKept(wakeUp);
 }
 
 void Programs::shutDown() {
@@ -108,7 +110,7 @@ void Programs::shutDown() {
             SIM_REAL(kill)(visitor.second.process, SIGKILL);
             noteEnd(visitor.second);
         }
-        SIM_REAL(close)(visitor.first);
+        Descriptors::get().closeKept(visitor.first);
     }
     visitors.clear();
     const HostTime hostTime;
@@ -172,7 +174,10 @@ std::string Programs::hostPathOf(const std::string& program) const {
     return SIM_REAL(access)(path.c_str(), X_OK) == 0 ? path : "";
 }
 
+/// Plain words only: what the shell takes for more (another command, a file) would be the host's.
 std::string Programs::hostCommandOf(const std::string& command) const {
+    if (command.find_first_of(";&|<>`$(){}\n") != std::string::npos)
+        return "";
     const size_t end = std::min(command.find(' '), command.size());
     const std::string program = hostPathOf(command.substr(0, end));
     if (program.empty())
@@ -196,7 +201,7 @@ void Programs::serve() {
         for (size_t i = 2; i < waited.size(); ++i) {
             if (!waited[i].revents || hear(waited[i].fd))
                 continue;
-            SIM_REAL(close)(waited[i].fd);
+            Descriptors::get().closeKept(waited[i].fd);
             const std::lock_guard<std::mutex> held(mutex);
             const auto gone = visitors.find(waited[i].fd);
             noteEnd(gone->second);
@@ -207,9 +212,12 @@ void Programs::serve() {
 }
 
 void Programs::letIn() {
-    const int socket = SIM_REAL(accept4)(listener, nullptr, nullptr, SOCK_CLOEXEC);
-    if (socket < 0)
+    const int socket =
+        Descriptors::get().keep(SIM_REAL(accept4)(listener, nullptr, nullptr, SOCK_CLOEXEC));
+    if (socket < 0) {
+        pauseBriefly();  // none is free: the program stays at the door
         return;
+    }
     const std::lock_guard<std::mutex> held(mutex);
     visitors[socket];
 }

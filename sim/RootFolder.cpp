@@ -23,7 +23,7 @@ std::string makeTemporary() {
     std::string folder;
     for (const fs::path& place : {fs::path("/dev/shm"), fs::temp_directory_path()}) {
         folder = (place / "terminal-XXXXXX").string();
-        if ((place != "/dev/shm" || !getenv("TMPDIR")) && mkdtemp(folder.data()))
+        if ((place != "/dev/shm" || !getenv("TMPDIR")) && SIM_REAL(mkdtemp)(folder.data()))
             return fs::canonical(folder).string();
     }
     throw std::runtime_error("cannot make the terminal's root folder " + folder);

@@ -15,6 +15,7 @@
 
 #include "sim/HostTime.h"
 #include "sim/SerialFile.h"
+#include "sim/posix/Descriptors.h"
 #include "sim/posix/Real.h"
 
 namespace sim {
@@ -66,7 +67,7 @@ void setNonBlocking(int fd) { fcntl(fd, F_SETFL, fcntl(fd, F_GETFL) | O_NONBLOCK
 
 SerialLine::SerialLine(std::string lineName, Journal& lineJournal)
     : name(std::move(lineName)), journal(lineJournal),
-      wakeUp(eventfd(0, EFD_NONBLOCK | EFD_CLOEXEC)) {
+      wakeUp(Descriptors::get().keep(eventfd(0, EFD_NONBLOCK | EFD_CLOEXEC))) {
     if (!createPair() || wakeUp < 0)
         throw std::runtime_error("no pseudo-terminal for line " + name);
     server.start([this] { serve(); });
@@ -75,7 +76,7 @@ SerialLine::SerialLine(std::string lineName, Journal& lineJournal)
 SerialLine::~SerialLine() {
     shutDown();
     closePair();
-    SIM_REAL(close)(wakeUp);
+    Descriptors::get().closeKept(wakeUp);
 }
 
 void SerialLine::shutDown() {
@@ -94,13 +95,13 @@ void SerialLine::shutDown() {
 bool SerialLine::createPair() {
     const HostTime hostTime;
     nearPath.clear();
-    farEnd = posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC);
+    farEnd = Descriptors::get().keep(posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC));
     char path[64];
     if (farEnd < 0 || grantpt(farEnd) != 0 || unlockpt(farEnd) != 0 ||
         ptsname_r(farEnd, path, sizeof path) != 0)
         return false;
     nearPath = path;
-    keeper = SIM_REAL(open)(path, O_RDWR | O_NOCTTY | O_CLOEXEC);
+    keeper = Descriptors::get().keep(SIM_REAL(open)(path, O_RDWR | O_NOCTTY | O_CLOEXEC));
     SIM_REAL(tcgetattr)(keeper, &lineSettings);
     cfsetispeed(&lineSettings, B9600);
     cfsetospeed(&lineSettings, B9600);
@@ -115,8 +116,8 @@ bool SerialLine::createPair() {
 }
 
 void SerialLine::closePair() {
-    SIM_REAL(close)(farEnd);
-    SIM_REAL(close)(keeper);
+    Descriptors::get().closeKept(farEnd);
+    Descriptors::get().closeKept(keeper);
     farEnd = keeper = -1;
 }
 

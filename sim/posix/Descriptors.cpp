@@ -74,10 +74,24 @@ int Descriptors::duplicate(int from, int to) {
     return to;
 }
 
+int Descriptors::keep(int descriptor) {
+    if (descriptor >= 0 && descriptor < Most)
+        kept[static_cast<size_t>(descriptor)] = true;
+    return descriptor;
+}
+
+void Descriptors::closeKept(int descriptor) {
+    if (descriptor >= 0 && descriptor < Most)
+        kept[static_cast<size_t>(descriptor)] = false;
+    SIM_REAL(close)(descriptor);
+}
+
 void Descriptors::disown() {
     files.clear();
-    for (auto& isTaken : taken)
-        isTaken = false;
+    for (auto* const table : {&taken, &kept}) {
+        for (auto& mark : *table)
+            mark = false;
+    }
 }
 
 void Descriptors::forgetAll() {

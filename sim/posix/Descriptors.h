@@ -27,6 +27,13 @@ public:
     /// set when there is no room for it.
     int duplicate(int from, int to);
 
+    /// A descriptor of the simulator's own, which the program can neither close nor replace.
+    int keep(int descriptor);
+    void closeKept(int descriptor);
+    bool isKept(int descriptor) const {
+        return descriptor >= 0 && descriptor < Most && kept[static_cast<size_t>(descriptor)];
+    }
+
     /// Whoever changes the table holds this.
     std::unique_lock<std::mutex> hold() { return std::unique_lock<std::mutex>(mutex); }
 
@@ -40,10 +47,10 @@ public:
         return descriptor >= 0 && descriptor < Most && taken[static_cast<size_t>(descriptor)];
     }
 
-private:
-    static constexpr int Most = 4096;
+    static constexpr int Most = 4096;  ///< those above are not looked after
 
-    std::array<std::atomic<bool>, Most> taken{};
+private:
+    std::array<std::atomic<bool>, Most> taken{}, kept{};
     std::mutex mutex;
     std::unordered_map<int, std::shared_ptr<OpenFile>> files;  // guarded by mutex
 };

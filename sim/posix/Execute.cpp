@@ -1,8 +1,10 @@
 // Starting programs: the terminal's own run in place of those that are named; no program of the
 // host is the terminal's.
 
+#include <fcntl.h>
 #include <spawn.h>
 #include <unistd.h>
+#include <wordexp.h>
 
 #include <cerrno>
 #include <cstdarg>
@@ -91,6 +93,12 @@ FILE* popen(const char* command, const char*) {
     errno = error != 0 ? error : ENOENT;
     return nullptr;
 }
+FILE* _IO_popen(const char* command, const char* mode) { return popen(command, mode); }
+
+/// Commands among the words would be the host's.
+int wordexp(const char* words, wordexp_t* result, int flags) {
+    return SIM_REAL(wordexp)(words, result, flags | WRDE_NOCMD);
+}
 
 int execve(const char* path, char* const* arguments, char* const* environment) noexcept {
     return execute(path, arguments, environment);
@@ -146,6 +154,22 @@ int posix_spawnp(pid_t* process, const char* file, const posix_spawn_file_action
                  const posix_spawnattr_t* attributes, char* const* arguments,
                  char* const* environment) {
     return spawn(process, file, actions, attributes, arguments, environment);
+}
+
+/// What the child is to open. A device does not outlive the process that has it.
+int posix_spawn_file_actions_addopen(posix_spawn_file_actions_t* actions, int fd, const char* path,
+                                     int flags, mode_t mode) noexcept {
+    const sim::Route found = sim::route("open", AT_FDCWD, path, sim::opensForWriting(flags));
+    switch (found.kind) {
+    case sim::Route::Host:
+        return SIM_REAL(posix_spawn_file_actions_addopen)(actions, fd, path, flags, mode);
+    case sim::Route::File:
+        return SIM_REAL(posix_spawn_file_actions_addopen)(actions, fd, found.place.hostPath.c_str(),
+                                                          flags, mode);
+    case sim::Route::Node: return ENXIO;
+    case sim::Route::Nothing: break;
+    }
+    return found.place.error;
 }
 
 }  // extern "C"

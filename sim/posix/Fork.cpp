@@ -35,4 +35,11 @@ void inChild() {
 
 }  // namespace
 
-extern "C" pid_t fork() noexcept { return sim::failsByFault("fork") ? -1 : SIM_REAL(fork)(); }
+extern "C" {
+
+pid_t fork() noexcept { return sim::failsByFault("fork") ? -1 : SIM_REAL(fork)(); }
+
+/// A child that shares the memory would change the parent's descriptors.
+pid_t vfork() noexcept { return fork(); }
+
+}  // extern "C"

@@ -19,8 +19,6 @@ using sim::Route;
 
 namespace {
 
-bool writes(int flags) { return (flags & O_ACCMODE) != O_RDONLY || (flags & (O_TRUNC | O_CREAT)); }
-
 /// Cancellation is off while a device is opened, so that no descriptor is lost half way.
 int openNode(const Route& found, int flags) {
     const sim::CancellationOff uncancelled;
@@ -29,7 +27,7 @@ int openNode(const Route& found, int flags) {
 }
 
 int openAt(int folder, const char* path, int flags, mode_t mode) {
-    const Route found = sim::route("open", folder, path, writes(flags));
+    const Route found = sim::route("open", folder, path, sim::opensForWriting(flags));
     switch (found.kind) {
     case Route::Host: return SIM_REAL(openat)(folder, path, flags, mode);
     case Route::File: return SIM_REAL(openat)(AT_FDCWD, found.place.hostPath.c_str(), flags, mode);
@@ -179,6 +177,23 @@ FILE* freopen(const char* path, const char* mode, FILE* stream) {
 FILE* freopen64(const char* path, const char* mode, FILE* stream) {
     return reopenStream(path, mode, stream, SIM_REAL(freopen64));
 }
+
+// Names of former headers.
+int __open(const char* path, int flags, ...) {
+    va_list arguments;
+    va_start(arguments, flags);
+    const mode_t mode = creationMode(flags, arguments);
+    va_end(arguments);
+    return openAt(AT_FDCWD, path, flags, mode);
+}
+int __open64(const char* path, int flags, ...) {
+    va_list arguments;
+    va_start(arguments, flags);
+    const mode_t mode = creationMode(flags, arguments);
+    va_end(arguments);
+    return openAt(AT_FDCWD, path, flags | O_LARGEFILE, mode);
+}
+FILE* _IO_fopen(const char* path, const char* mode) { return fopen(path, mode); }
 
 FILE* fdopen(int descriptor, const char* mode) noexcept {
     return sim::Descriptors::get().has(descriptor) ? streamOn(descriptor, mode)

@@ -4,10 +4,12 @@
 
 #include <dirent.h>
 #include <fcntl.h>
+#include <sys/inotify.h>
 #include <sys/stat.h>
 #include <sys/statfs.h>
 #include <sys/statvfs.h>
 #include <sys/time.h>
+#include <sys/xattr.h>
 #include <unistd.h>
 #include <utime.h>
 
@@ -15,6 +17,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <string>
 
 #include "sim/posix/Real.h"
 #include "sim/posix/Router.h"
@@ -108,6 +111,22 @@ int statvfs64(const char* path, struct statvfs64* status) noexcept {
                   [=](int, const char* host) { return SIM_REAL(statvfs64)(host, status); });
 }
 
+// What programs built with former headers call; the version of the record goes without saying.
+int __xstat(int, const char* path, struct stat* status) noexcept { return stat(path, status); }
+int __xstat64(int, const char* path, struct stat64* status) noexcept {
+    return stat64(path, status);
+}
+int __lxstat(int, const char* path, struct stat* status) noexcept { return lstat(path, status); }
+int __lxstat64(int, const char* path, struct stat64* status) noexcept {
+    return lstat64(path, status);
+}
+int __fxstatat(int, int folder, const char* path, struct stat* status, int flags) noexcept {
+    return fstatat(folder, path, status, flags);
+}
+int __fxstatat64(int, int folder, const char* path, struct stat64* status, int flags) noexcept {
+    return fstatat64(folder, path, status, flags);
+}
+
 int faccessat(int folder, const char* path, int mode, int flags) noexcept {
     return onPath(
         "access", folder, path, (mode & W_OK) != 0, -1,
@@ -124,6 +143,17 @@ DIR* opendir(const char* path) {
             errno = ENOTDIR;
             return nullptr;
         });
+}
+
+int inotify_add_watch(int fd, const char* path, uint32_t events) noexcept {
+    return lookAt("inotify_add_watch", AT_FDCWD, path, [=](int, const char* host) {
+        return SIM_REAL(inotify_add_watch)(fd, host, events);
+    });
+}
+
+int chdir(const char* path) noexcept {
+    return lookAt("chdir", AT_FDCWD, path,
+                  [](int, const char* host) { return SIM_REAL(chdir)(host); });
 }
 
 ssize_t readlinkat(int folder, const char* path, char* buffer, size_t size) noexcept {
@@ -171,6 +201,12 @@ int mknodat(int folder, const char* path, mode_t mode, dev_t device) noexcept {
 int mknod(const char* path, mode_t mode, dev_t device) noexcept {
     return mknodat(AT_FDCWD, path, mode, device);
 }
+int __xmknodat(int, int folder, const char* path, mode_t mode, dev_t* device) noexcept {
+    return mknodat(folder, path, mode, *device);
+}
+int __xmknod(int, const char* path, mode_t mode, dev_t* device) noexcept {
+    return mknodat(AT_FDCWD, path, mode, *device);
+}
 int mkfifoat(int folder, const char* path, mode_t mode) noexcept {
     return changePath("mkfifo", folder, path,
                       [=](int at, const char* host) { return SIM_REAL(mkfifoat)(at, host, mode); });
@@ -205,9 +241,39 @@ int utimes(const char* path, const timeval times[2]) noexcept {
     return changePath("utimes", AT_FDCWD, path,
                       [=](int, const char* host) { return SIM_REAL(utimes)(host, times); });
 }
+int lutimes(const char* path, const timeval times[2]) noexcept {
+    return changePath("utimes", AT_FDCWD, path,
+                      [=](int, const char* host) { return SIM_REAL(lutimes)(host, times); });
+}
+int futimesat(int folder, const char* path, const timeval times[2]) noexcept {
+    return changePath("utimes", folder, path, [=](int at, const char* host) {
+        return SIM_REAL(futimesat)(at, host, times);
+    });
+}
 int utime(const char* path, const utimbuf* times) noexcept {
     return changePath("utimes", AT_FDCWD, path,
                       [=](int, const char* host) { return SIM_REAL(utime)(host, times); });
+}
+
+int setxattr(const char* path, const char* name, const void* value, size_t size,
+             int flags) noexcept {
+    return changePath("setxattr", AT_FDCWD, path, [=](int, const char* host) {
+        return SIM_REAL(setxattr)(host, name, value, size, flags);
+    });
+}
+int lsetxattr(const char* path, const char* name, const void* value, size_t size,
+              int flags) noexcept {
+    return changePath("setxattr", AT_FDCWD, path, [=](int, const char* host) {
+        return SIM_REAL(lsetxattr)(host, name, value, size, flags);
+    });
+}
+int removexattr(const char* path, const char* name) noexcept {
+    return changePath("removexattr", AT_FDCWD, path,
+                      [=](int, const char* host) { return SIM_REAL(removexattr)(host, name); });
+}
+int lremovexattr(const char* path, const char* name) noexcept {
+    return changePath("removexattr", AT_FDCWD, path,
+                      [=](int, const char* host) { return SIM_REAL(lremovexattr)(host, name); });
 }
 
 int truncate(const char* path, off_t size) noexcept {
@@ -243,9 +309,16 @@ int link(const char* from, const char* to) noexcept {
     return linkat(AT_FDCWD, from, AT_FDCWD, to, 0);
 }
 
-/// A link to a path of the terminal would lead to the host's.
+/// A link to a path of the terminal would lead to the host's, but for one among its files. What is
+/// relative counts from the link's own folder.
 int symlinkat(const char* target, int folder, const char* path) noexcept {
-    if (sim::route("symlink", AT_FDCWD, target, Looks).kind != Route::Host)
+    const std::string link = path, leadsTo = target;
+    const bool isRelative = !leadsTo.empty() && leadsTo[0] != '/';
+    const std::string from = isRelative ? link.substr(0, link.rfind('/') + 1) : "";
+    const bool leadsAmongFiles = isRelative && leadsTo.find("..") == std::string::npos &&
+                                 sim::route("", folder, path, Looks).kind != Route::Host;
+    if (!leadsAmongFiles &&
+        sim::route("", folder, (from + leadsTo).c_str(), Looks).kind != Route::Host)
         return sim::failWith(EPERM);
     return changePath("symlink", folder, path, [=](int at, const char* host) {
         return SIM_REAL(symlinkat)(target, at, host);

@@ -24,6 +24,9 @@ struct Route {
 /// are answered here.
 Route route(const char* call, int folder, const char* path, bool forWriting);
 
+/// Whether an open with these flags changes anything.
+bool opensForWriting(int flags);
+
 /// The error that a fault rule has for this call, or 0. For calls that are not about a path.
 int faultOf(const char* call, const std::string& path = {});
 

@@ -46,8 +46,13 @@ template <class Call> auto atAddress(const char* name, const sockaddr* address, 
 
 extern "C" {
 
+/// The other domains reach the host's interfaces and adapters.
 int socket(int domain, int type, int protocol) noexcept {
-    return sim::failsByFault("socket") ? -1 : SIM_REAL(socket)(domain, type, protocol);
+    if (sim::failsByFault("socket"))
+        return -1;
+    if (domain != AF_UNIX && domain != AF_INET && domain != AF_INET6)
+        return sim::failWith(EAFNOSUPPORT);
+    return SIM_REAL(socket)(domain, type, protocol);
 }
 
 int bind(int fd, const sockaddr* address, socklen_t size) noexcept {
@@ -79,6 +84,17 @@ ssize_t sendmsg(int fd, const msghdr* message, int flags) {
                          placed.msg_namelen = placeSize;
                          return SIM_REAL(sendmsg)(fd, &placed, flags);
                      });
+}
+
+int sendmmsg(int fd, mmsghdr* messages, unsigned count, int flags) {
+    unsigned sent = 0;
+    for (; sent < count; ++sent) {
+        const ssize_t size = ::sendmsg(fd, &messages[sent].msg_hdr, flags);
+        if (size < 0)
+            break;
+        messages[sent].msg_len = static_cast<unsigned>(size);
+    }
+    return sent == 0 && count > 0 ? -1 : static_cast<int>(sent);
 }
 
 }  // extern "C"

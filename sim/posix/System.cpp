@@ -1,15 +1,14 @@
-// What changes the system or other processes: done to the simulated terminal, or refused.
+// What changes the system: done to the simulated terminal, or refused.
 
+#include <sched.h>
+#include <sys/klog.h>
 #include <sys/mount.h>
+#include <sys/quota.h>
 #include <sys/reboot.h>
 #include <sys/swap.h>
 #include <unistd.h>
 
 #include <cerrno>
-#include <csignal>
-#include <cstdio>
-#include <fstream>
-#include <string>
 
 #include "sim/Cancellation.h"
 #include "sim/HostTime.h"
@@ -20,42 +19,6 @@ using sim::failWith;
 using sim::Terminal;
 
 namespace {
-
-pid_t parentOf(pid_t process) {
-    std::ifstream status("/proc/" + std::to_string(process) + "/stat");
-    std::string text;
-    std::getline(status, text);
-    const size_t name = text.rfind(')');  // the name may hold anything, brackets too
-    if (name == std::string::npos)
-        return 0;
-    char state = 0;
-    int parent = 0;
-    return sscanf(text.c_str() + name + 1, " %c %d", &state, &parent) == 2 ? parent : 0;
-}
-
-/// A program may signal itself and what it has started, also in the background, nobody else.
-bool isOwnProcess(pid_t process) {
-    const sim::CancellationOff uncancelled;
-    Terminal* const terminal = Terminal::current();
-    if (terminal && process > 1 && terminal->programs().isRunning(process))
-        return true;
-    for (const pid_t self = getpid(); process > 1; process = parentOf(process)) {
-        if (process == self)
-            return true;
-    }
-    return false;
-}
-
-/// Signals go to the program's own processes only. The terminal's other processes may not be
-/// signalled; what does not exist on the host does not on the terminal either.
-template <class Send> int signalProcess(pid_t process, Send send) {
-    if (sim::failsByFault("kill"))
-        return -1;
-    if (isOwnProcess(process < -1 ? -process : process))  // negative: a group, by its leader
-        return send();
-    const bool exists = SIM_REAL(kill)(process, 0) == 0 || errno == EPERM;
-    return failWith(exists ? EPERM : ESRCH);
-}
 
 /// The terminal whose mounts are changed: the process's own, not one that a child has inherited.
 Terminal* mountTerminal() {
@@ -100,15 +63,21 @@ int chroot(const char*) noexcept { return failWith(EPERM); }
 int init_module(void*, unsigned long, const char*) { return failWith(EPERM); }
 int finit_module(int, const char*, int) { return failWith(EPERM); }
 int delete_module(const char*, unsigned) { return failWith(EPERM); }
+int acct(const char*) noexcept { return failWith(EPERM); }
+int klogctl(int, char*, int) noexcept { return failWith(EPERM); }
+int quotactl(int, const char*, int, caddr_t) noexcept { return failWith(EPERM); }
+int setns(int, int) noexcept { return failWith(EPERM); }
+int iopl(int) noexcept { return failWith(EPERM); }
+int ioperm(unsigned long, unsigned long, int) noexcept { return failWith(EPERM); }
 
-int kill(pid_t process, int signal) noexcept {
-    return signalProcess(process, [=] { return SIM_REAL(kill)(process, signal); });
-}
-int killpg(pid_t group, int signal) noexcept {
-    return signalProcess(group, [=] { return SIM_REAL(killpg)(group, signal); });
-}
-int sigqueue(pid_t process, int signal, const union sigval value) noexcept {
-    return signalProcess(process, [=] { return SIM_REAL(sigqueue)(process, signal, value); });
+// Mounting in steps. The terminal's kernel has only mount().
+int fsopen(const char*, unsigned) noexcept { return failWith(EPERM); }
+int fspick(int, const char*, unsigned) noexcept { return failWith(EPERM); }
+int fsmount(int, unsigned, unsigned) noexcept { return failWith(EPERM); }
+int open_tree(int, const char*, unsigned) noexcept { return failWith(EPERM); }
+int move_mount(int, const char*, int, const char*, unsigned) noexcept { return failWith(EPERM); }
+int mount_setattr(int, const char*, unsigned, struct mount_attr*, size_t) noexcept {
+    return failWith(EPERM);
 }
 
 int pthread_create(pthread_t* thread, const pthread_attr_t* attributes, void* (*body)(void*),

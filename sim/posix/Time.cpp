@@ -4,6 +4,7 @@
 #include <semaphore.h>
 #include <sys/time.h>
 #include <sys/timex.h>
+#include <threads.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -116,11 +117,18 @@ time_t time(time_t* result) noexcept {
     return now;
 }
 
+int timespec_get(timespec* now, int base) noexcept {
+    return base == TIME_UTC && clock_gettime(CLOCK_REALTIME, now) == 0 ? base : 0;
+}
+
 int clock_settime(clockid_t clock, const timespec* now) noexcept {
     if (clock != CLOCK_REALTIME || !isValid(*now))
         return sim::failWith(EINVAL);
     return setWall(fromTimespec(*now));
 }
+
+/// Of former headers.
+int stime(const time_t* now) { return setWall(std::chrono::seconds(*now)); }
 
 int settimeofday(const timeval* now, const struct timezone*) noexcept {
     if (!now)
@@ -198,9 +206,57 @@ int pthread_mutex_clocklock(pthread_mutex_t* mutex, clockid_t clock,
     return SIM_REAL(pthread_mutex_clocklock)(mutex, clock, &deadline);
 }
 
+int pthread_rwlock_timedrdlock(pthread_rwlock_t* lock, const timespec* until) noexcept {
+    const timespec deadline = hostDeadline(CLOCK_REALTIME, *until);
+    return SIM_REAL(pthread_rwlock_timedrdlock)(lock, &deadline);
+}
+int pthread_rwlock_timedwrlock(pthread_rwlock_t* lock, const timespec* until) noexcept {
+    const timespec deadline = hostDeadline(CLOCK_REALTIME, *until);
+    return SIM_REAL(pthread_rwlock_timedwrlock)(lock, &deadline);
+}
+int pthread_rwlock_clockrdlock(pthread_rwlock_t* lock, clockid_t clock,
+                               const timespec* until) noexcept {
+    const timespec deadline = hostDeadline(clock, *until);
+    return SIM_REAL(pthread_rwlock_clockrdlock)(lock, clock, &deadline);
+}
+int pthread_rwlock_clockwrlock(pthread_rwlock_t* lock, clockid_t clock,
+                               const timespec* until) noexcept {
+    const timespec deadline = hostDeadline(clock, *until);
+    return SIM_REAL(pthread_rwlock_clockwrlock)(lock, clock, &deadline);
+}
+
 int sem_timedwait(sem_t* semaphore, const timespec* until) {
     const timespec deadline = hostDeadline(CLOCK_REALTIME, *until);
     return SIM_REAL(sem_timedwait)(semaphore, &deadline);
+}
+int sem_clockwait(sem_t* semaphore, clockid_t clock, const timespec* until) {
+    const timespec deadline = hostDeadline(clock, *until);
+    return SIM_REAL(sem_clockwait)(semaphore, clock, &deadline);
+}
+
+// Without a deadline these two wait for ever.
+int pthread_timedjoin_np(pthread_t thread, void** result, const timespec* until) {
+    const timespec deadline = until ? hostDeadline(CLOCK_REALTIME, *until) : timespec{};
+    return SIM_REAL(pthread_timedjoin_np)(thread, result, until ? &deadline : nullptr);
+}
+int pthread_clockjoin_np(pthread_t thread, void** result, clockid_t clock, const timespec* until) {
+    const timespec deadline = until ? hostDeadline(clock, *until) : timespec{};
+    return SIM_REAL(pthread_clockjoin_np)(thread, result, clock, until ? &deadline : nullptr);
+}
+
+int cnd_timedwait(cnd_t* condition, mtx_t* mutex, const timespec* until) {
+    const timespec deadline = hostDeadline(CLOCK_REALTIME, *until);
+    return SIM_REAL(cnd_timedwait)(condition, mutex, &deadline);
+}
+int mtx_timedlock(mtx_t* mutex, const timespec* until) {
+    const timespec deadline = hostDeadline(CLOCK_REALTIME, *until);
+    return SIM_REAL(mtx_timedlock)(mutex, &deadline);
+}
+int thrd_sleep(const timespec* duration, timespec* left) {
+    constexpr int Interrupted = -1, Failed = -2;
+    if (nanosleep(duration, left) == 0)
+        return 0;
+    return errno == EINTR ? Interrupted : Failed;
 }
 
 }  // extern "C"

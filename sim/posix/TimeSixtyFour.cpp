@@ -9,10 +9,13 @@
 #include <poll.h>
 #include <pthread.h>
 #include <semaphore.h>
+#include <sys/epoll.h>
 #include <sys/ioctl.h>
 #include <sys/select.h>
+#include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/time.h>
+#include <threads.h>
 #include <unistd.h>
 #include <utime.h>
 
@@ -161,12 +164,60 @@ int __pthread_mutex_timedlock64(pthread_mutex_t* mutex, const Timespec64* until)
 int __pthread_mutex_clocklock64(pthread_mutex_t* mutex, clockid_t clock, const Timespec64* until) {
     return pthread_mutex_clocklock(mutex, clock, Time(until).get());
 }
+int __pthread_rwlock_timedrdlock64(pthread_rwlock_t* lock, const Timespec64* until) {
+    return pthread_rwlock_timedrdlock(lock, Time(until).get());
+}
+int __pthread_rwlock_timedwrlock64(pthread_rwlock_t* lock, const Timespec64* until) {
+    return pthread_rwlock_timedwrlock(lock, Time(until).get());
+}
+int __pthread_rwlock_clockrdlock64(pthread_rwlock_t* lock, clockid_t clock,
+                                   const Timespec64* until) {
+    return pthread_rwlock_clockrdlock(lock, clock, Time(until).get());
+}
+int __pthread_rwlock_clockwrlock64(pthread_rwlock_t* lock, clockid_t clock,
+                                   const Timespec64* until) {
+    return pthread_rwlock_clockwrlock(lock, clock, Time(until).get());
+}
 int __sem_timedwait64(sem_t* semaphore, const Timespec64* until) {
     return sem_timedwait(semaphore, Time(until).get());
+}
+int __sem_clockwait64(sem_t* semaphore, clockid_t clock, const Timespec64* until) {
+    return sem_clockwait(semaphore, clock, Time(until).get());
+}
+int __pthread_timedjoin_np64(pthread_t thread, void** result, const Timespec64* until) {
+    return pthread_timedjoin_np(thread, result, Time(until).get());
+}
+int __pthread_clockjoin_np64(pthread_t thread, void** result, clockid_t clock,
+                             const Timespec64* until) {
+    return pthread_clockjoin_np(thread, result, clock, Time(until).get());
+}
+int __cnd_timedwait64(cnd_t* condition, mtx_t* mutex, const Timespec64* until) {
+    return cnd_timedwait(condition, mutex, Time(until).get());
+}
+int __mtx_timedlock64(mtx_t* mutex, const Timespec64* until) {
+    return mtx_timedlock(mutex, Time(until).get());
+}
+int __thrd_sleep64(const Timespec64* duration, Timespec64* left) {
+    timespec rest{};
+    const int result = thrd_sleep(Time(duration).get(), &rest);
+    if (result != 0)
+        handBack(rest, left);
+    return result;
+}
+int __timespec_get64(Timespec64* now, int base) {
+    timespec time{};
+    const int result = timespec_get(&time, base);
+    if (result != 0)
+        handBack(time, now);
+    return result;
 }
 
 int __ppoll64(pollfd* files, nfds_t count, const Timespec64* timeout, const sigset_t* mask) {
     return ppoll(files, count, Time(timeout).get(), mask);
+}
+int __epoll_pwait2_time64(int fd, epoll_event* events, int count, const Timespec64* timeout,
+                          const sigset_t* mask) {
+    return epoll_pwait2(fd, events, count, Time(timeout).get(), mask);
 }
 int __select64(int count, fd_set* readable, fd_set* writable, fd_set* exceptional,
                Timeval64* timeout) {
@@ -196,6 +247,14 @@ int __fcntl_time64(int fd, int command, ...) {
     return fcntl64(fd, command, argument);
 }
 
+// The records of the program pass as they are.
+ssize_t __sendmsg64(int fd, const msghdr* message, int flags) {
+    return sendmsg(fd, message, flags);
+}
+int __sendmmsg64(int fd, mmsghdr* messages, unsigned count, int flags) {
+    return sendmmsg(fd, messages, count, flags);
+}
+
 int __fstatat64_time64(int folder, const char* path, void* status, int flags) {
     return lookAt(folder, path, [=](int at, const char* host) {
         return callReal<int(int, const char*, void*, int)>("__fstatat64_time64", at, host, status,
@@ -213,6 +272,12 @@ int __utimensat64(int folder, const char* path, const Timespec64 times[2], int f
 }
 int __utimes64(const char* path, const Timeval64 times[2]) {
     return utimes(path, Given<timeval>(times, 2).get());
+}
+int __lutimes64(const char* path, const Timeval64 times[2]) {
+    return lutimes(path, Given<timeval>(times, 2).get());
+}
+int __futimesat64(int folder, const char* path, const Timeval64 times[2]) {
+    return futimesat(folder, path, Given<timeval>(times, 2).get());
 }
 int __utime64(const char* path, const int64_t times[2]) {
     if (!times)

@@ -1,11 +1,13 @@
 // What is done with an open descriptor.
 
 #include <fcntl.h>
+#include <linux/close_range.h>
 #include <sys/ioctl.h>
 #include <sys/uio.h>
 #include <termios.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdarg>
 #include <cstdlib>
@@ -69,20 +71,47 @@ int fcntl64(int fd, int command, ...) {
 int dup(int fd) noexcept { return Descriptors::get().duplicate(fd, SIM_REAL(dup)(fd)); }
 
 int dup2(int fd, int wanted) noexcept {
+    if (Descriptors::get().isKept(wanted))
+        return sim::failWith(EBUSY);
     giveUp(wanted, fd);
     const int result = SIM_REAL(dup2)(fd, wanted);
     return fd == wanted ? result : Descriptors::get().duplicate(fd, result);
 }
 
 int dup3(int fd, int wanted, int flags) noexcept {
+    if (Descriptors::get().isKept(wanted))
+        return sim::failWith(EBUSY);
     giveUp(wanted, fd);
     return Descriptors::get().duplicate(fd, SIM_REAL(dup3)(fd, wanted, flags));
 }
 
 int close(int fd) {
+    if (Descriptors::get().isKept(fd))
+        return sim::failWith(EBADF);
     const auto file = Descriptors::get().take(fd);
     const int result = SIM_REAL(close)(fd);
     return file && failsByFault("close", file->path()) ? -1 : result;
+}
+
+/// In pieces: the simulator's own descriptors lie between, and the terminal's are closed one by
+/// one.
+int close_range(unsigned first, unsigned last, int flags) noexcept {
+    const bool closes = (static_cast<unsigned>(flags) & CLOSE_RANGE_CLOEXEC) == 0;
+    const unsigned end = std::min<unsigned>(last, Descriptors::Most - 1);
+    for (unsigned at = first; closes && first <= last && at <= end; ++at) {
+        const auto fd = static_cast<int>(at);
+        if (!Descriptors::get().isKept(fd) && !Descriptors::get().has(fd))
+            continue;
+        const bool isRight = at == first || SIM_REAL(close_range)(first, at - 1, flags) == 0;
+        if (!isRight)
+            return -1;
+        ::close(fd);
+        first = at + 1;
+    }
+    return closes && first == last + 1 ? 0 : SIM_REAL(close_range)(first, last, flags);
+}
+void closefrom(int first) noexcept {
+    close_range(static_cast<unsigned>(std::max(first, 0)), ~0U, 0);
 }
 
 ssize_t read(int fd, void* buffer, size_t size) {

@@ -6,9 +6,11 @@
 #endif
 
 #include <poll.h>
+#include <sys/epoll.h>
 #include <sys/select.h>
 
 #include <algorithm>
+#include <climits>
 #include <cstdlib>
 #include <initializer_list>
 #include <memory>
@@ -54,11 +56,22 @@ bool failsByFault(const char* call, const File& file) {
 
 bool runsOnHostTime() { return HostTime::isActive() || Clock::get().speed() == 1.0; }
 
+bool isValid(const timespec& time) {
+    return time.tv_sec >= 0 && time.tv_nsec >= 0 && time.tv_nsec < 1'000'000'000;
+}
+
 /// What the real call has to refuse stays as it is.
 timespec onHost(const timespec& simulated) {
-    const bool isValid =
-        simulated.tv_sec >= 0 && simulated.tv_nsec >= 0 && simulated.tv_nsec < 1'000'000'000;
-    return isValid ? toTimespec(Clock::get().realDuration(fromTimespec(simulated))) : simulated;
+    return isValid(simulated) ? toTimespec(Clock::get().realDuration(fromTimespec(simulated)))
+                              : simulated;
+}
+
+/// Rounds up. For calls of which not every kernel has the form that takes less.
+int onHostMs(std::chrono::nanoseconds simulated) {
+    using std::chrono::milliseconds;
+    const std::chrono::nanoseconds longest = milliseconds(INT_MAX);
+    const auto real = std::min(Clock::get().realDuration(simulated), longest);
+    return static_cast<int>(std::chrono::ceil<milliseconds>(real).count());
 }
 
 /// Rounds up: a short wait is not to become none.
@@ -139,6 +152,22 @@ int pselect(int count, fd_set* readable, fd_set* writable, fd_set* exceptional,
         return SIM_REAL(pselect)(count, readable, writable, exceptional, timeout, mask);
     const timespec real = onHost(*timeout);
     return SIM_REAL(pselect)(count, readable, writable, exceptional, &real, mask);
+}
+
+// What an epoll descriptor watches is the host's, of the terminal's serial lines too.
+int epoll_pwait(int fd, epoll_event* events, int count, int timeoutMs, const sigset_t* mask) {
+    const bool isScaled = timeoutMs > 0 && !runsOnHostTime();
+    const int realMs = isScaled ? onHostMs(std::chrono::milliseconds(timeoutMs)) : timeoutMs;
+    return SIM_REAL(epoll_pwait)(fd, events, count, realMs, mask);
+}
+int epoll_pwait2(int fd, epoll_event* events, int count, const timespec* timeout,
+                 const sigset_t* mask) {
+    if (!timeout || runsOnHostTime() || !isValid(*timeout))
+        return SIM_REAL(epoll_pwait2)(fd, events, count, timeout, mask);
+    return SIM_REAL(epoll_pwait)(fd, events, count, onHostMs(fromTimespec(*timeout)), mask);
+}
+int epoll_wait(int fd, epoll_event* events, int count, int timeoutMs) {
+    return epoll_pwait(fd, events, count, timeoutMs, nullptr);
 }
 
 }  // extern "C"

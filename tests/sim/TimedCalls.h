@@ -9,9 +9,11 @@
 #include <poll.h>
 #include <pthread.h>
 #include <semaphore.h>
+#include <sys/epoll.h>
 #include <sys/select.h>
 #include <sys/time.h>
 #include <sys/timex.h>
+#include <threads.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -22,6 +24,7 @@
 #include <limits>
 #include <thread>
 
+#include "io/FileDescriptor.h"
 #include "sim/HostTime.h"
 #include "sim/Terminal.h"
 
@@ -58,7 +61,13 @@ struct Awaited {
     pthread_mutex_t mutex = PTHREAD_MUTEX_INITIALIZER;
     pthread_cond_t condition = PTHREAD_COND_INITIALIZER;
     pthread_cond_t monotonicCondition{};
-    sem_t semaphore{};
+    pthread_rwlock_t lock = PTHREAD_RWLOCK_INITIALIZER;
+    mtx_t plainMutex{};
+    cnd_t plainCondition{};
+    sem_t semaphore{}, ended{};
+    std::thread thread{[this] { sem_wait(&ended); }};
+    io::FileDescriptor poller{epoll_create1(EPOLL_CLOEXEC)};
+    epoll_event event{};
     timeval left{2, 0};
 
     Awaited() {
@@ -68,7 +77,18 @@ struct Awaited {
         pthread_cond_init(&monotonicCondition, &attributes);
         sem_init(&semaphore, 0, 0);
         pthread_mutex_lock(&mutex);  // as most of them want it
+        mtx_init(&plainMutex, mtx_timed);
+        cnd_init(&plainCondition);
+        mtx_lock(&plainMutex);
+        std::thread([this] { pthread_rwlock_wrlock(&lock); }).join();
     }
+    Awaited(const Awaited&) = delete;
+    Awaited& operator=(const Awaited&) = delete;
+    ~Awaited() {
+        sem_post(&ended);
+        thread.join();
+    }
+    pthread_t handle() { return thread.native_handle(); }
 };
 
 struct Wait {
@@ -100,7 +120,21 @@ inline constexpr Wait Waits[] = {
          pthread_cond_clockwait(&at.condition, &at.mutex, CLOCK_MONOTONIC, end(CLOCK_MONOTONIC))),
     WAIT(ETIMEDOUT, pthread_mutex_timedlock(&at.mutex, end(CLOCK_REALTIME))),
     WAIT(ETIMEDOUT, pthread_mutex_clocklock(&at.mutex, CLOCK_MONOTONIC, end(CLOCK_MONOTONIC))),
+    WAIT(ETIMEDOUT, pthread_rwlock_timedrdlock(&at.lock, end(CLOCK_REALTIME))),
+    WAIT(ETIMEDOUT, pthread_rwlock_timedwrlock(&at.lock, end(CLOCK_REALTIME))),
+    WAIT(ETIMEDOUT, pthread_rwlock_clockrdlock(&at.lock, CLOCK_MONOTONIC, end(CLOCK_MONOTONIC))),
+    WAIT(ETIMEDOUT, pthread_rwlock_clockwrlock(&at.lock, CLOCK_MONOTONIC, end(CLOCK_MONOTONIC))),
+    WAIT(ETIMEDOUT, pthread_timedjoin_np(at.handle(), nullptr, end(CLOCK_REALTIME))),
+    WAIT(ETIMEDOUT,
+         pthread_clockjoin_np(at.handle(), nullptr, CLOCK_MONOTONIC, end(CLOCK_MONOTONIC))),
+    WAIT(thrd_timedout, cnd_timedwait(&at.plainCondition, &at.plainMutex, end(CLOCK_REALTIME))),
+    WAIT(thrd_timedout, mtx_timedlock(&at.plainMutex, end(CLOCK_REALTIME))),
+    WAIT(0, thrd_sleep(&Duration, nullptr)),
+    WAIT(0, epoll_wait(at.poller.get(), &at.event, 1, 2000)),
+    WAIT(0, epoll_pwait(at.poller.get(), &at.event, 1, 2000, nullptr)),
+    WAIT(0, epoll_pwait2(at.poller.get(), &at.event, 1, &Duration, nullptr)),
     WAIT(-1, sem_timedwait(&at.semaphore, end(CLOCK_REALTIME))),
+    WAIT(-1, sem_clockwait(&at.semaphore, CLOCK_MONOTONIC, end(CLOCK_MONOTONIC))),
 #if !defined(_TIME_BITS) || _TIME_BITS != 64 || defined(__LP64__)
     WAIT(0, __ppoll_chk(nullptr, 0, &Duration, nullptr, 0)),
 #endif
@@ -168,6 +202,9 @@ TEST_F(TIMED_CALLS_TEST, SettingTheClockLeavesTheHostsAlone) {
     time_t stored = 0;
     EXPECT_EQ(time(&stored), stored);
     EXPECT_NEAR(static_cast<double>(stored), 172800, 20);
+    timespec standard{};
+    EXPECT_EQ(timespec_get(&standard, TIME_UTC), TIME_UTC);
+    EXPECT_NEAR(static_cast<double>(standard.tv_sec), 172800, 20);
 
     const timespec wrong{0, -1};
     const timeval wrongToo{0, 1'000'000};
