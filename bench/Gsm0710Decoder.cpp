@@ -90,4 +90,5 @@ int main(int argc, char** argv) {
         printf("... and in reads of 512 octets %.3f times as long\n",
                reporter.median(decoder + "/512") / reporter.median(least));
     }
+    return reporter.status();
 }

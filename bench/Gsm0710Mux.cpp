@@ -453,4 +453,5 @@ int main(int argc, char** argv) {
     reporter.printThroughput("besideAnUnreadPort/real_time", "multiplexer/real_time", 0.8);
     printCosts();
     PowerManager::deinitPowerManager();
+    return reporter.status();
 }

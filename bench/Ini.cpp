@@ -18,7 +18,7 @@ constexpr int ValuesEach = 20;
 constexpr char MiddleKey[] = "Connection 100";
 constexpr char MiddleValue[] = "Parameter10";
 
-/// The file of a program, in a temporary place and removed with it.
+/// The file of one benchmark, in a temporary place and removed with it.
 class File {
 public:
     File() {
@@ -41,14 +41,10 @@ private:
     std::string name = "/tmp/handheld-bench-XXXXXX";
 };
 
-const File& file() {
-    static const File theFile;
-    return theFile;
-}
-
 void reading(benchmark::State& state) {
+    const File file;
     for (auto _ : state) {
-        IniFile ini(file().path());
+        IniFile ini(file.path());
         if (!ini.ReadFile() || ini.GetNumKeys() != Sections)
             state.SkipWithError("not read");
     }
@@ -56,51 +52,60 @@ void reading(benchmark::State& state) {
 BENCHMARK(reading);
 
 void readingWithSimpleIni(benchmark::State& state) {
+    const File file;
     for (auto _ : state) {
         CSimpleIniA ini;
-        if (ini.LoadFile(file().path()) != SI_OK || ini.GetSectionSize(MiddleKey) != ValuesEach)
+        if (ini.LoadFile(file.path()) != SI_OK || ini.GetSectionSize(MiddleKey) != ValuesEach)
             state.SkipWithError("not read");
     }
 }
 BENCHMARK(readingWithSimpleIni);
 
 void writing(benchmark::State& state) {
-    IniFile ini(file().path());
+    const File file;
+    IniFile ini(file.path());
     ini.ReadFile();
     int change = 0;
     for (auto _ : state) {
-        ini.SetValueI(MiddleKey, MiddleValue, ++change, false);
-        if (!ini.WriteFile())
+        if (!ini.SetValueI(MiddleKey, MiddleValue, ++change, false) || !ini.WriteFile())
             state.SkipWithError("not written");
     }
 }
 BENCHMARK(writing);
 
 void writingWithSimpleIni(benchmark::State& state) {
+    const File file;
     CSimpleIniA ini;
-    ini.LoadFile(file().path());
+    ini.SetSpaces(false);  // the form that the other writes
+    ini.LoadFile(file.path());
     long change = 0;
     for (auto _ : state) {
-        ini.SetLongValue(MiddleKey, MiddleValue, ++change);
-        if (ini.SaveFile(file().path(), false) != SI_OK)
+        if (ini.SetLongValue(MiddleKey, MiddleValue, ++change) != SI_UPDATED ||
+            ini.SaveFile(file.path(), false) != SI_OK)
             state.SkipWithError("not written");
     }
 }
 BENCHMARK(writingWithSimpleIni);
 
 void lookUp(benchmark::State& state) {
-    IniFile ini(file().path());
+    const File file;
+    IniFile ini(file.path());
     ini.ReadFile();
-    for (auto _ : state)
-        benchmark::DoNotOptimize(ini.GetValue(MiddleKey, MiddleValue, ""));
+    for (auto _ : state) {
+        if (ini.GetValue(MiddleKey, MiddleValue, "").empty())
+            state.SkipWithError("not found");
+    }
 }
 BENCHMARK(lookUp);
 
 void lookUpWithSimpleIni(benchmark::State& state) {
+    const File file;
     CSimpleIniA ini;
-    ini.LoadFile(file().path());
-    for (auto _ : state)
-        benchmark::DoNotOptimize(ini.GetValue(MiddleKey, MiddleValue, ""));
+    ini.LoadFile(file.path());
+    for (auto _ : state) {
+        if (*ini.GetValue(MiddleKey, MiddleValue, "") == '\0')
+            state.SkipWithError("not found");
+    }
 }
 BENCHMARK(lookUpWithSimpleIni);
 
@@ -113,4 +118,5 @@ int main(int argc, char** argv) {
     reporter.printTimes("writing", "writingWithSimpleIni", 1.0);
     printf("one look-up in the middle: %.0f ns, with SimpleIni %.0f ns\n",
            reporter.median("lookUp"), reporter.median("lookUpWithSimpleIni"));
+    return reporter.status();
 }

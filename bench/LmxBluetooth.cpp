@@ -175,4 +175,5 @@ int main(int argc, char** argv) {
     printf("link: %.2f MB/s each way, %.3f times what the bare pseudo-terminal moves (%.1f MB/s)\n",
            Piece * 1000 / linkTime, bareTime / linkTime, Piece * 1000 / bareTime);
     measureIdle();
+    return reporter.status();
 }

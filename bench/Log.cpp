@@ -66,4 +66,5 @@ int main(int argc, char** argv) {
     fflush(stdout);
     dup2(output, STDOUT_FILENO);
     reporter.printTimes("logLine", "bareLine", 1.3);
+    return reporter.status();
 }

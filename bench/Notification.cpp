@@ -65,4 +65,5 @@ int main(int argc, char** argv) {
     bench::RatioReporter reporter;
     bench::runAll(argc, argv, reporter);
     reporter.printTimes("notification", "bareWalk", 1.2);
+    return reporter.status();
 }

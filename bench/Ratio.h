@@ -12,14 +12,18 @@ namespace bench {
 
 /// Runs the registered benchmarks in random order, several times, and then prints how long
 /// `measured` takes in relation to `limit`: the ratio of the medians of their times, and the limit
-/// it should keep.
+/// it should keep. A run that fails shows its error and fails the program, as a missed limit does.
 class RatioReporter : public benchmark::ConsoleReporter {
 public:
     RatioReporter() : ConsoleReporter(OO_None) {}
 
     void ReportRuns(const std::vector<Run>& runs) override {
         for (const Run& run : runs) {
-            if (run.run_type == Run::RT_Iteration)
+            if (run.error_occurred) {
+                fprintf(stderr, "%s: %s\n", run.benchmark_name().c_str(),
+                        run.error_message.c_str());
+                isGood = false;
+            } else if (run.run_type == Run::RT_Iteration)
                 times[run.benchmark_name()].push_back(run.GetAdjustedRealTime());
         }
     }
@@ -37,17 +41,26 @@ public:
         const double ratio = median(measured) / median(base);
         printf("%s takes %.3f times as long as %s (%.1f and %.1f ns); limit %.2f: %s\n",
                measured.c_str(), ratio, base.c_str(), median(measured), median(base), limit,
-               ratio <= limit ? "kept" : "MISSED");
+               judged(ratio <= limit));
     }
 
     /// The same as throughput; at least `limit` times that of `base`.
     void printThroughput(const std::string& measured, const std::string& base, double limit) {
         const double ratio = median(base) / median(measured);
         printf("%s moves %.3f times as much as %s; limit %.2f: %s\n", measured.c_str(), ratio,
-               base.c_str(), limit, ratio >= limit ? "kept" : "MISSED");
+               base.c_str(), limit, judged(ratio >= limit));
     }
 
+    /// What the program ends with.
+    int status() const { return isGood ? 0 : 1; }
+
 private:
+    const char* judged(bool isKept) {
+        isGood = isGood && isKept;
+        return isKept ? "kept" : "MISSED";
+    }
+
+    bool isGood = true;
     std::map<std::string, std::vector<double>> times;
 };
 

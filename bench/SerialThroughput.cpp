@@ -76,4 +76,5 @@ int main(int argc, char** argv) {
     bench::RatioReporter reporter;
     bench::runAll(argc, argv, reporter);
     reporter.printThroughput("serialPort", "bareCalls", 0.95);
+    return reporter.status();
 }

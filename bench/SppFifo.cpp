@@ -72,4 +72,5 @@ int main(int argc, char** argv) {
         reporter.printTimes("fifo" + threads, "boost" + threads, 1.0);
         reporter.printTimes("fifo/within/" + size, "boost/within/" + size, 1.0);
     }
+    return reporter.status();
 }

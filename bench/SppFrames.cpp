@@ -58,4 +58,5 @@ int main(int argc, char** argv) {
     constexpr double Bytes = Frames * FrameSize;
     printf("frames made, parsed and delivered: %.0f MB/s; their bytes only summed: %.0f MB/s\n",
            Bytes * 1000 / reporter.median("frames"), Bytes * 1000 / reporter.median("sum"));
+    return reporter.status();
 }

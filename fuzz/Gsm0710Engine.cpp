@@ -88,7 +88,8 @@ public:
         if (script.empty()) {
             lineRoom = SIZE_MAX;
             ready = look(files, count);
-            if (fromModule.empty() || isLineGone)
+            isOver = (fromModule.empty() || isLineGone) && (isHeard() || ++idleRounds > 1000);
+            if (isOver)
                 engine.requestStop();
         }
         if (ready == 0 && timeoutMs > 0)
@@ -102,6 +103,7 @@ public:
 private:
     struct Port {
         std::string fromProgram, sent;
+        unsigned said = 0;
         size_t room = SIZE_MAX;
         bool isClosed = false;
     };
@@ -120,7 +122,15 @@ private:
         return static_cast<ssize_t>(taken);
     }
 
-    static ssize_t readPort(Port& port, void* buffer, size_t size) {
+    /// Whether the engine has read all that the programs have written into open ports.
+    bool isHeard() const {
+        return wasLineGone || std::all_of(ports, ports + Ports, [](const Port& port) {
+                   return port.isClosed || port.fromProgram.empty();
+               });
+    }
+
+    ssize_t readPort(Port& port, void* buffer, size_t size) {
+        idleRounds = 0;
         const ssize_t taken = take(port.fromProgram, buffer, size, port.isClosed ? EIO : EAGAIN);
         if (taken > 0)
             port.sent.append(static_cast<const char*>(buffer), static_cast<size_t>(taken));
@@ -161,8 +171,8 @@ private:
             break;
         case 4:
         case 5:
-            if (!port.isClosed)
-                port.fromProgram.append(amount * 3, static_cast<char>('A' + port.sent.size() % 57));
+            for (amount *= 3; amount > 0 && !port.isClosed; --amount)
+                port.fromProgram += static_cast<char>('A' + port.said++ % 57);
             break;
         default:
             amount = std::min(amount, script.size());
@@ -196,6 +206,7 @@ private:
             }
             rest.remove_prefix(length + 6);
         }
+        require(!isOver || isHeard());  // else the module has ended it
         for (int i = 0; i < Ports; ++i) {
             require(ports[i].sent.compare(0, data[i].size(), data[i]) == 0);
             require(wasLineGone || data[i].size() == ports[i].sent.size());
@@ -207,7 +218,8 @@ private:
     Port ports[Ports];
     size_t lineRoom = SIZE_MAX;
     int answersLeft = 2;
-    bool isLineGone = false, wasLineGone = false;
+    int idleRounds = 0;
+    bool isLineGone = false, wasLineGone = false, isOver = false;
     Engine engine;
 };
 

@@ -49,6 +49,21 @@ void checkStands(const Packet& packet, std::string_view line, std::string_view c
     require(call.size() == bytes.size() || call[call.size() - bytes.size() - 1] == '\x03');
 }
 
+/// Whether a packet that fits stands where the first one begins in what is to be read.
+bool standsAhead(std::string_view line, unsigned size) {
+    size_t start = 0;
+    while (start < line.size() &&
+           !(line[start] == '\x02' && (start == 0 || line[start - 1] == '\x03')))
+        ++start;
+    line.remove_prefix(start);
+    if (line.size() < 7)
+        return false;
+    const auto octet = [&](size_t at) { return static_cast<unsigned char>(line[at]); };
+    const size_t length = octet(3) + 256U * octet(4);
+    return length < size && line.size() >= length + 7 && octet(length + 6) == 3 &&
+           octet(5) == (octet(1) + octet(2) + octet(3)) % 256;
+}
+
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
@@ -63,6 +78,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
         const Packet packet = take(port, bufferSize);
         const size_t after = line.size() - port.left();
         require(after > before);
+        require((packet.length >= 0) == standsAhead(line.substr(before), bufferSize));
         if (packet.length >= 0)
             checkStands(packet, line.substr(0, after), line.substr(before, after - before));
     }

@@ -24,6 +24,7 @@ constexpr char Printer[] = "5C:F3:70:8B:12:34";
 /// Answers take a few milliseconds of a second or more; only waits for the whole of it run faster.
 constexpr double Exchanging = 5;
 constexpr double Calling = 10;
+constexpr double Looking = 0.3;  // for what is looked for only a quarter of a second
 constexpr double Waiting = 50;
 
 /// A frame as the module sends it.
@@ -186,9 +187,11 @@ TEST_F(BlueGigaBluetoothModuleTest, LinksAreCalledCarryDataAndAreEnded) {
     terminal.clock().setSpeed(Calling);
     EXPECT_TRUE(phone->connect() && print->connect());
     EXPECT_EQ(phone->getLocalPort() * 10 + print->getLocalPort(), 1);
-    EXPECT_THAT(driver->queryActiveConnections(), HasSubstr("LIST 1 CONNECTED RFCOMM "s + Printer));
     terminal.clock().setSpeed(1);
+    EXPECT_THAT(driver->queryActiveConnections(), HasSubstr("LIST 1 CONNECTED RFCOMM "s + Printer));
+    terminal.clock().setSpeed(Looking);
     EXPECT_EQ(driver->getSignalStrength(), 25) << "the weaker of the two";
+    terminal.clock().setSpeed(1);
     EXPECT_TRUE(driver->ping());
     EXPECT_EQ(driver->getLocalMac(), "00:07:80:12:34:56");
     EXPECT_THAT(driver->getVersion(), HasSubstr("2.1.0"));
@@ -198,6 +201,7 @@ TEST_F(BlueGigaBluetoothModuleTest, LinksAreCalledCarryDataAndAreEnded) {
     EXPECT_EQ(print->writeData(document.data(), 124), 124);
     EXPECT_EQ(print->writeData((document + "x").data(), 125), 0);
     EXPECT_TRUE(soon([&] { return terminal.air().find(Printer)->received == document; }));
+    terminal.clock().setSpeed(Looking);
     EXPECT_TRUE(soon([&] {  // the reader may miss that it is to poll again
         return phone->writeData("echo", 4) == 4 && spare->isInputPending(1000);
     }));

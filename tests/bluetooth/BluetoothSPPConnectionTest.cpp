@@ -187,7 +187,7 @@ TEST_F(BluetoothSPPConnectionTest, WaitsEndWithDataOrTheirTimeAndNeverSleepLonge
         << "a delivery of nothing ends a wait";
     EXPECT_EQ(ended.get(), 0);
     for (int round = 0; round < 20; ++round) {
-        auto waiting = test::inBackground([&] { return link->numInputPending(100); });
+        auto waiting = test::inBackground([&] { return link->numInputPending(2000); });
         module.deliver(2, "abc");  // before, in or after the moment the wait begins
         EXPECT_EQ(waiting.get(), 3);
         EXPECT_EQ(taken(*link), "abc");

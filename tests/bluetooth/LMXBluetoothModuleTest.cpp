@@ -92,18 +92,22 @@ TEST_F(LMXBluetoothModuleTest, AModuleThatCannotBeSetUpIsNone) {
         EXPECT_FALSE(alone.closePort() || alone.sendChipEnable(true)) << "there is no line";
     }
     module.line().distortSent(nullptr);
-    terminal.clock().setSpeed(Fast);
     const test::Holdings before;
     int failures = 0;
     for (int failing = 1; failing < 40; ++failing) {
+        terminal.clock().setSpeed(Slow);
         terminal.faults().clear();
         terminal.faults().failNth(failing, EIO);
         failures += LMXBluetoothModule::initialize() ? 0 : 1;
+        hurry();
         delete BluetoothModule::pModule;
         EXPECT_EQ(BluetoothModule::pModule, nullptr);
         EXPECT_TRUE(before.areBack()) << "call " << failing;
     }
     EXPECT_GE(failures, 1 + 4 + 1) << "the open, a write of each kind and the thread";
+    terminal.clock().setSpeed(Slow);
+    terminal.faults().clear();
+    EXPECT_TRUE(LMXBluetoothModule::initialize()) << "they were what has failed";
 }
 
 TEST_F(LMXBluetoothModuleTest, SetUpAddressAndServicesAreAskedForInTheModulesOwnNumbers) {
@@ -112,12 +116,14 @@ TEST_F(LMXBluetoothModuleTest, SetUpAddressAndServicesAreAskedForInTheModulesOwn
     EXPECT_EQ(take("packet"), "26, 17 00, 4E 00, 2A, 4A 00, 28 14 01 08, "
                               "04 09 4B 56 32 20 34 37 31 31 00, 22 00 00 00 00");
     // Two first callers at once: the second one's address was appended to the first one's.
-    module.onRequest(0x05, PacketReply::normal().after(50ms), 2);
+    terminal.clock().setSpeed(Slow / 10);
+    module.onRequest(0x05, PacketReply::normal().after(20ms), 2);
     auto second = std::async([this] { return driver().getLocalMac(); });
     const string address = driver().getLocalMac();
     EXPECT_EQ(address, "00:1B:DC:0F:21:07");
     EXPECT_EQ(second.get(), address);
     EXPECT_EQ(driver().getLocalMac(), address);
+    terminal.clock().setSpeed(Slow);
     char record[] = {0x35};
     EXPECT_TRUE(driver().addSDPRecord(2, record, sizeof record) && driver().listenSPP(2));
     EXPECT_EQ(take("packet"), "05, 05, 31 02 22 44 01 00 35, 29 01 00, 22 04 00 00 00");
@@ -190,10 +196,12 @@ TEST_F(LMXBluetoothModuleTest, OnlyAConfirmationInTimeOfTheRightKindCounts) {
         EXPECT_EQ(driver().setEnabled(true), result) << what;
         EXPECT_TRUE(driver().addSDPRecord(0, nullptr, 0)) << "after " << what;
     }
+    terminal.clock().setSpeed(Slow / 4);  // the next request has 800 ms to come before it
     module.onRequest(0x06, PacketReply::normal().after(150ms));
     module.onRequest(0x06, PacketReply::unconfirmed());
     EXPECT_FALSE(driver().setEnabled(true)) << "late";
     EXPECT_TRUE(driver().setEnabled(true)) << "the late one cannot be told from its own";
+    terminal.clock().setSpeed(Slow);
     module.onRequest(0x06, PacketReply::normal().cut(7));
     EXPECT_FALSE(driver().setEnabled(true));
     EXPECT_FALSE(driver().setEnabled(true)) << "eaten by the packet that has not ended";
@@ -262,7 +270,10 @@ TEST_F(LMXBluetoothModuleTest, ShuttingDownWaitsForTheLastConnectionAndEndsAnyth
     module.line().hangUp();
     const int before = terminal.faults().calls();
     EXPECT_FALSE(driver().setEnabled(true));
-    std::this_thread::sleep_for(100ms);
+    {
+        const sim::HostTime hostTime;
+        std::this_thread::sleep_for(100ms);
+    }
     EXPECT_LT(terminal.faults().calls() - before, 1000) << "a dead line is not read without pause";
 }
 

@@ -117,7 +117,9 @@ TEST_F(SerialPortTest, AHangUpEndsAWaitAndIsRememberedUntilThePortIsOpenedAgain)
         EXPECT_FALSE(port.isPortOpen());
         return terminal.faults().calls() == calls;  // it knows without asking
     };
+    const int before = terminal.faults().calls();
     auto pending = test::inBackground([&] { return port.isInputPending(-1); });
+    EXPECT_TRUE(test::soon([&] { return terminal.faults().calls() > before; }));
     line().hangUp();
     EXPECT_FALSE(pending.get());
     EXPECT_TRUE(remembersHangUp());
@@ -144,7 +146,7 @@ void noteInterruption(int) {
 }
 
 TEST_F(SerialPortTest, ASignalDuringAWaitStartsItsTimeOutAgain) {
-    constexpr auto Wait = 300ms;
+    constexpr auto Wait = 500ms;
     struct sigaction action {};
     struct sigaction former {};
     action.sa_handler = noteInterruption;  // without SA_RESTART
@@ -161,6 +163,7 @@ TEST_F(SerialPortTest, ASignalDuringAWaitStartsItsTimeOutAgain) {
             return std::chrono::steady_clock::now().time_since_epoch();
         });
         ASSERT_TRUE(test::soon([&] { return terminal.faults().calls() > calls; }));
+        std::this_thread::sleep_for(100ms);  // of the time that starts again
         pthread_kill(waiter, SIGUSR1);
         ASSERT_TRUE(test::soon([] { return interruptedAt != 0; }));
         EXPECT_GE(end.get() - std::chrono::steady_clock::duration(interruptedAt), Wait);

@@ -48,9 +48,10 @@ struct BluetoothConnectionTest : test::PoweredTest {
 
 TEST_F(BluetoothConnectionTest, TheRadioComesUpCarriesASocketAndIsShutDown) {
     const test::Holdings before;
-    terminal.clock().setSpeed(Exchanging);
+    terminal.clock().setSpeed(1);
     ASSERT_TRUE(link->initialize());
     EXPECT_TRUE(module.isMultiplexing() && module.accessCode() == "9e8b33");
+    terminal.clock().setSpeed(Exchanging);
     GENERIC_NETWORK_INFO info;
     EXPECT_TRUE(link->getNetworkInfo(info) && info.connected == 1 && info.channel == 0);
     EXPECT_EQ(info.networkName + info.ipAddress + info.macAddress, "BTn/an/a");
@@ -63,11 +64,12 @@ TEST_F(BluetoothConnectionTest, TheRadioComesUpCarriesASocketAndIsShutDown) {
     terminal.clock().setSpeed(Exchanging);
     EXPECT_TRUE(socket.connect(Phone, 3));
     EXPECT_TRUE(socket.connect("nowhere", 8) && socket.isConnected()) << "it is already";
-    terminal.clock().setSpeed(1);
+    terminal.clock().setSpeed(0.3);
     EXPECT_TRUE(soon([&] { return write(socket, "hello") && read(socket) == "hello"; }));
-    EXPECT_GE(simulated([&] { EXPECT_EQ(read(socket), ""); }), 990ms);
     link->getNetworkInfo(info);
     EXPECT_EQ(info.signalQuality, 40);
+    terminal.clock().setSpeed(1);
+    EXPECT_GE(simulated([&] { EXPECT_EQ(read(socket), ""); }), 990ms);
 
     terminal.clock().setSpeed(Exchanging);
     EXPECT_TRUE(socket.close() && !socket.isConnected());
@@ -84,20 +86,24 @@ TEST_F(BluetoothConnectionTest, EveryStepOfTheBringUpCanFail) {
     const struct {
         const char* what;
         double speed;
+        const char* reached;
         std::function<void()> happens;
     } cases[] = {
-        {"no supply", Waiting, [&] { terminal.faults().fail("ioctl", "/dev/pwrctrl", EIO, 1); }},
-        {"no line", Waiting, [&] { terminal.setPresent("/dev/ttyAT1", false); }},
-        {"no banner", Waiting, [&] { module.setSilent(true); }},
-        {"no MUX mode", Exchanging,
+        {"no supply", Waiting, "pwrctrl: line 4 high",
+         [&] { terminal.faults().fail("ioctl", "/dev/pwrctrl", EIO, 1); }},
+        {"no line", Waiting, "pwrctrl: line 6 low",
+         [&] { terminal.setPresent("/dev/ttyAT1", false); }},
+        {"no banner", Waiting, "bt: ready", [&] { module.setSilent(true); }},
+        {"no MUX mode", Exchanging, "bt: SET CONTROL MUX 1",
          [&] { module.onCommand("SET CONTROL*", Reply::final("SYNTAX ERROR").withoutEcho()); }},
-        {"no access code", Exchanging,
+        {"no access code", Exchanging, "bt: SET BT LAP 9e8b33",
          [&] { module.onCommand("SET BT LAP*", Reply::final("REFUSED")); }}};
     for (const auto& expected : cases) {
         SCOPED_TRACE(expected.what);
         terminal.clock().setSpeed(expected.speed);
         expected.happens();
         EXPECT_FALSE(link->initialize());
+        EXPECT_EQ(takeLines().back(), expected.reached);
         make();  // what is left of it is taken down with it, whatever is held
         terminal.setPresent("/dev/ttyAT1", true);
         terminal.faults().clear();

@@ -74,8 +74,8 @@ TEST_F(GprsConnectionTest, ALinkComesUpIsRepairedSleepsAndIsShutDown) {
     terminal.clock().setSpeed(5);
     radio.dropCall();
     ASSERT_TRUE(await("net: event 4 up"));
-    EXPECT_THAT(story(), EndsWith("event 4 connecting, event 1 GPRS is shut down, event 1 "
-                                  "Initializing PPP session, event 1 GPRS is ready, event 4 up"));
+    EXPECT_THAT(story(), HasSubstr("event 4 connecting, event 1 GPRS is shut down, event 1 "
+                                   "Initializing PPP session, event 1 GPRS is ready, event 4 up"));
     clear();
     EXPECT_FALSE(power().setPowerMode(POWER_SUSPEND)) << "the link comes first";
     ASSERT_TRUE(await("net: event 4 down"));

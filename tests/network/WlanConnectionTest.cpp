@@ -329,7 +329,7 @@ TEST_F(WlanConnectionTest, TheNetworkIsToldWithChannelSignalAndAddresses) {
     EXPECT_TRUE(connection->matchSSID("Warehouse"));
 }
 
-TEST_F(WlanConnectionTest, AWorkerStoppedInAnyStepLeavesNoProcessDescriptorOrVariable) {
+TEST_F(WlanConnectionTest, AWorkerStoppedAmidItsWaitsLeavesNoProcessDescriptorOrVariable) {
     const test::EventThread events;
     const test::NotingWindow newest(terminal.journal());
     GuiLibrary::postKey(28, true);  // its thread has come up, with what it opens for itself

@@ -30,6 +30,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
+#include <fstream>
 
 #include "io/FileDescriptor.h"
 #include "power/BoardProtocol.h"
@@ -331,7 +332,10 @@ TEST_F(InterposedCallsTest, AChildHasTheFilesButNoDevices) {
             _exit(isRight ? 0 : 1);
         }
         EXPECT_EQ(i < 19 ? 0 : kill(child, SIGKILL), 0);
-        ASSERT_TRUE(test::soon([&] { return waitpid(child, &status, WNOHANG) == child; }));
+        const bool ended = test::soon([&] { return waitpid(child, &status, WNOHANG) == child; });
+        EXPECT_TRUE(ended);
+        if (!ended)
+            break;
         EXPECT_EQ(status, i == 19 ? SIGKILL : 0);
         EXPECT_EQ(errorOf([=] { return kill(child, 0); }), ESRCH);
     }
@@ -340,6 +344,14 @@ TEST_F(InterposedCallsTest, AChildHasTheFilesButNoDevices) {
     EXPECT_TRUE(terminal.barcodeLine().isOpen()) << "closed by the children only";
     EXPECT_TRUE(terminal.files().exists("/var/run/ppp0.pid"));
     close(inherited);
+}
+
+/// Whether a thread of this process waits in the kernel.
+bool isAsleep(pid_t thread) {
+    std::ifstream stat("/proc/self/task/" + std::to_string(thread) + "/stat");
+    std::string id, name, state;
+    stat >> id >> name >> state;
+    return state == "S";
 }
 
 TEST_F(InterposedCallsTest, ACancellationEndsAWaitAndNoCallThatCannotUnwind) {
@@ -369,14 +381,18 @@ TEST_F(InterposedCallsTest, ACancellationEndsAWaitAndNoCallThatCannotUnwind) {
     EXPECT_EQ(terminal.journal().history("card"), "mount rw, unmount");
     close(210);
 
-    file.fd = line;
     for (const int waitedFor : {line, keypad}) {
+        file.fd = waitedFor;
         for (const auto wait :
              {+[](int fd) { read(fd, bytes, sizeof bytes); }, +[](int) { poll(&file, 1, -1); },
               +[](int) { pause(); }, +[](int) { nanosleep(&Long, nullptr); }}) {
-            std::thread waiting(wait, waitedFor);
-            pthread_cancel(waiting.native_handle());
-            waiting.join();
+            for (const bool hasBegun : {false, true}) {
+                std::atomic<pid_t> id{0};
+                std::thread waiting([&] { id = gettid(), wait(waitedFor); });
+                EXPECT_TRUE(test::soon([&] { return !hasBegun || isAsleep(id); }));
+                pthread_cancel(waiting.native_handle());
+                waiting.join();
+            }
         }
     }
     EXPECT_EQ(ioctl(line, TIOCMGET, &number), 0) << "the models have survived it";

@@ -148,7 +148,8 @@ TEST_F(StartAndShutdownTest, TwoHundredTimesInWhateverOrderNothingStaysBehind) {
                         return test::openDescriptors() <= descriptors &&
                                test::runningThreads() <= threads;
                     }))
-            << "round " << round;
+            << "round " << round << ": " << test::openDescriptors() << " descriptors, "
+            << test::runningThreads() << " threads; once " << descriptors << " and " << threads;
     }
 }
 

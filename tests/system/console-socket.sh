@@ -3,15 +3,16 @@
 set -eu
 folder=$(mktemp -d)
 socket=$folder/console
-trap 'rm -rf "$folder"' EXIT
+trap 'kill "${terminal:-}" 2>/dev/null || :; rm -rf "$folder"' EXIT
 
 if "$1" send "$socket" help 2>"$folder/refused"; then
     echo "a command has reached a terminal that is not there" && exit 1
 fi
 
 "$1" --speed 5 --socket "$socket" -- "$2" >"$folder/shown" &
+terminal=$!
 until "$1" send "$socket" await barcode: command ESC YM CR 2>>"$folder/refused"; do
-    kill -0 $!
+    kill -0 "$terminal"
 done
 "$1" send "$socket" help | grep -q 'barcode present TEXT'
 "$1" send "$socket" barcode present 4006381333931
