@@ -13,9 +13,11 @@
 #include <iostream>
 #include <sstream>
 #include <string>
+#include <system_error>
 #include <thread>
 #include <utility>
 
+#include "sim/HostFiles.h"
 #include "sim/HostTime.h"
 #include "sim/SignalsBlocked.h"
 #include "sim/Terminal.h"
@@ -37,12 +39,18 @@ std::string takeVariable(const char* name) {
 
 constexpr timespec PanelPeriod{0, 100'000'000};
 
+[[noreturn]] void failWith(const std::string& name, const std::string& reason) {
+    fprintf(stderr, "%s: %s\n", name.c_str(), reason.c_str());
+    _exit(launcher::ScriptFailed);
+}
+
 /// A script in two parts: up to the first line that waits, and what follows.
 class Script {
 public:
     explicit Script(std::string path) : name(std::move(path)) {
         if (name.empty())
             return;
+        const sim::HostFiles hostFiles;
         std::ifstream file(name);
         if (!file)
             fail("cannot be read");
@@ -59,10 +67,7 @@ public:
     void goOn(sim::Console& console) const { play(console, rest); }
 
 private:
-    [[noreturn]] void fail(const std::string& reason) const {
-        fprintf(stderr, "%s: %s\n", name.c_str(), reason.c_str());
-        _exit(launcher::ScriptFailed);
-    }
+    [[noreturn]] void fail(const std::string& reason) const { failWith(name, reason); }
 
     void play(sim::Console& console, const std::string& lines) const {
         std::istringstream text(lines);
@@ -129,15 +134,18 @@ __attribute__((constructor)) void startTerminal() {
     const std::string root = takeVariable(launcher::RootVariable);
     const std::string speed = takeVariable(launcher::SpeedVariable);
     const std::string card = takeVariable(launcher::CardVariable);
-    const Script script(takeVariable(launcher::ScriptVariable));
+    const std::string scriptName = takeVariable(launcher::ScriptVariable);
     const std::string socket = takeVariable(launcher::SocketVariable);
     const bool isInteractive = !takeVariable(launcher::InteractiveVariable).empty();
     const std::string screen = takeVariable(launcher::PanelVariable);
     unsetenv("LD_PRELOAD");  // what this program starts is not on a terminal of its own
 
     auto* const terminal = new sim::Terminal(root);
-    if (!card.empty())
-        terminal->card().copyFrom(card);
+    const Script script(scriptName);
+    const std::error_code uncopied =
+        card.empty() ? std::error_code() : terminal->card().copyFrom(card);
+    if (uncopied)
+        failWith(card, uncopied.message());
     terminal->clock().setSpeed(strtod(speed.c_str(), nullptr));
     terminal->power().setLasting(isInteractive || !socket.empty());
     auto* const trace = new sim::Trace;

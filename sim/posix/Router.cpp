@@ -8,6 +8,7 @@
 #include <string_view>
 
 #include "sim/Cancellation.h"
+#include "sim/HostFiles.h"
 #include "sim/posix/Real.h"
 
 namespace sim {
@@ -95,7 +96,7 @@ bool isTerminals(std::string_view path) {
 
 Route route(const char* call, int folder, const char* path, bool forWriting) {
     Route found;
-    if (!path || !*path)
+    if (!path || !*path || HostFiles::isActive())
         return found;
     const CancellationOff uncancelled;
     const KeptErrno kept;
