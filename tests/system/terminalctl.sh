@@ -145,7 +145,7 @@ mkfifo "$folder/told"
 shown=''
 while IFS= read -r line; do
     shown+=$line
-    [[ $line != network* ]] || kill -TERM "$(<"/proc/$!/task/$!/children")"
+    [[ $line != network* ]] || kill -TERM $!
 done <"$folder/told"
 wait $!
 status=$?
