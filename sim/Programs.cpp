@@ -208,8 +208,10 @@ void Programs::serve() {
 
 void Programs::letIn() {
     const int socket = SIM_REAL(accept4)(listener, nullptr, nullptr, SOCK_CLOEXEC);
-    if (socket < 0)
+    if (socket < 0) {
+        pauseBriefly();  // without a descriptor to spare it stays at the door
         return;
+    }
     const std::lock_guard<std::mutex> held(mutex);
     visitors[socket];
 }

@@ -56,7 +56,9 @@ public:
             fail("cannot be read");
         bool waits = false;
         for (std::string line; std::getline(file, line);) {
-            waits = waits || line.rfind("await ", 0) == 0 || line.rfind("wait ", 0) == 0;
+            std::string command;
+            std::istringstream(line) >> command;
+            waits = waits || command == "await" || command == "wait";
             (waits ? rest : beginning) += line + "\n";
             if (!waits)
                 rest += "\n";  // the lines keep their numbers
@@ -104,12 +106,11 @@ void serve(sim::Terminal& terminal, const std::string& path) {
     const sim::HostTime hostTime;
     try {
         sim::ConsoleSocket console(terminal, path);
-        console.serve();
+        if (console.serve())
+            _exit(EXIT_SUCCESS);
     } catch (const std::exception& error) {
-        fprintf(stderr, "terminal-sim: %s\n", error.what());
-        _exit(launcher::ScriptFailed);
+        failWith("terminal-sim", error.what());
     }
-    _exit(EXIT_SUCCESS);
 }
 
 /// Tells the front panel what has changed since it was last told, until it is gone.

@@ -115,7 +115,7 @@ expect 0 "$printer" '\{"event":"data","text":"ping"}' bt send 00:1A:7D:DA:71:13 
 noted='does not take the call' expect 1 "$printer" '' bt send 00:1A:7D:DA:71:13 ping --pin 1
 noted='does not start' expect 1 "$printer\nmute bt on" '' bt info
 expect 0 "$printer" 'packet module .*, 6.3.1' bt info --module packet
-expect 0 "$printer\nawait packet: 22 01\nwait 1\nbt ring 00:1A:7D:DA:71:13 1\nwait 2\nbt send 00:1A:7D:DA:71:13 hello" 'hello' \
+expect 0 "$printer\n \tawait packet: 22 01\nwait 1\nbt ring 00:1A:7D:DA:71:13 1\nwait 2\nbt send 00:1A:7D:DA:71:13 hello" 'hello' \
     bt listen 1 --pin 4321 --for 10
 
 # ---- Files of anywhere
