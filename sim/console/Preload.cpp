@@ -92,7 +92,8 @@ void setUp(sim::Terminal& terminal, const Script& script) {
         _exit(EXIT_SUCCESS);
 }
 
-void work(sim::Terminal& terminal, const Script& script, bool isInteractive, const char* prompt) {
+void work(sim::Terminal& terminal, const Script& script, bool isInteractive, bool hasSocket,
+          const char* prompt) {
     const sim::HostTime hostTime;
     sim::Console console(terminal);
     script.goOn(console);
@@ -100,6 +101,8 @@ void work(sim::Terminal& terminal, const Script& script, bool isInteractive, con
         console.converse(std::cin, std::cout, prompt);
     if (console.hasQuit())
         _exit(EXIT_SUCCESS);
+    if (!hasSocket)
+        terminal.power().setUnattended();
 }
 
 void serve(sim::Terminal& terminal, const std::string& path) {
@@ -159,13 +162,14 @@ __attribute__((constructor)) void startTerminal() {
     const sim::SignalsBlocked blocked;  // the program's signals are for its own threads
     // A panel has a prompt of its own.
     const char* const prompt = screen.empty() ? "> " : "";
-    std::thread([=] { work(*terminal, script, isInteractive, prompt); }).detach();
+    const bool hasSocket = !socket.empty();
+    std::thread([=] { work(*terminal, script, isInteractive, hasSocket, prompt); }).detach();
     if (!screen.empty()) {
         const int panelEnd = atoi(screen.c_str());
         fcntl(panelEnd, F_SETFD, FD_CLOEXEC);
         std::thread([=] { show(*panel, panelEnd); }).detach();
     }
-    if (!socket.empty())
+    if (hasSocket)
         std::thread([=] { serve(*terminal, socket); }).detach();
 }
 
