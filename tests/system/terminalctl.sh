@@ -61,6 +61,7 @@ refuse 'A subcommand is required' power
 refuse 'not in range 0 to 255' power display 300
 refuse 'sideways not in' power mode sideways
 refuse 'not a time such as' power clock --set yesterday
+refuse 'not a time such as' power clock --set '2026-02-31 08:00:00'
 refuse 'not in range 0 to 4' rfid read --bank 5
 refuse 'not in range 1 to 7' bt listen 8
 refuse 'not 00:1A' bt send 00:1A ping
@@ -77,7 +78,7 @@ expect 0 'battery 3860\ntemperature 2550\nusb on' '51 %, 3860 mV, 25 degrees, US
 expect 0 'battery 3500' '\{"percent":0,"millivolts":3500,"degrees":22,"usb":false}
 \{"event":"battery","percent":0}
 \{"event":"empty"}' battery --watch --for 6 --json
-expect 1 "$voltage" '\{"percent":null,"millivolts":null,.*' battery --json
+noted='battery does not answer' expect 1 "$voltage" '\{"percent":null,"millivolts":null,.*' battery --json
 noted='does not start' expect 1 none '' battery
 expect 0 'light 77' '.*light: 77.*radio module on: no' power status
 expect 0 '' 'now alarm-wake' power mode suspend --wake 30
@@ -140,7 +141,12 @@ by hand" log show "$log"
 expect 0 none '\{"time":"2[^"]*","level":"E","tag":"till","message":"100 % \{full}"}' log show "$log" --level warning --json
 expect 3 none '' log show "$log" --tag door
 
-# ---- A signal takes a link down in order
+# ---- What cannot be told
+"$sim" -- "$tool" info >/dev/full 2>"$folder/journal"
+status=$?
+[[ $status == 1 && $(<"$folder/journal") == *'cannot be written'* ]] || complain 'info, to a full disk'
+
+# ---- A signal, passed on by the terminal, takes a link down in order
 mkfifo "$folder/told"
 "$sim" --speed 10 -- "$tool" gprs --apn internet --pin 1234 >"$folder/told" 2>"$folder/journal" &
 shown=''
