@@ -146,16 +146,21 @@ expect 3 none '' log show "$log" --tag door
 status=$?
 [[ $status == 1 && $(<"$folder/journal") == *'cannot be written'* ]] || complain 'info, to a full disk'
 
-# ---- A signal, passed on by the terminal, takes a link down in order
+# ---- A signal, passed on by the terminal, takes a link down in order; a second one ends the tool
 mkfifo "$folder/told"
-"$sim" --speed 10 -- "$tool" gprs --apn internet --pin 1234 >"$folder/told" 2>"$folder/journal" &
-shown=''
-while IFS= read -r line; do
-    shown+=$line
-    [[ $line != network* ]] || kill -TERM $!
-done <"$folder/told"
-wait $!
-status=$?
+interrupt() {
+    "$sim" --speed 10 -- "$tool" gprs --apn internet --pin 1234 >"$folder/told" 2>"$folder/journal" &
+    shown=''
+    while IFS= read -r line; do
+        shown+=$line
+        [[ $line != network* ]] || for signal; do kill -s "$signal" $!; done
+    done <"$folder/told"
+    wait $!
+    status=$?
+}
+interrupt TERM
 [[ $status == 0 && $shown == *'Shutting down multiplexer' ]] || complain 'gprs, ended by a signal'
+interrupt HUP TERM
+((status > 128)) || complain 'gprs, ended by two signals'
 
 exit $((failures > 0))
