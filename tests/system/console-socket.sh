@@ -3,7 +3,7 @@
 set -eu
 folder=$(mktemp -d)
 socket=$folder/console
-trap 'rm -rf "$folder"' EXIT
+trap 'kill "${!:-}" 2>/dev/null || :; rm -rf "$folder"' EXIT
 
 if "$1" send "$socket" help 2>"$folder/refused"; then
     echo "a command has reached a terminal that is not there" && exit 1
