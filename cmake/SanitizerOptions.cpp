@@ -16,7 +16,7 @@ const char* __asan_default_options() {
 const char* __ubsan_default_options() { return "print_stacktrace=1"; }
 
 const char* __tsan_default_options() {
-    return "second_deadlock_stack=1:suppressions=" HANDHELD_TSAN_SUPPRESSIONS;
+    return "second_deadlock_stack=1:suppressions='" HANDHELD_TSAN_SUPPRESSIONS "'";
 }
 
 }  // extern "C"

@@ -31,7 +31,9 @@ Status showBattery(const Watch& watch, Output& output) {
         window.run(watch.seconds);
         SystemMonitor::shutdown();
     }
-    return percent < 0 ? Failed : Done;
+    if (percent < 0)
+        throw Failure(Failed, "the battery does not answer");
+    return Done;
 }
 
 }  // namespace

@@ -16,9 +16,15 @@ constexpr int Signals[] = {SIGINT, SIGTERM, SIGHUP, SIGPIPE};
 
 sem_t wakeUps;
 std::atomic<bool> requested{false};
+std::atomic<bool> asked{false};  // by another signal than that of the reader
 std::atomic<bool> ending{false};
 
-void requestEnd(int) {
+void requestEnd(int number) {
+    if (number != SIGPIPE && asked.exchange(true)) {
+        signal(number, SIG_DFL);
+        raise(number);  // takes effect when this handler returns
+        return;
+    }
     const int before = errno;
     requested = true;
     sem_post(&wakeUps);  // of the few calls that a handler may make
@@ -39,8 +45,6 @@ void handle(int signal, void (*handler)(int)) {
         return;
     action.sa_handler = handler;
     action.sa_flags = SA_RESTART;
-    if (signal != SIGPIPE)
-        action.sa_flags |= static_cast<int>(SA_RESETHAND);
     sigaction(signal, &action, nullptr);
 }
 

@@ -70,9 +70,12 @@ Status runLink(NetworkConnection& connection, const LinkTimes& times, Output& ou
         connection.shutdown();
         throw Failure(Failed, "the hardware of the link does not start");
     }
-    const Status status = connection.connect() ? window.run() : Failed;
+    const bool isBegun = connection.connect();
+    const Status status = isBegun ? window.run() : Failed;
     if (!connection.disconnect() || !connection.shutdown())
         throw Failure(Failed, "the link does not go down in order");
+    if (!isBegun)
+        throw Failure(Failed, "the link does not begin to connect");
     return status;
 }
 

@@ -1,8 +1,10 @@
 #include "Output.h"
 
+#include <fcntl.h>
 #include <unistd.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <cstdio>
 #include <cstring>
 #include <nlohmann/json.hpp>
@@ -12,7 +14,8 @@ namespace ctl {
 namespace {
 
 FILE* takeStandardOutput() {
-    FILE* const taken = fdopen(dup(STDOUT_FILENO), "w");
+    // The daemons that the library starts may outlive this program: they do not hold it open.
+    FILE* const taken = fdopen(fcntl(STDOUT_FILENO, F_DUPFD_CLOEXEC, STDERR_FILENO + 1), "w");
     dup2(STDERR_FILENO, STDOUT_FILENO);
     return taken;
 }
@@ -56,11 +59,12 @@ std::string jsonOf(const Record& record) {
 Output::Output(bool jsonWanted) : asJson(jsonWanted), stream(takeStandardOutput()) {}
 
 void Output::show(const char* text, const Record& record) {
-    const std::string line = asJson ? jsonOf(record) : filled(text, record);
-    if (!stream)
-        return;
-    std::fwrite((line + "\n").data(), 1, line.size() + 1, stream.get());
-    std::fflush(stream.get());
+    const std::string line = (asJson ? jsonOf(record) : filled(text, record)) + "\n";
+    const bool isShown = stream &&
+                         std::fwrite(line.data(), 1, line.size(), stream.get()) == line.size() &&
+                         std::fflush(stream.get()) == 0;
+    if (!isShown && (!stream || errno != EPIPE))
+        failed = true;
 }
 
 }  // namespace ctl

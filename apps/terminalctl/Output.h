@@ -1,5 +1,6 @@
 #pragma once
 
+#include <atomic>
 #include <cstddef>
 #include <cstdint>
 #include <string>
@@ -29,9 +30,13 @@ public:
     /// As text: `text` with each "{member}" replaced by that member of the record.
     void show(const char* text, const Record& record);
 
+    /// Whether something could not be written, other than for a reader that has enough.
+    bool hasFailed() const { return failed; }
+
 private:
     const bool asJson;
     const io::FileStream stream;
+    std::atomic<bool> failed{false};
 };
 
 }  // namespace ctl

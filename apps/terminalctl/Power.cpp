@@ -72,7 +72,9 @@ Status changeMode(PowerState wanted, int wakeSeconds, Output& output) {
     const PowerState reached = device->getCurrentState();
     output.show("now {state}", {{"state", nameOf(reached)}});
     const bool hasSlept = reached == POWER_ON || reached == POWER_ALARM_WAKE;
-    return reached == wanted || (wanted == POWER_SUSPEND && hasSlept) ? Done : Failed;
+    if (reached != wanted && !(wanted == POWER_SUSPEND && hasSlept))
+        throw Failure(Failed, "another state than that has been reached");
+    return Done;
 }
 
 Status changeDisplay(const std::string& wanted) {
@@ -88,11 +90,13 @@ Status showOrSetClock(const std::string& wanted, Output& output) {
     tm local{};
     local.tm_isdst = -1;
     const char* const end = strptime(wanted.c_str(), TimeFormat, &local);
-    if (!wanted.empty() && (!end || *end))
+    const tm read = local;
+    const auto seconds = static_cast<long>(mktime(&local));  // makes a 3 March of a 31 February
+    if (!wanted.empty() && (!end || *end || local.tm_mday != read.tm_mday))
         throw Failure(WrongUsage, "not a time such as 2026-07-01 08:00:00: " + wanted);
     const Device device;
     if (!wanted.empty())
-        require(device->rtcSetTime(static_cast<long>(mktime(&local))), "the clock");
+        require(device->rtcSetTime(seconds), "the clock");
     long time = 0;
     require(device->rtcGetTime(&time), "the clock");
     output.show("{clock}", {{"clock", textOf(time)}, {"seconds", time}});

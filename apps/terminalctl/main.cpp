@@ -35,7 +35,10 @@ Status perform(const Action& action, bool asJson) {
     Output output(asJson);
     const Interruption interruption;
     try {
-        return action(output);
+        const Status status = action(output);
+        if (output.hasFailed())
+            throw Failure(Failed, "standard output cannot be written");
+        return status;
     } catch (const Failure& failure) {
         std::fprintf(stderr, "terminalctl: %s\n", failure.what());
         return failure.status;

@@ -13,6 +13,7 @@
 
 #include "sim/HostTime.h"
 #include "sim/console/Arguments.h"
+#include "sim/launcher/Environment.h"
 
 namespace sim {
 namespace {
@@ -320,9 +321,12 @@ std::string Console::wlanNetwork(const Words& words) {
 }
 
 std::string Console::wlanNumber(const Words& words) {
+    constexpr int FirstChannel = 1, LastChannel = 14;
     const auto value = static_cast<int>(number(words[1]));
     if (words[0] == "wlan signal")
         terminal.wlan().setSignal(value);
+    else if (value < FirstChannel || value > LastChannel)
+        throw Wrong{"not a channel: " + words[1]};
     else
         terminal.wlan().setChannel(value);
     return "";
@@ -407,7 +411,7 @@ std::string Console::await(const Words& words) {
 
 std::string Console::speed(const Words& words) {
     const double factor = number(words[1]);
-    if (factor <= 0)
+    if (factor < launcher::LeastSpeed || factor > launcher::MostSpeed)
         throw Wrong{"not a speed: " + words[1]};
     terminal.clock().setSpeed(factor);
     return "";

@@ -1,29 +1,47 @@
 #include "sim/console/ConsoleSocket.h"
 
+#include <poll.h>
 #include <sys/socket.h>
 #include <sys/un.h>
 #include <unistd.h>
 
 #include <cerrno>
+#include <chrono>
 #include <cstring>
+#include <optional>
 #include <stdexcept>
 
+#include "sim/HostTime.h"
 #include "sim/posix/Real.h"
 
 namespace sim {
 namespace {
 
 constexpr size_t LongestCommand = 4096;
-constexpr timeval Patience{5, 0};  // with a client that sends nothing
+constexpr auto Patience = std::chrono::seconds(5);  // with a client and its line
 
-/// Up to the end of the line, of what the client sends, or of patience.
-std::string readLine(int client) {
-    ::setsockopt(client, SOL_SOCKET, SO_RCVTIMEO, &Patience, sizeof Patience);
+/// No line when it is too long, the client goes away before its end, or patience does.
+std::optional<std::string> readLine(int client) {
+    constexpr int LookMs = 100;
+    const HostDeadline deadline(Patience);
     std::string line;
-    char byte = 0;
-    while (line.size() < LongestCommand && ::recv(client, &byte, 1, 0) == 1 && byte != '\n')
+    while (line.size() <= LongestCommand && !deadline.passed()) {
+        pollfd waited{client, POLLIN, 0};
+        if (SIM_REAL(poll)(&waited, 1, LookMs) == 0)
+            continue;
+        char byte = 0;
+        if (::recv(client, &byte, 1, MSG_DONTWAIT) != 1)
+            break;
+        if (byte == '\n')
+            return line;
         line += byte;
-    return line;
+    }
+    return std::nullopt;
+}
+
+/// What passes by itself: the application may use up the descriptors for a time.
+bool isShortage(int error) {
+    return error == EMFILE || error == ENFILE || error == ENOBUFS || error == ENOMEM;
 }
 
 }  // namespace
@@ -42,20 +60,24 @@ ConsoleSocket::ConsoleSocket(Terminal& terminal, const std::string& path)
 
 ConsoleSocket::~ConsoleSocket() { SIM_REAL(close)(listener); }
 
-void ConsoleSocket::serve() {
+bool ConsoleSocket::serve() {
     while (!console.hasQuit()) {
         const int client = ::accept4(listener, nullptr, nullptr, SOCK_CLOEXEC);
-        if (client < 0 && errno != EINTR && errno != ECONNABORTED)
-            return;
         if (client >= 0)
             answer(client);
+        else if (isShortage(errno))
+            pauseBriefly();
+        else if (errno != EINTR && errno != ECONNABORTED)
+            return false;
     }
+    return true;
 }
 
 void ConsoleSocket::answer(int client) {
-    const std::string said = console.execute(readLine(client));
-    const std::string text =
-        (console.hasFailed() ? "failed\n" : "ok\n") + said + (said.empty() ? "" : "\n");
+    const std::optional<std::string> line = readLine(client);
+    const std::string said = line ? console.execute(*line) : "not a whole line";
+    const bool isDone = line && !console.hasFailed();
+    const std::string text = (isDone ? "ok\n" : "failed\n") + said + (said.empty() ? "" : "\n");
     for (size_t sent = 0; sent < text.size();) {
         const ssize_t written =
             ::send(client, text.data() + sent, text.size() - sent, MSG_NOSIGNAL);

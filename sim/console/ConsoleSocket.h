@@ -17,8 +17,8 @@ public:
     ConsoleSocket& operator=(const ConsoleSocket&) = delete;
     ~ConsoleSocket();
 
-    /// Serves clients until one of them has sent "quit".
-    void serve();
+    /// Serves clients until one of them has sent "quit". False when the socket has gone before.
+    bool serve();
 
 private:
     void answer(int client);

@@ -13,9 +13,11 @@
 #include <iostream>
 #include <sstream>
 #include <string>
+#include <system_error>
 #include <thread>
 #include <utility>
 
+#include "sim/HostFiles.h"
 #include "sim/HostTime.h"
 #include "sim/SignalsBlocked.h"
 #include "sim/Terminal.h"
@@ -37,18 +39,26 @@ std::string takeVariable(const char* name) {
 
 constexpr timespec PanelPeriod{0, 100'000'000};
 
+[[noreturn]] void failWith(const std::string& name, const std::string& reason) {
+    fprintf(stderr, "%s: %s\n", name.c_str(), reason.c_str());
+    _exit(launcher::ScriptFailed);
+}
+
 /// A script in two parts: up to the first line that waits, and what follows.
 class Script {
 public:
     explicit Script(std::string path) : name(std::move(path)) {
         if (name.empty())
             return;
+        const sim::HostFiles hostFiles;
         std::ifstream file(name);
         if (!file)
             fail("cannot be read");
         bool waits = false;
         for (std::string line; std::getline(file, line);) {
-            waits = waits || line.rfind("await ", 0) == 0 || line.rfind("wait ", 0) == 0;
+            std::string command;
+            std::istringstream(line) >> command;
+            waits = waits || command == "await" || command == "wait";
             (waits ? rest : beginning) += line + "\n";
             if (!waits)
                 rest += "\n";  // the lines keep their numbers
@@ -59,10 +69,7 @@ public:
     void goOn(sim::Console& console) const { play(console, rest); }
 
 private:
-    [[noreturn]] void fail(const std::string& reason) const {
-        fprintf(stderr, "%s: %s\n", name.c_str(), reason.c_str());
-        _exit(launcher::ScriptFailed);
-    }
+    [[noreturn]] void fail(const std::string& reason) const { failWith(name, reason); }
 
     void play(sim::Console& console, const std::string& lines) const {
         std::istringstream text(lines);
@@ -85,7 +92,8 @@ void setUp(sim::Terminal& terminal, const Script& script) {
         _exit(EXIT_SUCCESS);
 }
 
-void work(sim::Terminal& terminal, const Script& script, bool isInteractive, const char* prompt) {
+void work(sim::Terminal& terminal, const Script& script, bool isInteractive, bool hasSocket,
+          const char* prompt) {
     const sim::HostTime hostTime;
     sim::Console console(terminal);
     script.goOn(console);
@@ -93,18 +101,19 @@ void work(sim::Terminal& terminal, const Script& script, bool isInteractive, con
         console.converse(std::cin, std::cout, prompt);
     if (console.hasQuit())
         _exit(EXIT_SUCCESS);
+    if (!hasSocket)
+        terminal.power().setUnattended();
 }
 
 void serve(sim::Terminal& terminal, const std::string& path) {
     const sim::HostTime hostTime;
     try {
         sim::ConsoleSocket console(terminal, path);
-        console.serve();
+        if (console.serve())
+            _exit(EXIT_SUCCESS);
     } catch (const std::exception& error) {
-        fprintf(stderr, "terminal-sim: %s\n", error.what());
-        _exit(launcher::ScriptFailed);
+        failWith("terminal-sim", error.what());
     }
-    _exit(EXIT_SUCCESS);
 }
 
 /// Tells the front panel what has changed since it was last told, until it is gone.
@@ -129,15 +138,18 @@ __attribute__((constructor)) void startTerminal() {
     const std::string root = takeVariable(launcher::RootVariable);
     const std::string speed = takeVariable(launcher::SpeedVariable);
     const std::string card = takeVariable(launcher::CardVariable);
-    const Script script(takeVariable(launcher::ScriptVariable));
+    const std::string scriptName = takeVariable(launcher::ScriptVariable);
     const std::string socket = takeVariable(launcher::SocketVariable);
     const bool isInteractive = !takeVariable(launcher::InteractiveVariable).empty();
     const std::string screen = takeVariable(launcher::PanelVariable);
     unsetenv("LD_PRELOAD");  // what this program starts is not on a terminal of its own
 
     auto* const terminal = new sim::Terminal(root);
-    if (!card.empty())
-        terminal->card().copyFrom(card);
+    const Script script(scriptName);
+    const std::error_code uncopied =
+        card.empty() ? std::error_code() : terminal->card().copyFrom(card);
+    if (uncopied)
+        failWith(card, uncopied.message());
     terminal->clock().setSpeed(strtod(speed.c_str(), nullptr));
     terminal->power().setLasting(isInteractive || !socket.empty());
     auto* const trace = new sim::Trace;
@@ -150,13 +162,14 @@ __attribute__((constructor)) void startTerminal() {
     const sim::SignalsBlocked blocked;  // the program's signals are for its own threads
     // A panel has a prompt of its own.
     const char* const prompt = screen.empty() ? "> " : "";
-    std::thread([=] { work(*terminal, script, isInteractive, prompt); }).detach();
+    const bool hasSocket = !socket.empty();
+    std::thread([=] { work(*terminal, script, isInteractive, hasSocket, prompt); }).detach();
     if (!screen.empty()) {
         const int panelEnd = atoi(screen.c_str());
         fcntl(panelEnd, F_SETFD, FD_CLOEXEC);
         std::thread([=] { show(*panel, panelEnd); }).detach();
     }
-    if (!socket.empty())
+    if (hasSocket)
         std::thread([=] { serve(*terminal, socket); }).detach();
 }
 

@@ -85,7 +85,7 @@ void BarcodeEngine::readCode() {
     if (!scanning || code.empty() || !isPowered || isSilent)
         return;
     scanning = false;
-    journal.note("barcode", "read " + code);
+    journal.note("barcode", "read " + printable(code));
     line.send(code + "\r\n");
     code.clear();
 }

@@ -11,6 +11,7 @@
 #include <filesystem>
 #include <string_view>
 
+#include "sim/HostFiles.h"
 #include "sim/Terminal.h"
 
 namespace sim {
@@ -67,10 +68,12 @@ std::string MemoryCard::readFile(const std::string& name) const {
     return files.read(std::string(Contents) + "/" + name);
 }
 
-void MemoryCard::copyFrom(const std::string& folder) const {
-    std::error_code ignored;
+std::error_code MemoryCard::copyFrom(const std::string& folder) const {
+    const HostFiles hostFiles;
+    std::error_code error;
     std::filesystem::copy(folder, files.hostPath(Contents),
-                          std::filesystem::copy_options::recursive, ignored);
+                          std::filesystem::copy_options::recursive, error);
+    return error;
 }
 
 int MemoryCard::mount(const std::string& source, const std::string& target, const std::string& type,

@@ -2,6 +2,7 @@
 
 #include <mutex>
 #include <string>
+#include <system_error>
 
 #include "sim/Journal.h"
 #include "sim/RootFolder.h"
@@ -31,7 +32,7 @@ public:
     std::string readFile(const std::string& name) const;
 
     /// The same with all the files of a folder of the host.
-    void copyFrom(const std::string& folder) const;
+    std::error_code copyFrom(const std::string& folder) const;
 
     int mount(const std::string& source, const std::string& target, const std::string& type,
               unsigned long flags);

@@ -22,6 +22,12 @@ void SuspendControl::setLasting(bool lasting) {
     isLasting = lasting;
 }
 
+void SuspendControl::setUnattended() {
+    const std::lock_guard<std::mutex> held(mutex);
+    isUnattended = true;
+    woken.notify_all();
+}
+
 void SuspendControl::keyPressed() {
     const std::lock_guard<std::mutex> held(mutex);
     isAsleep = false;
@@ -61,6 +67,8 @@ ssize_t SuspendControl::write(const void* data, size_t size) {
         journal.note("power", "woken by alarm");
     } else {
         const bool wokenByKey = sleepUntilKey(held, alarm);
+        if (isUnattended)
+            journal.note("power", "nothing is left to wake it");
         held.unlock();
         rtc.ringIfDue();
         journal.note("power", wokenByKey ? "woken by key" : "woken by alarm");
@@ -74,8 +82,8 @@ bool SuspendControl::sleepUntilKey(std::unique_lock<std::mutex>& held, Nanosecon
     const HostDeadline deadline(Clock::get().realDuration(std::min(alarm, longest)));
     isAsleep = true;
     Clock::get().freeze();
-    while (isAsleep && deadline.wait(woken, held)) {}
-    const bool wokenByKey = !isAsleep;
+    while (isAsleep && !isUnattended && deadline.wait(woken, held)) {}
+    const bool wokenByKey = !isAsleep || isUnattended;
     isAsleep = false;
     Clock::get().thaw();
     return wokenByKey;

@@ -29,6 +29,9 @@ public:
     /// it.
     void setLasting(bool lasting);
 
+    /// Nobody is left who could press a key: a suspend that only a key would end ends at once.
+    void setUnattended();
+
     /// A key press, planned or not, wakes a suspend that lasts.
     void keyPressed();
 
@@ -53,6 +56,7 @@ private:
     std::condition_variable woken;
     std::deque<PlannedKey> plans;
     bool isLasting = false;
+    bool isUnattended = false;
     bool isAsleep = false;
     int count = 0;
 };

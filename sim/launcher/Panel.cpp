@@ -26,10 +26,28 @@ void colour(Colour colour, bool isBright = false) {
 
 void plain() { attrset(A_NORMAL); }
 
-/// As much of a text as the row has place for.
+/// Whether a byte goes on with a character in UTF-8, which takes a column as a whole.
+bool isContinued(char byte) { return (static_cast<unsigned char>(byte) & 0xC0) == 0x80; }
+
+/// As much of a text as the row has place for, without what would move the cursor.
 void put(int row, int column, const std::string& text, int width) {
-    if (column < COLS && width > 0)
-        mvaddnstr(row, column, text.c_str(), std::min(width, COLS - column));
+    int left = std::min(width, COLS - column);
+    std::string shown;
+    for (const char byte : text) {
+        if (!isContinued(byte) && left-- <= 0)
+            break;
+        const auto code = static_cast<unsigned char>(byte);
+        shown += code < ' ' || code == 0x7F ? '.' : byte;
+    }
+    mvaddstr(row, column, shown.c_str());
+}
+
+/// As much of a text's end as a width has place for.
+std::string endOf(const std::string& text, int width) {
+    size_t begin = text.size();
+    for (int left = width; begin > 0 && left > 0;)
+        left -= isContinued(text[--begin]) ? 0 : 1;
+    return text.substr(begin);
 }
 
 void drawRule(int row, const std::string& text) {
@@ -72,9 +90,9 @@ void drawCell(int row, int column, int width, const PanelItem& item) {
 /// Takes a character's last byte off, and the bytes of it before that.
 void dropLast(std::string& text) {
     while (!text.empty()) {
-        const auto byte = static_cast<unsigned char>(text.back());
+        const char byte = text.back();
         text.pop_back();
-        if ((byte & 0xC0) != 0x80)
+        if (!isContinued(byte))
             return;
     }
 }
@@ -216,9 +234,10 @@ void Panel::drawLog(int top, int height) const {
 
 void Panel::drawInput(int row) const {
     colour(Frame, true);
-    put(row, 0, log.beginning().empty() ? Prompt : log.beginning(), COLS);
+    put(row, 0, log.beginning().empty() ? Prompt : log.beginning(), COLS / 2);
     plain();
-    addstr(typed.c_str());
+    const int column = getcurx(stdscr);
+    put(row, column, endOf(typed, COLS - column - 1), COLS);
 }
 
 }  // namespace launcher

@@ -12,6 +12,7 @@
 #include <string_view>
 
 #include "sim/Cancellation.h"
+#include "sim/HostFiles.h"
 #include "sim/posix/Real.h"
 
 namespace sim {
@@ -136,7 +137,7 @@ bool opensForWriting(int flags) {
 
 Route route(const char* call, int folder, const char* path, bool forWriting) {
     Route found;
-    if (!path || !*path)
+    if (!path || !*path || HostFiles::isActive())
         return found;
     const CancellationOff uncancelled;
     const KeptErrno kept;

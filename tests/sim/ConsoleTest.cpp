@@ -40,9 +40,11 @@ TEST_F(ConsoleTest, AnAwaitFindsWhatHappenedSinceTheLastOne) {
 
 TEST_F(ConsoleTest, ABadLineSaysWhatIsWrongAndChangesNothing) {
     const std::string battery = terminal.files().read(terminal.battery().path());
-    for (const char* line : {"battery", "battery full", "battery nan", "battery 1e30", "usb maybe",
-                             "wait -1", "speed 0", "key 30 sideways", "mute barcode", "mute gps on",
-                             "line bt up", "no-such-command", "\x01\xFF", "barcode present"})
+    for (const char* line :
+         {"battery", "battery full", "battery nan", "battery 1e30", "usb maybe", "wait -1",
+          "speed 0", "speed 1e-7", "speed 1e9", "wlan channel 1000000000", "key 30 sideways",
+          "mute barcode", "mute gps on", "line bt up", "no-such-command", "\x01\xFF",
+          "barcode present"})
         EXPECT_NE(console.execute(line), "") << line;
     EXPECT_EQ(terminal.files().read(terminal.battery().path()), battery);
     EXPECT_TRUE(terminal.journal().lines().empty());
