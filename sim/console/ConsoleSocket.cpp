@@ -12,6 +12,7 @@
 #include <stdexcept>
 
 #include "sim/HostTime.h"
+#include "sim/posix/Descriptors.h"
 #include "sim/posix/Real.h"
 
 namespace sim {
@@ -47,7 +48,8 @@ bool isShortage(int error) {
 }  // namespace
 
 ConsoleSocket::ConsoleSocket(Terminal& terminal, const std::string& path)
-    : console(terminal), listener(SIM_REAL(socket)(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
+    : console(terminal),
+      listener(Descriptors::get().keep(SIM_REAL(socket)(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0))) {
     sockaddr_un address{};
     address.sun_family = AF_UNIX;
     if (path.size() >= sizeof address.sun_path)
@@ -58,7 +60,7 @@ ConsoleSocket::ConsoleSocket(Terminal& terminal, const std::string& path)
         throw std::runtime_error("no console at " + path + ": " + strerror(errno));
 }
 
-ConsoleSocket::~ConsoleSocket() { SIM_REAL(close)(listener); }
+ConsoleSocket::~ConsoleSocket() { Descriptors::get().closeKept(listener); }
 
 bool ConsoleSocket::serve() {
     while (!console.hasQuit()) {
