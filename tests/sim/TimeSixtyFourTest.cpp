@@ -2,7 +2,7 @@
 // under the same names. Elsewhere these are the usual ones.
 
 #ifndef __LP64__
-#define _TIME_BITS 64  // NOLINT(bugprone-reserved-identifier): asks the headers for them
+#define _TIME_BITS 64  // asks the headers for them
 #define _FILE_OFFSET_BITS 64
 #endif
 
