@@ -33,7 +33,7 @@ unsigned char SysInfo::scannerInfoVersion;
 uint32_t SysInfo::manufTimeStamp;
 
 bool SysInfo::readEnvironment() {
-    const io::FileDescriptor flash(::open(identity::EnvironmentPath, O_RDONLY));
+    const io::FileDescriptor flash(io::openAtOnce(identity::EnvironmentPath, O_RDONLY));
     return flash.isOpen() &&
            ::lseek(flash.get(), identity::ChecksumSize, SEEK_SET) == identity::ChecksumSize &&
            ::read(flash.get(), envBuffer, sizeof envBuffer) == sizeof envBuffer;
@@ -110,7 +110,7 @@ uint32_t SysInfo::getManufTimeStamp() {
 const char* SysInfo::scannerInformation() {
     if (scannerInfoVersion != 0)
         return scannerInfo;
-    io::FileDescriptor eeprom(::open(identity::EepromPath, O_RDONLY));
+    io::FileDescriptor eeprom(io::openAtOnce(identity::EepromPath, O_RDONLY));
     if (!eeprom.isOpen())
         return nullptr;
     if (::read(eeprom.get(), &scannerInfoVersion, 1) != 1 ||
@@ -146,7 +146,7 @@ const char* SysInfo::getFirmwareVersion() {
     MutexGuard held(lock);
     if (*firmwareVersion)
         return firmwareVersion;
-    const io::FileStream release(std::fopen(identity::ReleasePath, "r"));
+    const io::FileStream release = io::openStream(identity::ReleasePath, "r");
     if (!release || !std::fgets(firmwareVersion, sizeof firmwareVersion, release.get()))
         return firmwareVersion;
     for (size_t length = std::strlen(firmwareVersion);

@@ -183,7 +183,7 @@ bool GprsPpp::isRunning() {
 }
 
 int GprsPpp::getDaemonPID() {
-    const io::FileStream file(std::fopen(PidPath, "r"));
+    const io::FileStream file = io::openStream(PidPath, "r");
     if (!file)
         return -1;
     char text[32] = {};

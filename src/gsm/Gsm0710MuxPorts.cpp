@@ -37,7 +37,7 @@ constexpr int OpenFlags = O_RDWR | O_NOCTTY | O_NONBLOCK | O_CLOEXEC;
 bool Gsm0710Mux::openPhysicalPort(const char* path) {
     if (!path)
         return false;
-    physicalFd.reset(::open(path, OpenFlags));
+    physicalFd.reset(io::openAtOnce(path, OpenFlags));
     if (!physicalFd.isOpen())
         return false;
     termios settings{};
@@ -52,7 +52,7 @@ bool Gsm0710Mux::openPhysicalPort(const char* path) {
 
 bool Gsm0710Mux::openVirtualPort(int index) {
     io::FileDescriptor& master = virtualFds[index];
-    master.reset(::open(virtualNames[index].c_str(), OpenFlags));
+    master.reset(io::openAtOnce(virtualNames[index].c_str(), OpenFlags));
     if (!master.isOpen())
         return false;
     const char* const slave = ::ptsname(master.get());

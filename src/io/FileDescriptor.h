@@ -1,10 +1,18 @@
 #pragma once
 
+#include <fcntl.h>
 #include <unistd.h>
 
 #include "io/NoCancellation.h"
 
 namespace io {
+
+/// open() whose result no cancellation takes: one that comes as it returns would leave the
+/// descriptor to nobody. For what opens without waiting.
+inline int openAtOnce(const char* path, int flags) {
+    NoCancellation scope;
+    return ::open(path, flags);
+}
 
 /// Owns a descriptor of the system and closes it, also when the owning worker is cancelled.
 class FileDescriptor {

@@ -17,4 +17,10 @@ struct FileCloser {
 /// Owns a stdio stream and closes it, also when the owning worker is cancelled.
 using FileStream = std::unique_ptr<FILE, FileCloser>;
 
+/// fopen() that is no cancellation point: see openAtOnce().
+inline FileStream openStream(const char* path, const char* mode) {
+    NoCancellation scope;
+    return FileStream(std::fopen(path, mode));
+}
+
 }  // namespace io

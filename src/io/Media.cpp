@@ -32,7 +32,7 @@ bool Media::belongsToMountPoint(const char* mountPoint, const char* path) {
 }
 
 int Media::getMediaState(const Entry& entry) {
-    const io::FileStream mounts(std::fopen("/proc/mounts", "r"));
+    const io::FileStream mounts = io::openStream("/proc/mounts", "r");
     if (!mounts)
         return Unknown;
     char line[196];

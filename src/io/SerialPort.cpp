@@ -9,6 +9,7 @@
 #include <cerrno>
 #include <iterator>
 
+#include "io/FileDescriptor.h"
 #include "io/NoCancellation.h"
 
 namespace {
@@ -43,7 +44,7 @@ bool SerialPort::reOpen() {
 
 bool SerialPort::openDevice() {
     // Non-blocking, so that the open cannot hang on the modem lines.
-    descriptor = ::open(path.c_str(), O_RDWR | O_NONBLOCK);
+    descriptor = io::openAtOnce(path.c_str(), O_RDWR | O_NONBLOCK);
     if (descriptor == -1)
         return false;
     hungUp = false;

@@ -4,6 +4,7 @@
 #include <climits>
 #include <cstring>
 
+#include "io/FileStream.h"
 #include "io/Media.h"
 #include "io/NoCancellation.h"
 
@@ -53,7 +54,7 @@ bool StdioFile::open(const char* path, int mode) {
     if (mediaHandle == -1)
         return false;
     if (path && how)
-        stream = std::fopen(path, how);
+        stream = io::openStream(path, how).release();
     if (!stream) {
         release();
         return false;

@@ -136,13 +136,13 @@ bool WlanConnection::setAddress() {
 }
 
 bool WlanConnection::netDisconnect() {
-    if (const io::FileStream file{std::fopen(DhcpPidPath, "r")}) {
+    if (const io::FileStream file = io::openStream(DhcpPidPath, "r")) {
         const pid_t client = processOf(file.get());
         setStatus("Stopping DHCP");
         endProcess(client);
     }
     wpaControl.reset();
-    if (const io::FileStream file{std::fopen(SupplicantPidPath, "r")})
+    if (const io::FileStream file = io::openStream(SupplicantPidPath, "r"))
         endProcess(processOf(file.get()));
 
     setStatus("Stopping WLAN module");

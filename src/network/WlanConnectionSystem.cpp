@@ -67,7 +67,7 @@ std::string dotted(uint32_t address) {
 }  // namespace
 
 bool WlanConnection::isModuleLoaded() {
-    const io::FileStream modules(std::fopen("/proc/modules", "r"));
+    const io::FileStream modules = io::openStream("/proc/modules", "r");
     return modules && wlan::isModuleListed(modules.get(), wlan::ModuleName);
 }
 

@@ -24,7 +24,7 @@ constexpr size_t AttributeSize = 16;
 
 /// Reads the start of a sysfs attribute into a text that is always terminated.
 bool readAttribute(const char* path, char (&text)[AttributeSize + 1]) {
-    const io::FileDescriptor attribute(::open(path, O_RDONLY));
+    const io::FileDescriptor attribute(io::openAtOnce(path, O_RDONLY));
     std::fill(std::begin(text), std::end(text), '\0');
     return attribute.isOpen() && ::read(attribute.get(), text, AttributeSize) >= 0;
 }
@@ -90,7 +90,7 @@ bool PowerManager::displaySwitch(bool on, unsigned request) {
     MutexGuard held(displayLock);
     if (displayFlag == on)
         return true;
-    const io::FileDescriptor display(::open(board::DisplayPath, O_RDWR | O_NONBLOCK));
+    const io::FileDescriptor display(io::openAtOnce(board::DisplayPath, O_RDWR | O_NONBLOCK));
     if (!display.isOpen())
         return false;
     const int result = ::ioctl(display.get(), request, 0UL);
@@ -108,7 +108,7 @@ bool PowerManager::oledFadeBrightness(unsigned char level) {
 
 bool PowerManager::displayLevel(unsigned request, unsigned char level) {
     MutexGuard held(displayLock);
-    const io::FileDescriptor display(::open(board::DisplayPath, O_RDWR | O_NONBLOCK));
+    const io::FileDescriptor display(io::openAtOnce(board::DisplayPath, O_RDWR | O_NONBLOCK));
     return display.isOpen() &&
            ::ioctl(display.get(), request, static_cast<unsigned long>(level)) == 0;
 }

@@ -98,7 +98,7 @@ void PowerManager::suspend() {
     oledEnable(false);
     if (!releaseMedia())
         return;
-    io::FileStream state(std::fopen(board::SuspendPath, "w"));
+    io::FileStream state = io::openStream(board::SuspendPath, "w");
     if (!state) {
         Media::mountEnable();
         setPowerMode(POWER_DISPLAY_OFF);
