@@ -171,9 +171,9 @@ bool GprsPpp::stop() {
         ::unlink(PidPath);
     }
     reap(pid);
+    // From now on the number may be another child's.
     pid_t reaped = pid;
-    leftRunning.compare_exchange_strong(reaped,
-                                        0);  // the number may be another child's from now on
+    leftRunning.compare_exchange_strong(reaped, 0);
     return true;
 }
 

@@ -111,8 +111,9 @@ public:
     bool isUsbConnected();  ///< whether a cable supplies power; false when that cannot be read
     int getAmbientLight();  ///< -1 on failure
     int getTempReading();   ///< the sensor's value divided by 100; INT_MIN on failure
-    int
-    getBatteryVoltage();  ///< millivolts; getBatteryCapacity() smooths on from it; -1 on failure
+
+    /// Millivolts, not smoothed; getBatteryCapacity() smooths on from them. -1 on failure.
+    int getBatteryVoltage();
 
     /// The battery's charge in percent, 0 to 100, out of a voltage smoothed over the readings. The
     /// voltage in millivolts goes to `voltage` unless that is null. -1 on failure, with `voltage`
