@@ -7,7 +7,9 @@ if(HANDHELD_SANITIZE)
     # gcc 12's AddressSanitizer fails when a cancelled thread unwinds.
     message(FATAL_ERROR "HANDHELD_SANITIZE needs clang")
   endif()
-  add_compile_options(-fsanitize=${HANDHELD_SANITIZE} -fno-sanitize-recover=all
+  # The vptr check opens a pipe for each object that it sees for the first time: it fails where a
+  # test leaves no descriptor, and shows up where one counts them.
+  add_compile_options(-fsanitize=${HANDHELD_SANITIZE} -fno-sanitize=vptr -fno-sanitize-recover=all
                       -fno-omit-frame-pointer)
   add_link_options(-fsanitize=${HANDHELD_SANITIZE})
   set(HANDHELD_TEST_TIMEOUT 600)
