@@ -144,9 +144,10 @@ void Programs::setMissing(const std::string& program, bool isMissing) {
 std::vector<pid_t> Programs::running(const std::string& program) const {
     const std::lock_guard<std::mutex> held(mutex);
     std::vector<pid_t> processes;
-    for (const auto& visitor : visitors) {
-        if (visitor.second.program == program)
-            processes.push_back(visitor.second.process);
+    for (const auto& [socket, visitor] : visitors) {
+        // One that has been waited for is gone, though the door has not heard of it yet.
+        if (visitor.program == program && SIM_REAL(kill)(visitor.process, 0) == 0)
+            processes.push_back(visitor.process);
     }
     return processes;
 }
