@@ -10,11 +10,18 @@ ScannerInput* ScannerInput::scannerInput = nullptr;
 ScannerInput::~ScannerInput() {
     if (!readers[Barcode])
         return;
-    for (int slot = Barcode; slot < Slots; ++slot) {
-        // The whole object's address, whatever base it is known by.
-        if (readers[slot] && !running[slot])
-            ::operator delete(dynamic_cast<void*>(readers[slot]));
-    }
+    for (int slot = Barcode; slot < Slots; ++slot)
+        vacate(slot);
+}
+
+/// Gives the reader's storage back. False when the reader is in use.
+bool ScannerInput::vacate(int slot) {
+    if (inUse[slot])
+        return false;
+    // The whole object's address, whatever base it is known by.
+    ::operator delete(dynamic_cast<void*>(readers[slot]));
+    readers[slot] = nullptr;
+    return true;
 }
 
 bool ScannerInput::initialize() {
@@ -46,7 +53,7 @@ bool ScannerInput::init() {
             continue;
         if (!readers[slot]->initialize())
             return false;
-        running[slot] = true;
+        inUse[slot] = true;
     }
     return readers[Barcode] || readers[Rfid];
 }
@@ -55,13 +62,11 @@ void ScannerInput::detectReaders() {
     char const* const engines = SysInfo::getScannerInformation();
     if (!engines || !*engines)
         return;
-    if (engines[Barcode] == '1' && !readers[Barcode])
+    if (engines[Barcode] == '1' && vacate(Barcode))
         readers[Barcode] = new BarcodeReader;
-    if (readers[Rfid])
-        return;
-    if (engines[Rfid] == '1')
+    if (engines[Rfid] == '1' && vacate(Rfid))
         readers[Rfid] = new RfidReader(RFID_READER_NXP);
-    else if (engines[Rfid] == '2')
+    else if (engines[Rfid] == '2' && vacate(Rfid))
         readers[Rfid] = new RfidReader(RFID_READER_AMS);
 }
 
@@ -79,6 +84,7 @@ bool ScannerInput::startScan() {
         if (!armed[slot])
             continue;
         readers[slot]->startRead();
+        inUse[slot] = true;
         started = true;
     }
     return started;
@@ -107,6 +113,6 @@ void ScannerInput::close() {
     for (int slot = Barcode; slot < Slots; ++slot) {
         if (readers[slot])
             readers[slot]->shutdown();
-        running[slot] = false;
+        inUse[slot] = false;
     }
 }

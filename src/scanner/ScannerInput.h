@@ -17,8 +17,8 @@ public:
     ScannerInput& operator=(const ScannerInput&) = delete;
 
     /// Releases the readers' storage without running their destructors; the RFID reader's only
-    /// beside a barcode reader, as in close(). A reader that still runs, because close() was not
-    /// called, keeps its storage and runs on.
+    /// beside a barcode reader, as in close(). A reader that still runs or has its timer running,
+    /// because close() was not called, keeps its storage and runs on.
     virtual ~ScannerInput();
 
     /// Creates the instance and initializes its readers. True when that succeeds, and when there is
@@ -37,6 +37,7 @@ public:
     bool init();
 
     /// Creates the readers that the terminal's own description names; none without a description.
+    /// A reader that is there already stays if it is in use, and makes room for a new one if not.
     void detectReaders();
 
     /// Prepares a scan with reader 0 (barcode) or 1 (RFID) and arms it. Always true, also when
@@ -61,7 +62,9 @@ private:
 
     static ScannerInput* scannerInput;
 
+    bool vacate(int slot);
+
     BasicReader* readers[Slots] = {};  // null: no such engine
     bool armed[Slots] = {};
-    bool running[Slots] = {};  // initialized, and not shut down since
+    bool inUse[Slots] = {};  // initialized or started, and not shut down since
 };

@@ -84,6 +84,39 @@ TEST(ScannerInputTest, WithoutABarcodeReaderTheRfidReaderOutlivesTheFacade) {
     EXPECT_EQ(onTerminal("02", shutDown), "reads on");
 }
 
+// The readers that failed were kept, in a state in which they fail for ever.
+TEST(ScannerInputTest, AnInitThatFailedCanBeRepeated) {
+    const Steps repeat = [](sim::Terminal& terminal) -> string {
+        terminal.faults().fail("open", "/dev/ttyAT2", EIO);
+        ScannerInput facade;
+        if (facade.init())
+            return "no failure";
+        return facade.init() ? "scans" : "fails for ever";
+    };
+    EXPECT_EQ(onTerminal("12", repeat), "scans");
+}
+
+// It was released with its timer running.
+TEST(ScannerInputTest, AReaderStartedAfterTheCloseOutlivesTheFacade) {
+    const Steps start = [](sim::Terminal& terminal) -> string {
+        const test::EventThread events;
+        {
+            ScannerInput facade;
+            facade.init();
+            facade.initScan(0);
+            facade.close();
+            terminal.journal().clear();
+            facade.startScan();
+        }
+        terminal.clock().setSpeed(100);
+        const bool both = test::soon([&] {  // the second is the timer's
+            return terminal.journal().history("pwrctrl") == "line 9 high, line 9 high";
+        });
+        return both ? "times out" : "is gone";
+    };
+    EXPECT_EQ(onTerminal("10", start), "times out");
+}
+
 TEST(ScannerInputTest, AReaderThatFailsLeavesTheOneBeforeRunning) {
     const Steps fail = [](sim::Terminal& terminal) -> string {
         // Stays: the reader is still in its delivery when that is noted.
