@@ -85,10 +85,10 @@ const char* SysInfo::getHardwareRevision() {
 int SysInfo::commModule() {
     if (commModuleType < 0) {
         Text text;
-        commModuleType = 1;
-        if (findEntry(identity::CommModule, text))
-            commModuleType = static_cast<int>(
-                std::clamp<long>(std::strtol(text, nullptr, 10), INT_MIN, INT_MAX));
+        const bool isKnown = findEntry(identity::CommModule, text);
+        commModuleType = isKnown ? static_cast<int>(std::clamp<long>(std::strtol(text, nullptr, 10),
+                                                                     INT_MIN, INT_MAX))
+                                 : 1;
     }
     return commModuleType;
 }

@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <cctype>
 #include <charconv>
+#include <climits>
+#include <cstdlib>
 
 namespace at {
 
@@ -168,8 +170,15 @@ std::optional<tm> clockTime(std::string_view answer) {
     return found ? std::optional<tm>(time) : std::nullopt;
 }
 
+int secondNumber(const std::string& answer) {
+    const size_t comma = answer.find(',');
+    const long number =
+        comma == std::string::npos ? 0 : std::strtol(answer.c_str() + comma + 1, nullptr, 10);
+    return static_cast<int>(std::clamp<long>(number, INT_MIN, INT_MAX));
+}
+
 std::string firstLine(std::string_view answer) {
-    const std::string_view line = trimmed(answer.substr(0, answer.find('\r')));
+    const std::string_view line = answer.substr(0, answer.find('\r'));
     return line == "OK" ? std::string() : std::string(line);
 }
 

@@ -14,6 +14,9 @@ namespace at {
 /// carry the status alone, are passed over.
 std::optional<int> registrationStatus(std::string_view answer);
 
+/// The number behind the first comma; 0 when there is none.
+int secondNumber(const std::string& answer);
+
 inline bool isRegistered(int status) {
     constexpr int AtHome = 1;
     constexpr int Roaming = 5;

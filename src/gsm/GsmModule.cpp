@@ -61,8 +61,8 @@ bool GsmModule::writeCommand(const char* command) {
     Thread::sleep(PauseMs);
     line->flushInput();
     line->flushOutput();
-    // A command that was cut is not ended: the module must not carry out half of it.
-    return line->write(command) == static_cast<int>(std::strlen(command)) && line->write("\r") == 1;
+    const int sent = line->write(command);
+    return sent + line->write("\r") == static_cast<int>(std::strlen(command)) + 1;
 }
 
 int GsmModule::readAnswer(std::string* answer, int timeoutMs) {

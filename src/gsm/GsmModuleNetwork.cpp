@@ -101,8 +101,7 @@ bool GsmModule::awaitRegistration(int tries) {
             Thread::sleep(RegistrationPauseMs);
         std::string answer;
         const int result = exchange(AskRegistration, RegistrationMs, &answer);
-        if (answerStartsWith(answer, "+CREG:") &&
-            at::isRegistered(at::registrationStatus(answer).value_or(0)))
+        if (answerStartsWith(answer, "+CREG:") && at::isRegistered(at::secondNumber(answer)))
             return true;
         silent = result == ModemPort::None && answer.empty() ? silent + 1 : 0;
         if (silent == SilentPolls)

@@ -33,7 +33,8 @@ public:
     bool open(const char* path, int mode);
 
     /// False when there is no open file. False as well when the rest of the output cannot be
-    /// written, as on a full card: the file then stays open, with its use of the medium.
+    /// written, as on a full card: the file then stays open, with its use of the medium. And false
+    /// when only the system's own close reports an error: the file is closed then all the same.
     bool close();
 
     /// The file's length in bytes, unwritten output included; -1 when it has none (a pipe), when it

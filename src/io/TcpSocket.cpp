@@ -86,8 +86,10 @@ int TcpSocket::getPendingOutput() { return request(TIOCOUTQ); }
 bool TcpSocket::setTimeouts(int sendTimeoutMs, int receiveTimeoutMs) {
     sendTimeout = sendTimeoutMs;
     receiveTimeout = receiveTimeoutMs;
-    return sock < 0 || (setOption(sock, SOL_SOCKET, SO_RCVTIMEO, intervalOf(receiveTimeout)) &&
-                        setOption(sock, SOL_SOCKET, SO_SNDTIMEO, intervalOf(sendTimeout)));
+    if (sock < 0)
+        return true;
+    const bool received = setOption(sock, SOL_SOCKET, SO_RCVTIMEO, intervalOf(receiveTimeout));
+    return setOption(sock, SOL_SOCKET, SO_SNDTIMEO, intervalOf(sendTimeout)) && received;
 }
 
 bool TcpSocket::setKeepalive(int idleSeconds, int intervalSeconds, int count) {

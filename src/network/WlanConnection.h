@@ -102,8 +102,9 @@ public:
     std::string ifaceGetEssid();
 
     /// Has the DHCP client's script set the addresses of the settings, which it finds in the
-    /// environment. The environment is the whole process's while the script runs, and afterwards as
-    /// it was, also when this is cancelled.
+    /// environment as "interface", "ip", "subnet", "router" and "dns". The environment is the whole
+    /// process's while the script runs; afterwards these five are gone from it, whatever they were
+    /// before, also when this is cancelled.
     bool setStaticIp();
 
     /// Adds the network of the settings to the daemon and enables network 0, the only one that the

@@ -16,12 +16,13 @@
 
 namespace {
 
-/// A variable of the environment, "NAME=value", for the length of a scope.
+/// A variable of the environment, "NAME=value", for the length of a scope. Afterwards there is none
+/// of that name, whatever was there before.
 class EnvironmentEntry {
 public:
     EnvironmentEntry(const char* name, const std::string& value)
         : nameLength(std::strlen(name)), entry(copyOf(std::string(name) + "=" + value)),
-          replaced(entryOf(name)), added(::putenv(entry.get()) == 0) {}
+          added(::putenv(entry.get()) == 0) {}
     EnvironmentEntry(const EnvironmentEntry&) = delete;
     EnvironmentEntry& operator=(const EnvironmentEntry&) = delete;
 
@@ -30,8 +31,7 @@ public:
         if (!added)
             return;
         const std::string name(entry.get(), nameLength);
-        const int result = replaced ? ::putenv(replaced) : ::unsetenv(name.c_str());
-        if (result != 0)
+        if (::unsetenv(name.c_str()) != 0)
             static_cast<void>(entry.release());
     }
 
@@ -44,15 +44,8 @@ private:
         return copy;
     }
 
-    /// What stands in the environment: the value with its name before it.
-    static char* entryOf(const char* name) {
-        char* const value = std::getenv(name);
-        return value ? value - std::strlen(name) - 1 : nullptr;
-    }
-
     const size_t nameLength;
     std::unique_ptr<char[]> entry;
-    char* const replaced;  // whoever has set it owns it
     const bool added;
 };
 

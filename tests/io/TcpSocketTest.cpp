@@ -90,7 +90,8 @@ TEST_F(TcpSocketTest, TimeOutsSetBeforeConnectingHoldAfterIt) {
     EXPECT_EQ(option<timeval>(SOL_SOCKET, SO_RCVTIMEO).tv_usec, 0);
     EXPECT_FALSE(send(tcp, string(64 << 20, 'x'))) << "a peer that does not read takes a part";
     EXPECT_GT(tcp.getPendingOutput(), 0);
-    EXPECT_FALSE(tcp.setTimeouts(40, -1));
+    EXPECT_FALSE(tcp.setTimeouts(2000, -1));
+    EXPECT_EQ(option<timeval>(SOL_SOCKET, SO_SNDTIMEO).tv_sec, 2) << "the other one holds";
     EXPECT_FALSE(tcp.connect(Host, port)) << "kept, and refused again";
     EXPECT_FALSE(tcp.isConnected());
     EXPECT_TRUE(tcp.setTimeouts(30000, 30000) && tcp.connect(Host, port));
