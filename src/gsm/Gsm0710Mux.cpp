@@ -11,6 +11,7 @@
 
 #include "gsm/Gsm0710Buffer.h"
 #include "gsm/Gsm0710Protocol.h"
+#include "io/NoCancellation.h"
 #include "power/PowerManager.h"
 
 namespace {
@@ -44,6 +45,7 @@ std::string shortened(const char* path) { return {path, ::strnlen(path, MaxPath)
 }  // namespace
 
 Gsm0710Mux::~Gsm0710Mux() {
+    const io::NoCancellation scope;
     if (physicalFd.isOpen())
         stopMux();
 }
@@ -119,8 +121,7 @@ void Gsm0710Mux::run() {
     drainOutput();
     if (stopType != ClosedByModule)
         closeMux();
-    for (bool& open : channelOpen)
-        open = false;
+    channelOpen.reset();
 }
 
 /// One exchange before the switch to multiplexing.

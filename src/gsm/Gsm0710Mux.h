@@ -25,9 +25,9 @@ class Gsm0710Frame;
 ///
 /// Once it multiplexes, the worker never waits for the module: what the line does not take is kept,
 /// at most one read of a program's data, and no more is read from the programs until it has gone.
-/// For a program it waits up to a second to take what came for it, once; after that it drops that
-/// channel's data until the program reads again. Data for a port that no program holds open is
-/// dropped.
+/// For a program it waits, as long as that takes something each second; after that it drops that
+/// channel's data until the program reads again. Data for a port that its program has closed is
+/// dropped; what comes before a program has opened the port waits for it.
 class Gsm0710Mux : public PowerEventListener, public Thread {
 public:
     /// Why the worker has ended its work.
@@ -43,8 +43,8 @@ public:
     ~Gsm0710Mux() override;
 
     /// Opens the module's line and the masters, up to four paths ended by a null, and starts the
-    /// worker. Of each path the first 32 characters count. False, with nothing changed, when the
-    /// engine is started already or the line cannot be opened.
+    /// worker. Of each master's path the first 32 characters count. False, with nothing changed,
+    /// when the engine is started already or the line cannot be opened.
     ///
     /// Returns before the module has answered, and reports neither a module that does not nor a
     /// master that cannot be opened: their channels stay silent. A master is tried again and again.
@@ -63,6 +63,7 @@ public:
 private:
     static constexpr int MaxVirtualPorts = 4;
     static constexpr int MaxDescriptors = MaxVirtualPorts + 1;
+    static constexpr int ChannelCount = 64;  // that an address can tell
 
     bool openPhysicalPort(const char* path);
     bool openVirtualPort(int index);
@@ -100,7 +101,7 @@ private:
     std::string virtualNames[MaxVirtualPorts];
     io::FileDescriptor physicalFd;
     std::string physicalName;
-    bool channelOpen[MaxVirtualPorts + 1] = {};
+    std::bitset<ChannelCount> channelOpen;  // also those that no program has
 
     Mutex writeMutex;            // one frame after the other
     gsm0710::FrameQueue output;  // guarded by writeMutex

@@ -102,8 +102,8 @@ bool Gsm0710Mux::isListening(int channel) {
     return !abandoned[bit];
 }
 
-/// Hands data to a program. The number of octets taken; what is not taken within a second is
-/// dropped, and from then on at once what does not fit, until all of it fits again.
+/// Hands data to a program. The number of octets taken: the rest is dropped when the program takes
+/// nothing for a second, and from then on at once, until it takes something again.
 unsigned int Gsm0710Mux::writeToVirtual(const unsigned char* data, unsigned int length,
                                         int channel) {
     if (length == 0 || channel < 1 || channel > channelCount || !isListening(channel))
@@ -111,16 +111,15 @@ unsigned int Gsm0710Mux::writeToVirtual(const unsigned char* data, unsigned int 
     const int master = virtualFds[channel - 1].get();
     const auto bit = static_cast<size_t>(channel);
     unsigned int written = writeOnce(master, data, length);
-    if (written < length && !unread[bit]) {
-        const foundation::TimeLimit limit(ProgramMs);
-        while (written < length && !stopRequested() && isOutputReady(master, limit.leftMs())) {
-            const unsigned int more = writeOnce(master, data + written, length - written);
-            if (more == 0)
-                break;
-            written += more;
-        }
+    if (written > 0)
+        unread.reset(bit);
+    while (written < length && !unread[bit] && !stopRequested()) {
+        const unsigned int more = isOutputReady(master, ProgramMs)
+                                      ? writeOnce(master, data + written, length - written)
+                                      : 0;
+        unread[bit] = more == 0;
+        written += more;
     }
-    unread[bit] = written < length;
     return written;
 }
 
@@ -159,10 +158,7 @@ void Gsm0710Mux::handleSerialFrames(Gsm0710Buffer& buffer, StopType& stopType) {
 /// A frame that is not data for a program.
 void Gsm0710Mux::handleFrame(Gsm0710Frame& frame, StopType& stopType) {
     const bool isControl = frame.channel == gsm0710::ControlChannel;
-    // A channel we have no place for is never open.
-    bool nowhere = false;
-    const bool isKnown = frame.channel <= MaxVirtualPorts;
-    bool& open = isKnown ? channelOpen[frame.channel] : nowhere;
+    auto open = channelOpen[static_cast<size_t>(frame.channel)];
     const auto answer = [&](gsm0710::FrameType type) {
         writeToPhysical(frame.channel, nullptr, 0, withFinal(type));
     };
@@ -172,9 +168,9 @@ void Gsm0710Mux::handleFrame(Gsm0710Frame& frame, StopType& stopType) {
     case gsm0710::Uih: handleCommand(frame, stopType); break;
     case gsm0710::Sabm:
         open = true;
-        answer(isKnown ? gsm0710::Ua : gsm0710::Dm);
+        answer(gsm0710::Ua);
         break;
-    case gsm0710::Ua: open = !open; break;  // agrees to our SABM or to our DISC
+    case gsm0710::Ua: open.flip(); break;  // agrees to our SABM or to our DISC
     case gsm0710::Dm:
         if (!open && isControl)
             stopType = Refused;

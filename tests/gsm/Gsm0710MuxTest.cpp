@@ -228,8 +228,9 @@ TEST_F(Gsm0710MuxTest, MessagesAndFramesAreAnsweredAsThePeerOfTheModuleDoes) {
         {3, 0x43, "", "3:1F", "DISC of a closed channel"},
         {3, 0x3F, "", "3:73", "SABM"},
         {3, 0x53, "", "3:73", "DISC of an open channel"},
-        {17, 0x3F, "", "17:1F", "SABM of a channel that is none"},
-        {17, 0x0F, "", "", "DM of it"},
+        {63, 0x3F, "", "63:73", "SABM of a channel that no program has"},
+        {63, 0x53, "", "63:73", "DISC of it"},
+        {63, 0x53, "", "63:1F", "which is closed now"},
         {1, 0x0F, "", "", "DM of an open channel"},
         {1, 0x43, "", "1:1F", "which is closed now"},
         {0, 0x2F, "junk", "0:73", "SABM with data"}};
