@@ -8,6 +8,7 @@
 
 #include "bluetooth/BluetoothSPPConnection.h"
 #include "bluetooth/IwrapProtocol.h"
+#include "io/NoCancellation.h"
 
 namespace {
 
@@ -40,6 +41,7 @@ BlueGigaBluetoothModule::BlueGigaBluetoothModule(const char* devicePath) : devic
 BlueGigaBluetoothModule::~BlueGigaBluetoothModule() {
     if (!port)
         return;  // the lock may be held for good
+    const io::NoCancellation scope;
     std::shared_ptr<BluetoothPort> closing;
     {
         const ExchangeGuard held(driverLock);
@@ -51,6 +53,10 @@ bool BlueGigaBluetoothModule::open() {
     if (port)
         return false;
     driverLock.lock();
+    if (port) {  // opened by another thread meanwhile
+        driverLock.unlock();
+        return false;
+    }
     auto opened = std::make_shared<BluetoothPort>();
     if (!opened->open(device.c_str()))
         return false;  // the lock stays held: nothing talks to a module that has no line
@@ -110,8 +116,7 @@ bool BlueGigaBluetoothModule::readAnswer(std::string* out, int timeoutMs) {
         if (byteAt(buffer, 0) == iwrap::StartByte)
             isMuxOn = true;  // the module has switched, even unasked
 
-        // Every pass looks at all that has come. Callers only search an answer, so that it does not
-        // matter to them how often a part of it is there.
+        // Every pass looks at all that has come, and adds it to what the ones before have added.
         if (!isMuxOn) {
             takeText(out, buffer, static_cast<unsigned>(std::strlen(buffer)));
         } else {

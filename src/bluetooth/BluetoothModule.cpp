@@ -1,6 +1,8 @@
 #include "bluetooth/BluetoothModule.h"
 
+#include <algorithm>
 #include <cstring>
+#include <iterator>
 #include <memory>
 
 #include "bluetooth/BluetoothSPPConnection.h"
@@ -57,7 +59,10 @@ void BluetoothModule::deregisterSPPConnection(int id) {
     if (id < 0 || id >= SlotCount)
         return;
     const MutexGuard held(registryLock);
-    connections[id] = nullptr;
+    const BluetoothSPPConnection* const leaving = connections[id];
+    std::replace_if(
+        std::begin(connections), std::end(connections),
+        [leaving](const BluetoothSPPConnection* one) { return one == leaving; }, nullptr);
 }
 
 bool BluetoothModule::setIncomingPin(const char* pin) {

@@ -138,7 +138,8 @@ public:
     /// Takes the slot of the connection's local port. False when there is none or it is taken.
     bool registerIncomingSPPConnection(BluetoothSPPConnection* connection);
 
-    /// Frees a slot; waits for a delivery under way. Ids that are none are ignored.
+    /// Frees a slot, with any other that its connection has, for it has registered more than once;
+    /// waits for a delivery under way. Ids that are none are ignored.
     void deregisterSPPConnection(int id);
 
     /// The PIN for remote devices that ask for one and that no connection is meant for. Empty at

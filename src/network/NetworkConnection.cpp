@@ -12,6 +12,7 @@
 
 #include "gui/GuiLibrary.h"
 #include "io/FileDescriptor.h"
+#include "io/NoCancellation.h"
 #include "power/PowerManager.h"
 #include "power/SystemEvents.h"
 
@@ -46,6 +47,7 @@ bool NetworkConnection::shutdown() { return currentState() == STATE_IDLE && netS
 NetworkConnection::~NetworkConnection() { ignorePower(); }
 
 void NetworkConnection::retire() {
+    const io::NoCancellation scope;
     ignorePower();
     stop(StopMs, true);
 }
@@ -77,7 +79,8 @@ bool NetworkConnection::disconnect() {
 
 void NetworkConnection::addListener(NetworkEventListener* listener) {
     EventBroadcaster<NetworkEventListener>::addListener(listener);
-    listener->networkEvent(lastEvent);
+    if (listener)
+        listener->networkEvent(lastEvent);
 }
 
 // ---- Reports

@@ -4,6 +4,7 @@
 #include <string_view>
 
 #include "gui/GuiLibrary.h"
+#include "io/NoCancellation.h"
 #include "power/PowerManager.h"
 #include "power/SystemEvents.h"
 #include "scanner/BarcodeProtocol.h"
@@ -37,6 +38,7 @@ std::string_view trimmed(std::string_view burst) {
 BarcodeReader::BarcodeReader() : initState(NotInitialized) { period = ScanMs; }
 
 BarcodeReader::~BarcodeReader() {
+    const io::NoCancellation scope;
     stopTimer();  // a read may have been started without initialize()
     if (initState != NotInitialized)
         BarcodeReader::shutdown();

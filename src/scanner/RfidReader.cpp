@@ -5,6 +5,7 @@
 #include <unistd.h>
 
 #include "gui/GuiLibrary.h"
+#include "io/NoCancellation.h"
 #include "power/SystemEvents.h"
 #include "scanner/RfidProtocol.h"
 #include "scanner/ScanRecord.h"
@@ -59,7 +60,10 @@ private:
 
 RfidReader::RfidReader(RfidReaderType readerType) : type(readerType) { period = ScanMs; }
 
-RfidReader::~RfidReader() { RfidReader::shutdown(); }
+RfidReader::~RfidReader() {
+    const io::NoCancellation scope;
+    RfidReader::shutdown();
+}
 
 char const* RfidReader::devicePath() const {
     return type == RFID_READER_AMS ? rfid::AmsPath : rfid::NxpPath;

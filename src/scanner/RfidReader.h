@@ -49,8 +49,8 @@ public:
     /// false at once, the worker ends after it, and another shutdown() joins it.
     bool shutdown() override;
 
-    /// Arms one read, which begins at once. True. Without effect during a read, the delivery of its
-    /// tag included: arm again after each result.
+    /// Arms one read, which begins at once, or with initialize() when that comes later. True.
+    /// Without effect during a read, the delivery of its tag included: arm again after each result.
     bool initRead() override;
 
     /// Starts the 5 seconds anew.

@@ -88,6 +88,11 @@ TEST_F(BluetoothSPPConnectionTest, SlotsAreGivenLowestFirstAndIncomingOnesByThei
         EXPECT_EQ(module.createIncomingSPPConnection(port), nullptr) << port;
     outgoing[1].reset();
     EXPECT_EQ(module.take(), "disconnect 3") << "the others never had a slot";
+    EXPECT_TRUE(outgoing[0]->registerSPP()) << "a second time, in slot 3";
+    outgoing[0].reset();
+    EXPECT_EQ(module.take(), "disconnect 3");
+    outgoing[0] = makeLink(module);  // was refused: the first slot was not freed
+    ASSERT_TRUE(outgoing[0]);
     for (const int id : {7, -1})
         module.deregisterSPPConnection(id);
     EXPECT_TRUE(makeLink(module));

@@ -62,6 +62,7 @@ struct NetworkConnectionTest : test::PoweredTest {
     NetworkConnectionTest() {
         terminal.clock().setSpeed(Speed);
         link.addListener(&network);
+        link.addListener(nullptr);  // ends each walk, and nothing else
         terminal.journal().clear();
     }
     ~NetworkConnectionTest() override {
