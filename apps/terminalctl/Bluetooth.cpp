@@ -15,6 +15,7 @@ namespace {
 
 constexpr int LookMs = 250;
 constexpr int HighestPort = 7;
+constexpr int HighestHeardPort = 6;  // the module's driver ignores calls on 7
 constexpr size_t AddressLength = 17;
 constexpr size_t PieceSize = 256;
 
@@ -208,7 +209,8 @@ void declareBluetooth(Command command) {
     sending.takeSeconds("--answer", options->seconds, "waits for an answer that long");
 
     Command listening = operation("listen", "waits for a call, with the packet module", listen);
-    listening.need("port", options->port, "on which it is taken, 1 to 7", within(1, HighestPort));
+    listening.need("port", options->port, "on which it is taken, 1 to 6",
+                   within(1, HighestHeardPort));
     listening.take("--pin", options->pin, "for devices that ask for one");
     listening.takeSeconds("--for", options->seconds, "that long, 0 for until interrupted");
 }

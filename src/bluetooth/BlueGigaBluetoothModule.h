@@ -18,9 +18,9 @@
 ///
 /// Any thread may call the operations: each holds the driver's lock from its command to the end of
 /// the answer, and link data that comes in meanwhile reaches its connection from there. The
-/// module's reader thread polls for data only after a write; otherwise it waits in the line for the
-/// next command or write. An operation takes as long as its answer, up to the time-out it names,
-/// and before that waits for the lock.
+/// module's reader thread polls for data only when it starts and after each successful
+/// sendSPPData(); otherwise data waits in the line for the next command or write. An operation
+/// takes as long as its answer, up to the time-out it names, and before that waits for the lock.
 ///
 /// What an application sees of the way answers are read, and lives with:
 /// - An answer in several pieces is looked at from its beginning with each of them, until a final
@@ -28,9 +28,11 @@
 ///   delivered again each time: of frames A and B that come one after the other, each within the
 ///   time-out of the last, the link's FIFO gets A, A, B. It does not as long as the last final line
 ///   was one of the table: that ends the reading after each piece. Protocols on a link have to
-///   tell repetitions.
+///   tell repetitions. The text of an answer that comes in pieces is repeated, too: a scan may then
+///   name a device twice or a mangled one, and an address or a link's number may be wrong.
 /// - Data for a link that no connection has is dropped, and so is what is left of a frame that does
-///   not come whole within the time-out or the buffer of 1024 bytes.
+///   not come whole within the time-out or the buffer of 1024 bytes; what comes together with the
+///   rest of such a frame may be.
 /// - A write wakes the reader for one poll of 250 ms. What comes later waits in the line; so does
 ///   everything when the wake-up was lost, as it is while the reader is between a poll and its
 ///   sleep. Whoever expects data that does not come writes again, or asks with ping().
@@ -125,7 +127,9 @@ public:
     /// Waits for the module's start-up banner, up to five times 1 s.
     bool isAlive() override;
 
-    /// The module answers this with nothing or with the line itself; 1 s.
+    /// The module answers a setting with nothing, or with the line itself while it echoes; 1 s. In
+    /// text mode the first two succeed only without an echo and setLAP() only with one, so that
+    /// connectSPP(), which begins with them, fails there while the module echoes.
     /// @{
     bool disableEcho() override;
     bool setAuth(char* pin) override;
@@ -138,7 +142,7 @@ public:
     /// The module's own text; 1 s, or until a second has passed without more of it.
     std::string getVersion() override;
 
-    /// The module's own list of its links, as text; it takes as long as getVersion().
+    /// The module's own list of its links, as text; until a second has passed without more of it.
     std::string queryActiveConnections();
 
     /// Asks for the first link that answers. 1 s for each that does not. False without links.

@@ -100,7 +100,8 @@ public:
     int buzzerPlay(int frequency, int durationMs);
 
     // Clock, which keeps local time. `t` is seconds since the epoch. False when the driver refuses,
-    // or the time has no local form; `t` is left alone then.
+    // or the time has no local form; `t` is left alone then. The clock does not know of daylight
+    // saving: while it is in force, what is read, and with it an alarm, is an hour ahead.
     bool rtcGetTime(long* t);       ///< with null: only whether the clock can be read
     bool rtcSetTime(long t);        ///< the system's time stays
     bool rtcSetAlarm(int seconds);  ///< from the clock's present time, not the system's
@@ -124,10 +125,11 @@ public:
     /// done: transitions are disabled, the state is the present one, or a listener has refused. Not
     /// from a listener.
     ///
-    /// POWER_SUSPEND returns after the wake-up, in another state. POWER_SHUTDOWN takes the time of
+    /// POWER_SUSPEND returns after the wake-up, in another state unless that change was refused.
+    /// POWER_SHUTDOWN takes the time of
     /// gprsPowerOff() and then sends system event 31 on this thread, waiting for the windowing
     /// library's lock as long as it takes. Both are true, too, when they have ended in
-    /// POWER_DISPLAY_OFF because the memory card is in use.
+    /// POWER_DISPLAY_OFF because the memory card is in use or the kernel offers no suspend.
     bool setPowerMode(PowerState to);
 
     /// Waits for a kickIdle() in progress.
@@ -147,7 +149,7 @@ public:
     int getIdleDuration();
 
     /// How long the next suspend may last before the clock wakes the terminal, in seconds; 0 or
-    /// less: until something else does.
+    /// less: it sets no alarm, and one that was set before still wakes the terminal.
     void setPowerSaveSleep(int seconds);
 
 private:

@@ -105,8 +105,8 @@ void PowerManager::suspend() {
         return;
     }
     const time_t asleepSince = std::time(nullptr);
-    if (powerSaveSleep > 0)
-        rtcSetAlarm(powerSaveSleep);
+    if (const int sleepSeconds = powerSaveSleep; sleepSeconds > 0)
+        rtcSetAlarm(sleepSeconds);
     std::fputs(board::SuspendToRam, state.get());
     state.reset();  // the write happens here: the terminal sleeps, and goes on from here
 

@@ -64,7 +64,7 @@ refuse 'sideways not in' power mode sideways
 refuse 'not a time such as' power clock --set yesterday
 refuse 'not a time such as' power clock --set '2026-02-31 08:00:00'
 refuse 'not in range 0 to 4' rfid read --bank 5
-refuse 'not in range 1 to 7' bt listen 8
+refuse 'not in range 1 to 6' bt listen 7
 refuse 'not 00:1A' bt send 00:1A ping
 refuse 'no network is given' wlan
 refuse 'security is .* not best' wlan --ssid Warehouse --security best
