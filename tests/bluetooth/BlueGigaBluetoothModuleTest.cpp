@@ -135,6 +135,7 @@ TEST_F(BlueGigaBluetoothModuleTest, AnAnswerInPiecesIsLookedAtFromItsBeginningEa
     EXPECT_EQ(taken(*link), "D") << "after a final line a read ends with the first piece";
 
     // A module that falls silent in a packet: what is left of it is lost, the next one is not.
+    terminal.clock().setSpeed(0.1);  // what has been sent arrives within the 20 ms
     module.transmit(frame(3, "lost").substr(0, 6));
     EXPECT_TRUE(read(20));
     module.transmit(frame(3, "lost").substr(6));
@@ -180,6 +181,7 @@ TEST_F(BlueGigaBluetoothModuleTest, LinksAreCalledCarryDataAndAreEnded) {
     EXPECT_FALSE(wrong->connect());
     module.onCommand("CALL*", Reply::raw("\xBF\xFF\x00\x07"s + "CONNECT" + '\0'), 1);
     EXPECT_FALSE(wrong->connect() || wrong->isConnected()) << "no link number";
+    terminal.clock().setSpeed(Exchanging);
     module.onCommand("SET BT AUTH*", Reply::final("BUSY"), 1);
     EXPECT_FALSE(phone->connect());
     EXPECT_THAT(terminal.journal().history("bt"), HasSubstr("CALL 5c:f3:70:8b:12:34 1101 RFCOMM"));

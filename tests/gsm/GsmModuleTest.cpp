@@ -83,6 +83,7 @@ TEST_F(GsmModuleTest, AnAnswerIsWhatStandsBehindTheEcho) {
     EXPECT_TRUE(module.attachGprs()) << "what came too late is not this command's answer";
 
     const LockGuard<GsmModule> held(module);
+    line().fragment(0);
     string text = "kept";
     line().send("\nOK\n");
     EXPECT_EQ(module.readAnswer(&text, 200), -1) << "without an echo";
@@ -103,7 +104,7 @@ TEST_F(GsmModuleTest, TheSetUpProbesThenStopsAtTheFirstStepThatFails) {
                    {{{"AT&K3", {Error, Ok}}}, true, "AT " + speed + "AT&K3 " + rest, 600ms},
                    {{{"AT&K3", {Error}}}, false, "AT " + speed + "AT&K3 AT&K3 ", 600ms},
                    {{{"AT#SELINT=2", {"\r\nCONNECT\r\n"}}}, false, "AT " + speed + rest, 100ms}});
-    terminal.clock().setSpeed(2);
+    terminal.clock().setSpeed(1);
     expect(setUp, {{{{"AT", {Silence}}}, true, "AT AT AT AT AT " + speed + rest, 1900ms}});
     EXPECT_EQ(line().settings(), "115200 8N1 rtscts");
 }

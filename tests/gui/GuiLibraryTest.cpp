@@ -136,6 +136,8 @@ TEST_F(GuiLibraryTest, TimerFiresEveryPeriodOnTheEventThreadUntilItIsStopped) {
 TEST_F(GuiLibraryTest, StoppingWaitsForTheCallbackInProgress) {
     Gate gate, atHook;
     Timer blocking(1, [&] {
+        if (blocking.rounds > 0)
+            return;  // the one that stops it came late
         gate.pass();
         terminal.journal().note("gui", "ended");
     });

@@ -91,12 +91,11 @@ TEST_F(BluetoothConnectionTest, EveryStepOfTheBringUpCanFail) {
     } cases[] = {
         {"no supply", Waiting, "pwrctrl: line 4 high",
          [&] { terminal.faults().fail("ioctl", "/dev/pwrctrl", EIO, 1); }},
-        {"no line", Waiting, "pwrctrl: line 6 low",
-         [&] { terminal.setPresent("/dev/ttyAT1", false); }},
-        {"no banner", Waiting, "bt: ready", [&] { module.setSilent(true); }},
-        {"no MUX mode", Exchanging, "bt: SET CONTROL MUX 1",
+        {"no line", 1, "pwrctrl: line 6 low", [&] { terminal.setPresent("/dev/ttyAT1", false); }},
+        {"no banner", Exchanging, "bt: ready", [&] { module.setSilent(true); }},
+        {"no MUX mode", 2, "bt: SET CONTROL MUX 1",
          [&] { module.onCommand("SET CONTROL*", Reply::final("SYNTAX ERROR").withoutEcho()); }},
-        {"no access code", Exchanging, "bt: SET BT LAP 9e8b33",
+        {"no access code", 2, "bt: SET BT LAP 9e8b33",
          [&] { module.onCommand("SET BT LAP*", Reply::final("REFUSED")); }}};
     for (const auto& expected : cases) {
         SCOPED_TRACE(expected.what);

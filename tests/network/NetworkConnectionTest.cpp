@@ -245,7 +245,7 @@ TEST_F(NetworkConnectionTest, ABusyWindowingLibraryDelaysEventsButNoStop) {
     link.talks = true;
     clear();
     GuiLibrary::lock();
-    ASSERT_TRUE(link.connect() && comes("connecting"));
+    ASSERT_TRUE(link.connect() && soon([&] { return !story().empty(); }));
     EXPECT_GE(simulated([this] { EXPECT_TRUE(link.disconnect()); }), 10s);
     GuiLibrary::unlock();
     link.talks = false;

@@ -174,6 +174,7 @@ TEST_F(WpaControlTest, ADaemonThatGoesFailsTheRequestAndARestartedOneNeedsANewCo
     EXPECT_EQ(request(), -1) << "another socket on the same path";
     wpa_ctrl_close(control);
     open();
+    terminal.clock().setSpeed(1);
     const auto answering = test::inBackground([&] { answer({"PONG"}); });
     EXPECT_EQ(request(), 0);
     EXPECT_EQ(reply, "PONG");

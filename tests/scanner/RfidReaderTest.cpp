@@ -157,7 +157,7 @@ TEST_F(RfidReaderTest, AReadEndsByItsTagByAStopOrAfter5Seconds) {
     beginRead(reader);
     EXPECT_TRUE(reader.startRead());
     engine.present({"\x07", {}});
-    EXPECT_TRUE(await("rfid: close"));
+    EXPECT_TRUE(await("rfid: read ") && await("rfid: close"));
     engine.remove();
     beginRead(reader);
     const auto delivery = terminal.clock().monotonic();

@@ -52,19 +52,21 @@ TEST_F(ConsoleSocketTest, OnlyAWholeLineIsCarriedOut) {
 }
 
 TEST_F(ConsoleSocketTest, AnApplicationWithoutDescriptorsToSpareDoesNotEndIt) {
-    const io::FileDescriptor early = client();
+    // A thread that waits in accept4() has a descriptor already: the second client gets none.
+    const io::FileDescriptor early = client(), late = client();
     rlimit before{};
     getrlimit(RLIMIT_NOFILE, &before);
-    const auto next = static_cast<rlim_t>(client().get());
-    const rlimit none{next, before.rlim_max};
+    const rlimit none{STDERR_FILENO + 1, before.rlim_max};
     setrlimit(RLIMIT_NOFILE, &none);
-    EXPECT_TRUE(connect(early));
+    EXPECT_TRUE(connect(early) && connect(late));
+    EXPECT_EQ(::send(early.get(), "?\n", 2, MSG_NOSIGNAL), 2);
     const sim::HostDeadline soonOver(std::chrono::milliseconds(50));
     while (!soonOver.passed() && !test::isDone(served))
         sim::pauseBriefly();
     setrlimit(RLIMIT_NOFILE, &before);
     ASSERT_FALSE(test::isDone(served));
-    EXPECT_EQ(answerTo("quit\n", early), "ok\n");
+    EXPECT_EQ(test::readFrom(early.get(), 7), "failed\n") << "no such command";
+    EXPECT_EQ(answerTo("quit\n", late), "ok\n");
     EXPECT_TRUE(served.get());
 }
 

@@ -28,6 +28,7 @@ hangup='await barcode: command ESC Z CR\nline barcode hangup'
 noCard='card pull'
 tag='rfid present E20034120614 pallet 17'
 voltage='missing /sys/devices/platform/atmel_spi.1/spi1.3/in_input0'
+hurry='await pppd: start\nspeed 10'  # the multiplexer has no time to lose
 printer='bt fit text\nbt present 00:1A:7D:DA:71:13 Label printer\nbt pin 00:1A:7D:DA:71:13 4321'
 
 failures=0
@@ -92,7 +93,7 @@ noted='first LED off.*second LED on' expect 0 '' '' power leds second
 noted='tone 1000' expect 0 '' '' power beep 1000 50
 expect 0 '' '2026-07-01 08:00:0.' power clock --set '2026-07-01 08:00:00'
 speed=2 expect 0 '' '(battery.*)?shut down
-seconds on 2, dimmed 2, dark 2, display off [2-4], .*' \
+seconds on [12], dimmed [12], dark [12], display off [2-4], .*' \
     power manage --dim 2 --dark 4 --display-off 6 --suspend 0 --shutdown 8
 
 # ---- Scanning
@@ -105,17 +106,17 @@ expect 0 "$tag" 'E20034120614' rfid identify
 noted='bank 2' expect 0 "$tag" 'E20034120614 pallet 1' rfid read --bank 3 --first 0 --last 1
 
 # ---- Links
-speed=3 noted='ppp0: down.*radio: power off' expect 0 '' '.*link connecting.*link up
+speed=1 noted='ppp0: down.*radio: power off' expect 0 "$hurry" '.*link connecting.*link up
 network Sim Net, .* address 10.64.64.64.*Shutting down multiplexer' gprs --ini /mnt/mmc/links.ini --for 2
-noted='not come up' expect 3 'ppp never' '.*"state":"connecting".*' gprs --apn internet --pin 1234 --timeout 10 --json
+speed=1 noted='not come up' expect 3 "ppp never\n$hurry" '.*"state":"connecting".*' gprs --apn internet --pin 1234 --timeout 10 --json
 noted='hardware' expect 1 'mute radio on' '.*error: GSM module initialization failed.*' gprs --pin 1234
 noted='cannot be read' expect 1 '' '' gprs --ini /mnt/mmc/none.ini
-expect 0 '' '.*"event":"network","name":"Warehouse",.*"address":"192.168.1.77".*' wlan --json --for 2 --ini /mnt/mmc/links.ini --section shop
-expect 0 '' '.*link up.*' wlan --for 1 --ssid Warehouse --psk forklift-7
+speed=4 expect 0 '' '.*"event":"network","name":"Warehouse",.*"address":"192.168.1.77".*' wlan --json --for 2 --ini /mnt/mmc/links.ini --section shop
+speed=4 expect 0 '' '.*link up.*' wlan --for 1 --ssid Warehouse --psk forklift-7
 speed=2 expect 0 "$printer" '00:1A:7D:DA:71:13 "Label printer"' bt scan
 speed=2 expect 0 "$printer" '.*link up.*' bt up --for 1
 speed=2 expect 0 "$printer" '\{"event":"data","text":"ping"}' bt send 00:1A:7D:DA:71:13 ping --pin 4321 --answer 20 --json
-noted='does not take the call' expect 1 "$printer" '' bt send 00:1A:7D:DA:71:13 ping --pin 1
+speed=2 noted='does not take the call' expect 1 "$printer" '' bt send 00:1A:7D:DA:71:13 ping --pin 1
 noted='does not start' expect 1 "$printer\nmute bt on" '' bt info
 speed=2 expect 0 "$printer" 'packet module .*, 6.3.1' bt info --module packet
 speed=2 expect 0 "$printer\n \tawait packet: 22 01\nwait 1\nbt ring 00:1A:7D:DA:71:13 1\nwait 2\nbt send 00:1A:7D:DA:71:13 hello" 'hello' \
@@ -150,7 +151,7 @@ status=$?
 # ---- A signal, passed on by the terminal, takes a link down in order; a second one ends the tool
 mkfifo "$folder/told"
 interrupt() {
-    "$sim" --speed 3 -- "$tool" gprs --apn internet --pin 1234 >"$folder/told" 2>"$folder/journal" &
+    "$sim" --speed 1 -- "$tool" gprs --apn internet --pin 1234 >"$folder/told" 2>"$folder/journal" &
     shown=''
     while IFS= read -r line; do
         shown+=$line
