@@ -65,6 +65,7 @@ bool hasEnded(pid_t pid) { return ::waitpid(pid, nullptr, WNOHANG) != 0; }
 
 /// Takes note of a daemon's end: nobody else waits for it.
 void reapEndedDaemon() {
+    const io::NoCancellation scope;
     const pid_t pid = leftRunning.exchange(0);
     if (pid != 0 && !hasEnded(pid))
         leftRunning = pid;
@@ -104,7 +105,7 @@ private:
 };
 
 bool isLinkUp() {
-    const io::FileDescriptor socket(::socket(AF_INET, SOCK_STREAM, 0));
+    const io::FileDescriptor socket(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
     ifreq request{};
     std::memcpy(request.ifr_name, InterfaceName, sizeof InterfaceName);
     return ::ioctl(socket.get(), SIOCGIFFLAGS, &request) == 0 && (request.ifr_flags & IFF_UP);

@@ -8,10 +8,11 @@
 namespace io {
 
 /// open() whose result no cancellation takes: one that comes as it returns would leave the
-/// descriptor to nobody. For what opens without waiting.
+/// descriptor to nobody. For what opens without waiting. The programs that the library starts do
+/// not get it: a daemon would hold a port, the clock or a file on the card as long as it runs.
 inline int openAtOnce(const char* path, int flags) {
     NoCancellation scope;
-    return ::open(path, flags);
+    return ::open(path, flags | O_CLOEXEC);
 }
 
 /// Owns a descriptor of the system and closes it, also when the owning worker is cancelled.

@@ -2,6 +2,7 @@
 
 #include <cstdio>
 #include <memory>
+#include <string>
 
 #include "io/NoCancellation.h"
 
@@ -17,10 +18,10 @@ struct FileCloser {
 /// Owns a stdio stream and closes it, also when the owning worker is cancelled.
 using FileStream = std::unique_ptr<FILE, FileCloser>;
 
-/// fopen() that is no cancellation point: see openAtOnce().
+/// fopen() as openAtOnce() is an open().
 inline FileStream openStream(const char* path, const char* mode) {
     NoCancellation scope;
-    return FileStream(std::fopen(path, mode));
+    return FileStream(std::fopen(path, (std::string(mode) + "e").c_str()));
 }
 
 }  // namespace io

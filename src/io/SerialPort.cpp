@@ -43,8 +43,9 @@ bool SerialPort::reOpen() {
 }
 
 bool SerialPort::openDevice() {
-    // Non-blocking, so that the open cannot hang on the modem lines.
-    descriptor = io::openAtOnce(path.c_str(), O_RDWR | O_NONBLOCK);
+    // Non-blocking, so that the open cannot hang on the modem lines. As a controlling terminal its
+    // hang-up would end an application that leads a session.
+    descriptor = io::openAtOnce(path.c_str(), O_RDWR | O_NONBLOCK | O_NOCTTY);
     if (descriptor == -1)
         return false;
     hungUp = false;

@@ -44,7 +44,8 @@ bool TcpSocket::connect(const char* host, int port) {
     const Addresses addresses = resolve(host, port);
     if (!addresses)
         return false;
-    sock = ::socket(addresses->ai_family, addresses->ai_socktype, addresses->ai_protocol);
+    sock = ::socket(addresses->ai_family, addresses->ai_socktype | SOCK_CLOEXEC,
+                    addresses->ai_protocol);
     if (sock < 0)
         return false;
     if (setTimeouts(sendTimeout, receiveTimeout) &&

@@ -266,7 +266,7 @@ bool NetworkConnection::getInterfaceAddresses(const char* interfaceName, char* i
                                               char* macText) {
     constexpr size_t IpTextSize = 16;
     constexpr size_t MacTextSize = 18;
-    const io::FileDescriptor socket(::socket(AF_INET, SOCK_STREAM, 0));
+    const io::FileDescriptor socket(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
     if (socket.get() < 1 || !interfaceName)
         return false;
     ifreq request{};

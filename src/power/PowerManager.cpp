@@ -8,6 +8,7 @@
 
 #include "foundation/Thread.h"
 #include "gui/GuiLibrary.h"
+#include "io/FileDescriptor.h"
 #include "power/BoardProtocol.h"
 
 namespace {
@@ -51,13 +52,13 @@ PowerManager* PowerManager::getPowerManager() { return powerManager; }
 
 bool PowerManager::initialize() {
     closeDevices();  // of an earlier one
-    powerControlDevice = ::open(board::PowerControlPath, O_RDWR | O_NONBLOCK);
+    powerControlDevice = io::openAtOnce(board::PowerControlPath, O_RDWR | O_NONBLOCK);
     if (powerControlDevice == -1)
         return false;
     speaker = findSpeakerDevice();
     if (speaker == -1)
         return false;
-    clockDevice = ::open(board::ClockPath, O_RDWR | O_NONBLOCK);
+    clockDevice = io::openAtOnce(board::ClockPath, O_RDWR | O_NONBLOCK);
     if (clockDevice < 0)
         return false;
     if (!rtcGetTime(nullptr))
@@ -91,7 +92,7 @@ int PowerManager::findSpeakerDevice() {
     for (int number = 0; number < board::InputDevices; ++number) {
         char path[sizeof board::InputPathFormat + 2];
         std::snprintf(path, sizeof path, board::InputPathFormat, number);
-        const int device = ::open(path, O_RDWR | O_NONBLOCK);
+        const int device = io::openAtOnce(path, O_RDWR | O_NONBLOCK);
         if (device == -1)
             continue;
         uint32_t types = 0;

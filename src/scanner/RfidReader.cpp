@@ -75,7 +75,7 @@ bool RfidReader::initialize() {
         if (device.isOpen())
             return false;
     }
-    if (!io::FileDescriptor(::open(devicePath(), O_RDONLY)).isOpen())
+    if (!io::FileDescriptor(::open(devicePath(), O_RDONLY | O_CLOEXEC)).isOpen())
         return false;
     return start();
 }
@@ -145,7 +145,7 @@ bool RfidReader::readTag() {
     {
         MutexGuard held(guard);
         aborted = false;
-        device.reset(::open(devicePath(), O_RDONLY));
+        device.reset(::open(devicePath(), O_RDONLY | O_CLOEXEC));
         if (!device.isOpen())
             return false;
         wanted = area;

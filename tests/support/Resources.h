@@ -1,5 +1,6 @@
 #pragma once
 
+#include <fcntl.h>
 #include <unistd.h>
 
 #include <chrono>
@@ -18,6 +19,16 @@ inline long entriesOf(const char* folder) {
 
 /// How many descriptors this process has open.
 inline long openDescriptors() { return entriesOf("/proc/self/fd"); }
+
+/// How many of them the programs that it starts get as well.
+inline int inheritedDescriptors() {
+    int count = 0;
+    for (int fd = 0; fd < 1024; ++fd) {
+        const int flags = ::fcntl(fd, F_GETFD);
+        count += flags >= 0 && (flags & FD_CLOEXEC) == 0;
+    }
+    return count;
+}
 
 /// How many threads this process has. One that has been joined may count for a moment longer.
 inline long runningThreads() { return entriesOf("/proc/self/task"); }

@@ -109,7 +109,11 @@ protected:
         application.startPower();
         for (const Step step : steps)
             (application.*step)();
+        // Daemons held the modem's port, the clock and files on the card after their end here.
+        EXPECT_EQ(test::inheritedDescriptors(), inherited);
     }
+
+    const int inherited = test::inheritedDescriptors();
 };
 
 TEST_F(StartAndShutdownTest, TwoHundredTimesInWhateverOrderNothingStaysBehind) {
