@@ -26,6 +26,8 @@ void TimerQueue::stop(GuiTimer* timer) {
     // A callback runs under the library's lock: who gets the lock has seen the callback's end,
     // unless it is the callback itself.
     LibraryGuard callbackEnded;
+    std::lock_guard<std::mutex> held(mutex);
+    running.erase(timer);  // which the callback may have started again
 }
 
 int TimerQueue::timeUntilNext() {

@@ -50,7 +50,7 @@ BlueGigaBluetoothModule::~BlueGigaBluetoothModule() {
 }
 
 bool BlueGigaBluetoothModule::open() {
-    if (port)
+    if (std::atomic_load(&port))
         return false;
     driverLock.lock();
     if (port) {  // opened by another thread meanwhile
@@ -65,8 +65,8 @@ bool BlueGigaBluetoothModule::open() {
     opened->setCharBits(8);
     opened->setStopBits(1);
     opened->setParity(S_PARITY_NONE);
-    port = std::move(opened);
-    port->initReader(this);
+    std::atomic_store(&port, opened);
+    opened->initReader(this);
     driverLock.unlock();
     return true;
 }
@@ -77,7 +77,7 @@ bool BlueGigaBluetoothModule::close() {
     const ExchangeGuard held(driverLock);
     if (port && !port->close())
         return false;
-    closing = std::move(port);
+    closing = std::atomic_exchange(&port, {});
     return true;
 }
 
@@ -150,7 +150,8 @@ unsigned int BlueGigaBluetoothModule::setAnswerType(const char* text, unsigned i
 }
 
 int BlueGigaBluetoothModule::getAnswerType() {
-    return port ? port->answerType.load() : ANSWER_NONE;
+    const std::shared_ptr<BluetoothPort> used = std::atomic_load(&port);
+    return used ? used->answerType.load() : ANSWER_NONE;
 }
 
 unsigned int BlueGigaBluetoothModule::createMuxFrame(char* buf, unsigned int bufSize,

@@ -189,7 +189,8 @@ private:
     std::optional<int> linkAt(int id, Which which);
 
     const std::string device;
-    std::shared_ptr<BluetoothPort> port;  // set by the owner under driverLock; null while closed
+    // Null while closed. Changed under driverLock, atomically; so it is read without the lock.
+    std::shared_ptr<BluetoothPort> port;
     std::atomic<bool> enabled{true};      // kept, not used
     std::atomic<bool> isMuxOn{false};
     bluetooth::ExchangeLock driverLock;  // one exchange at a time; taken before registryLock

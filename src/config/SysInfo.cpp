@@ -110,6 +110,7 @@ uint32_t SysInfo::getManufTimeStamp() {
 const char* SysInfo::scannerInformation() {
     if (scannerInfoVersion != 0)
         return scannerInfo;
+    const io::NoCancellation scope;  // half of it must not count as read
     io::FileDescriptor eeprom(io::openAtOnce(identity::EepromPath, O_RDONLY));
     if (!eeprom.isOpen())
         return nullptr;
