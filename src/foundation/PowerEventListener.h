@@ -13,7 +13,9 @@ public:
     /// possibly the power manager's idle lock. Whatever waits for either waits for ever: it must
     /// not add or remove listeners, nor initialize, connect, disconnect or shut down what does
     /// (network connections, the multiplexer), nor call PowerManager::setPowerMode(),
-    /// getCurrentState(), getIdleDuration(), enableTransitions() or kickIdle().
+    /// getCurrentState(), getIdleDuration(), enableTransitions() or kickIdle(). Nor may it wait for
+    /// the windowing library's lock, or for a thread that does, as a reader's shutdown(): the
+    /// event thread changes the power state under that lock.
     virtual bool powerStateChange(PowerState from, PowerState to) = 0;
 
 protected:

@@ -104,7 +104,8 @@ public:
     /// Has the DHCP client's script set the addresses of the settings, which it finds in the
     /// environment as "interface", "ip", "subnet", "router" and "dns". The environment is the whole
     /// process's while the script runs; afterwards these five are gone from it, whatever they were
-    /// before, also when this is cancelled.
+    /// before, also when this is cancelled. As with any change of the environment, no other thread
+    /// may look at it at that moment.
     bool setStaticIp();
 
     /// Adds the network of the settings to the daemon and enables network 0, the only one that the
