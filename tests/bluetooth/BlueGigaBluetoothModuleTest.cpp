@@ -2,6 +2,7 @@
 
 #include "bluetooth/OwnedLink.h"
 #include "foundation/Worker.h"
+#include "sim/console/Console.h"
 #include "support/Resources.h"
 #include "support/TerminalTest.h"
 
@@ -122,7 +123,8 @@ TEST_F(BlueGigaBluetoothModuleTest, AnAnswerInPiecesIsLookedAtFromItsBeginningEa
 
     // Frames from here on, though nobody has asked for them.
     reading = test::inBackground([&] { return read(60000); });
-    module.transmit(frame(0xFF, "two\r\n") + frame(0xFF, "three\r\n").substr(0, 7));
+    module.transmit(frame(0xFF, "RING 1 5c:f3:70:8b:12:34 1 RFCOMM\r\n") +
+                    frame(0xFF, "three\r\n").substr(0, 7));
     module.transmit(frame(0xFF, "three\r\n").substr(7) + frame(3, "A"));
     EXPECT_TRUE(soon([&] { return link->getFifoCnt() == 1; }));
     module.transmit(frame(3, "B"));
@@ -135,15 +137,20 @@ TEST_F(BlueGigaBluetoothModuleTest, AnAnswerInPiecesIsLookedAtFromItsBeginningEa
     EXPECT_EQ(taken(*link), "D") << "after a final line a read ends with the first piece";
 
     // A module that falls silent in a packet: what is left of it is lost, the next one is not.
-    terminal.clock().setSpeed(0.1);  // what has been sent arrives within the 20 ms
-    module.transmit(frame(3, "lost").substr(0, 6));
-    EXPECT_TRUE(read(20));
-    module.transmit(frame(3, "lost").substr(6));
-    EXPECT_TRUE(read(20));
-    module.transmit(frame(3, "found"));
-    EXPECT_TRUE(read(60000));
-    EXPECT_EQ(taken(*link), "found");
+    const string framed = frame(3, "a\xBF\x03"
+                                   "b");
+    for (size_t cut = 1; cut < framed.size(); ++cut) {
+        module.transmit(framed.substr(0, cut));
+        EXPECT_TRUE(soon([&] { return read(20); }));
+        module.transmit(framed.substr(cut));
+        EXPECT_TRUE(soon([&] { return read(20); }));
+        EXPECT_EQ(taken(*link), "");
+        module.transmit(frame(3, "found"));
+        EXPECT_TRUE(read(60000));
+        EXPECT_EQ(taken(*link), "found") << "cut at " << cut;
+    }
 
+    terminal.clock().setSpeed(0.1);  // what has been sent arrives within the 20 ms
     // More than the buffer of 1024 bytes holds: the frame across its end is lost.
     string waiting, expected;
     for (char piece = 1; piece <= 15; ++piece) {
@@ -158,13 +165,14 @@ TEST_F(BlueGigaBluetoothModuleTest, AnAnswerInPiecesIsLookedAtFromItsBeginningEa
     EXPECT_EQ(taken(*link), expected);
 
     // The line is gone: nothing to read, and nothing waits for it.
-    module.line().hangUp();
+    EXPECT_EQ(sim::Console(terminal).execute("line bt hangup"), "");
     EXPECT_FALSE(read(60000) || driver->ping());
 }
 
 TEST_F(BlueGigaBluetoothModuleTest, LinksAreCalledCarryDataAndAreEnded) {
     terminal.clock().setSpeed(Exchanging);
     ASSERT_TRUE(driver->open());
+    EXPECT_EQ(module.line().settings(), "115200 8N1");
     module.setEnable(true);
     module.setSupply(true);
     ASSERT_TRUE(driver->isAlive() && driver->enableMUX());
@@ -208,6 +216,16 @@ TEST_F(BlueGigaBluetoothModuleTest, LinksAreCalledCarryDataAndAreEnded) {
         return phone->writeData("echo", 4) == 4 && spare->isInputPending(1000);
     }));
     EXPECT_EQ(taken(*spare).substr(0, 4), "echo");
+    for (int piece = 0; piece < 25; ++piece) {  // 3 kB there and back
+        string sent(124, '\0'), back;
+        for (char& byte : sent)
+            byte = static_cast<char>(piece * 124 + (&byte - sent.data()) * 7);
+        EXPECT_TRUE(soon([&] {
+            taken(*spare);
+            return phone->writeData(sent.data(), 124) == 124 && spare->isInputPending(1000) &&
+                   taken(*spare).find(sent) != string::npos;
+        }));
+    }
 
     // Nobody has asked for this.
     EXPECT_TRUE(terminal.air().sendFrom(Printer, "paper out"));

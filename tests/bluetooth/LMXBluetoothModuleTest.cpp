@@ -88,6 +88,7 @@ TEST_F(LMXBluetoothModuleTest, AModuleThatCannotBeSetUpIsNone) {
         Driver alone;
         EXPECT_TRUE(alone.initComm());
         EXPECT_EQ(alone.getVersion(), "6.3.1") << "no more than the packet holds";
+        EXPECT_EQ(module.line().settings(), "115200 8N1 rtscts");
         EXPECT_TRUE(alone.shutdown());
         EXPECT_FALSE(alone.closePort() || alone.sendChipEnable(true)) << "there is no line";
     }

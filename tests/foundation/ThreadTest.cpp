@@ -147,7 +147,7 @@ TEST(ThreadTest, AWorkerThatStopsItselfOnlyGetsTheRequestAlsoWhileItUnwinds) {
 }
 
 TEST(ThreadStressTest, OneOfThoseWhoEndAWorkerHasDoneItAndNothingIsLeft) {
-    constexpr int Rounds = 600;
+    constexpr int Rounds = 1000;
     Worker first(obey);  // whatever the first thread of a program brings with it
     EXPECT_TRUE(first.start() && first.terminate());
     const long threads = test::runningThreads();

@@ -143,7 +143,8 @@ TEST_F(PowerManagerDevicesTest, SensorsAreReadAsTextAndFailToTheirOwnAnswers) {
         const char* text;
         bool usb;
         int light, temperature, voltage;
-    } cases[] = {{"many\n", false, 0, 0, 0},
+    } cases[] = {{"", false, 0, 0, 0},
+                 {"many\n", false, 0, 0, 0},
                  {"1\n", true, 1, 0, 1},
                  {"2550\n", false, 2550, 25, 2550},
                  {"-150\n", false, -150, -1, -1},
@@ -158,8 +159,13 @@ TEST_F(PowerManagerDevicesTest, SensorsAreReadAsTextAndFailToTheirOwnAnswers) {
         EXPECT_EQ(power().getTempReading(), tried.temperature) << tried.text;
         EXPECT_EQ(power().getBatteryVoltage(), tried.voltage) << tried.text;
     }
-    terminal.temperature().remove();
+    for (sim::Attribute* attribute :
+         {&terminal.usbSupply(), &terminal.light(), &terminal.temperature(), &terminal.battery()})
+        attribute->remove();
     EXPECT_EQ(power().getTempReading(), INT_MIN);
+    EXPECT_EQ(power().getBatteryVoltage(), -1);
+    EXPECT_EQ(power().getAmbientLight(), -1);
+    EXPECT_FALSE(power().isUsbConnected());
 }
 
 TEST_F(PowerManagerDevicesTest, EnableAndFreezeShareOneMemoryAndTheChargeIsSmoothed) {

@@ -103,7 +103,7 @@ TEST_F(PowerModesTest, ListenersAreAskedNewestFirstOnTheWayDownAndOldestFirstOnT
     EXPECT_THAT(takeLines(), ElementsAre("third: 2->1", "first: 2->1", "oled: fade 127"));
 }
 
-TEST_F(PowerModesTest, ASuspendEndedByTheAlarmCountsAsIdleTimeAndLeavesTheDisplayOff) {
+TEST_F(PowerModesTest, ASuspendEndedByTheAlarmCountsAsIdleTimeAndOneEndedByAKeyDoesNot) {
     ASSERT_EQ(Media::mountMedia(CardFile, false), 1);
     enterQuietly(POWER_DISPLAY_OFF);
     pass(10s);
@@ -117,6 +117,15 @@ TEST_F(PowerModesTest, ASuspendEndedByTheAlarmCountsAsIdleTimeAndLeavesTheDispla
     EXPECT_EQ(power().getIdleDuration(), 70);
     EXPECT_EQ(Media::mountTable[0].readers, 0);
     EXPECT_TRUE(canMount());
+    takeLines();
+    terminal.power().wakeByKey(28, 20s);
+    EXPECT_TRUE(power().setPowerMode(POWER_SUSPEND));
+    EXPECT_THAT(takeLines(),
+                ElementsAre("first: 4->5", "pwrctrl: keyboard light 0", "card: unmount",
+                            "rtc: alarm in 60 s", "power: suspend", "power: woken by key",
+                            "keypad: key 28 down", "keypad: key 28 up", "first: 5->0", "oled: on",
+                            "oled: fade 255"));
+    EXPECT_EQ(power().getIdleDuration(), 0);
 }
 
 TEST_F(PowerModesTest, WithACardInUseASuspendOrShutdownOnlySwitchesTheDisplayOff) {
@@ -165,6 +174,7 @@ TEST_F(PowerModesTest, AShutdownSwitchesEverythingOffAndAsksTheApplication) {
 }
 
 TEST_F(PowerModesTest, ManyThreadsMayChangeTheStateKickAndListen) {
+    power().setPowerSaveSleep(60);
     std::vector<std::future<void>> threads;
     threads.reserve(4);
     for (int number = 0; number < 4; ++number) {
@@ -172,7 +182,7 @@ TEST_F(PowerModesTest, ManyThreadsMayChangeTheStateKickAndListen) {
             for (int round = 0; round < 150; ++round) {
                 Listener passing("passing", terminal.journal());
                 power().addListener(&passing);
-                power().setPowerMode(static_cast<PowerState>((round + number) % 4));
+                power().setPowerMode(static_cast<PowerState>((round + number) % 6));
                 power().enableTransitions(round % 8 != 0);
                 EXPECT_GE(power().getIdleDuration(), 0);
                 power().removeListener(&passing);

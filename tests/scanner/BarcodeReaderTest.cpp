@@ -56,7 +56,9 @@ TEST_F(BarcodeReaderTest, ACodeIsDeliveredWithoutItsWhiteSpaceUnlessItIsTooShort
                  {digits.substr(0, 62) + "\r\n", ""},
                  {digits + digits + digits.substr(0, 60), ""},
                  {string(126, ' ') + "12345", ""}};
-    initialize();
+    ASSERT_TRUE(reader.initialize());
+    EXPECT_EQ(terminal.barcodeLine().settings(), "9600 8N1");
+    EXPECT_GE(between("pwrctrl: supply 2 on", "barcode: command ESC YM CR"), 100ms);
     for (const auto& tried : cases) {
         takeLines();
         awaitCalls(20, tried.burst);  // the worker has ended the burst and looks for the next

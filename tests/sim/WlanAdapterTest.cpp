@@ -12,6 +12,7 @@
 #include <cstring>
 
 #include "io/FileDescriptor.h"
+#include "network/WlanProtocol.h"
 #include "support/TerminalTest.h"
 
 namespace {
@@ -32,6 +33,13 @@ TEST_F(WlanAdapterTest, NoRequestReachesTheHostsInterfacesOrRoutes) {
         std::strncpy(record.ifr_name, name, IFNAMSIZ);
         return ::ioctl(socket.get(), number, &record) == 0 ? 0 : errno;
     };
+    // The kernel's numbers once more: library and simulated adapter share their header.
+    EXPECT_EQ((std::vector<unsigned>{wlan::GetInterfaceFlags, wlan::SetInterfaceFlags,
+                                     wlan::GetInterfaceAddress, wlan::GetHardwareAddress,
+                                     wlan::GetFrequency, wlan::GetStatistics, wlan::GetEssid}),
+              (std::vector<unsigned>{SIOCGIFFLAGS, SIOCSIFFLAGS, SIOCGIFADDR, SIOCGIFHWADDR, 0x8B05,
+                                     0x8B0F, 0x8B1B}));
+    EXPECT_EQ(offsetof(wlan::WirelessStatistics, level), 3U);
     for (const char* name : {"lo", "eth0", "", "ra0", "ra1"})
         EXPECT_EQ(request(SIOCGIFFLAGS, name), ENODEV) << name;
     terminal.wlan().appearAfter(0s);

@@ -109,6 +109,7 @@ noted='bank 2' expect 0 "$tag" 'E20034120614 pallet 1' rfid read --bank 3 --firs
 speed=1 noted='ppp0: down.*radio: power off' expect 0 "$hurry" '.*link connecting.*link up
 network Sim Net, .* address 10.64.64.64.*Shutting down multiplexer' gprs --ini /mnt/mmc/links.ini --for 2
 speed=1 noted='not come up' expect 3 "ppp never\n$hurry" '.*"state":"connecting".*' gprs --apn internet --pin 1234 --timeout 10 --json
+speed=1 noted='hardware' expect 1 'radio fail AT+CPIN=1234 16' '.*SIM card not present.*' gprs --pin 1234
 noted='hardware' expect 1 'mute radio on' '.*error: GSM module initialization failed.*' gprs --pin 1234
 noted='cannot be read' expect 1 '' '' gprs --ini /mnt/mmc/none.ini
 speed=4 expect 0 '' '.*"event":"network","name":"Warehouse",.*"address":"192.168.1.77".*' wlan --json --for 2 --ini /mnt/mmc/links.ini --section shop
@@ -150,8 +151,9 @@ status=$?
 
 # ---- A signal, passed on by the terminal, takes a link down in order; a second one ends the tool
 mkfifo "$folder/told"
+printf '%b\n' "$hurry" >"$folder/script"
 interrupt() {
-    "$sim" --speed 1 -- "$tool" gprs --apn internet --pin 1234 >"$folder/told" 2>"$folder/journal" &
+    "$sim" --script "$folder/script" -- "$tool" gprs --apn internet --pin 1234 >"$folder/told" 2>"$folder/journal" &
     shown=''
     while IFS= read -r line; do
         shown+=$line
