@@ -28,12 +28,16 @@ fi
 cp -R "$folder/installed" "$folder/installed in: C"
 "$folder/installed in: C/bin/terminal-sim" -- "$folder/build/consumer" | grep -q HT100042
 
-if command -v pkg-config >/dev/null; then
-    PKG_CONFIG_PATH=$(dirname "$(find "$folder/installed" -name handheld.pc)")
-    export PKG_CONFIG_PATH
-    # shellcheck disable=SC2046 # flags are words
-    c++ -std=c++17 -o "$folder/by-pkg-config" "$source/main.cpp" \
-        $(pkg-config --cflags --libs --static handheld)
-    LD_LIBRARY_PATH=$(pkg-config --variable=libdir handheld) \
-        "$folder/installed/bin/terminal-sim" -- "$folder/by-pkg-config" | grep -q HT100042
-fi
+# The same as a shared library, whose name tells what it fits, for a build without CMake.
+cmake -S "$source/../.." -B "$folder/shared" -G Ninja -DBUILD_SHARED_LIBS=ON -DHANDHELD_BUILD_SIM=OFF \
+    -DHANDHELD_BUILD_APPS=OFF -DHANDHELD_BUILD_TESTS=OFF >>"$folder/log"
+cmake --build "$folder/shared" >>"$folder/log" || { cat "$folder/log" && exit 1; }
+cmake --install "$folder/shared" --prefix "$folder/shared-installed" >>"$folder/log"
+PKG_CONFIG_PATH=$(dirname "$(find "$folder/shared-installed" -name handheld.pc)")
+export PKG_CONFIG_PATH
+# shellcheck disable=SC2046 # flags are words
+c++ -std=c++17 -o "$folder/by-pkg-config" "$source/main.cpp" $(pkg-config --cflags --libs handheld)
+LC_ALL=C readelf -d "$folder/by-pkg-config" | grep -q 'NEEDED.*libhandheld\.so\.0\.1]'
+LD_LIBRARY_PATH=$(pkg-config --variable=libdir handheld) \
+    "$folder/installed/bin/terminal-sim" -- "$folder/by-pkg-config" | grep -q HT100042
+test -e "$folder/installed/share/man/man1/terminalctl.1" -a -x "$folder/installed/bin/terminalctl"
