@@ -29,7 +29,6 @@ public:
 
 private:
     friend class RadioModule;
-    friend class RadioCommands;
     friend class TextBluetoothModule;
 
     enum class Kind { Normal, Lines, Raw, Silence };

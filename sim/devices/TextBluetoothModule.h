@@ -86,7 +86,6 @@ private:
     void at(Nanoseconds due, std::function<void()> action);
 
     // Channel
-    void takeText(std::string_view bytes);
     size_t takeFrame(std::string_view bytes);
     void execute(const std::string& command);
     Reply replyTo(const std::string& command);
