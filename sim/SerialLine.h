@@ -108,7 +108,7 @@ private:
     const std::string name;
     Journal& journal;
 
-    mutable std::mutex mutex;  // guards everything below
+    mutable std::mutex mutex;  // guards everything down to isStopping
     std::condition_variable consumed;
     LinePeer* peer = nullptr;
     std::deque<Delayed> outbox;
