@@ -13,7 +13,7 @@
 #include "sim/devices/RadioCommands.h"
 #include "sim/devices/RadioMux.h"
 #include "sim/devices/RadioPpp.h"
-#include "sim/devices/RadioReply.h"
+#include "sim/devices/Reply.h"
 
 namespace sim {
 

@@ -12,7 +12,7 @@
 #include "sim/Journal.h"
 #include "sim/SerialLine.h"
 #include "sim/devices/BluetoothAir.h"
-#include "sim/devices/RadioReply.h"
+#include "sim/devices/Reply.h"
 
 namespace sim {
 

@@ -1,4 +1,4 @@
-#include "sim/devices/RadioReply.h"
+#include "sim/devices/Reply.h"
 
 #include <utility>
 
