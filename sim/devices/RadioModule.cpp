@@ -5,7 +5,6 @@
 #include <termios.h>
 
 #include <algorithm>
-#include <climits>
 #include <memory>
 #include <utility>
 
@@ -15,7 +14,6 @@ namespace {
 using std::chrono::milliseconds;
 
 constexpr size_t LongestLine = 512;
-constexpr char GarbledBits = 0x15;
 constexpr char EscapeSequence[] = "+++";
 constexpr Nanoseconds EscapeSilence = std::chrono::seconds(1);
 
@@ -36,21 +34,7 @@ bool isSpeed(const termios& settings, int baud) {
 
 }  // namespace
 
-struct RadioModule::Hook::Rule {
-    std::string command;
-    Reply reply;
-    int timesLeft = INT_MAX;
-
-    bool matches(const std::string& given) const {
-        if (timesLeft <= 0)
-            return false;
-        if (command.empty() || command.back() != '*')
-            return given == command;
-        return given.compare(0, command.size() - 1, command, 0, command.size() - 1) == 0;
-    }
-};
-
-RadioModule::Hook::Hook(RadioModule& owner, std::shared_ptr<Rule> hookRule)
+RadioModule::Hook::Hook(RadioModule& owner, std::shared_ptr<ReplyRule> hookRule)
     : module(owner), rule(std::move(hookRule)) {}
 
 RadioModule::Hook& RadioModule::Hook::times(int count) {
@@ -71,9 +55,7 @@ RadioModule::RadioModule(Journal& eventJournal, SerialLine& moduleLine)
 
 RadioModule::Hook RadioModule::onCommand(const std::string& command, Reply reply) {
     const Lock held(mutex);
-    auto rule = std::make_shared<Hook::Rule>();
-    rule->command = command;
-    rule->reply = std::move(reply);
+    auto rule = std::make_shared<ReplyRule>(ReplyRule{command, std::move(reply)});
     rules.push_back(rule);
     return {*this, std::move(rule)};
 }
@@ -322,11 +304,8 @@ void RadioModule::takeCommands(uint8_t channel, std::string_view bytes) {
 
 Reply RadioModule::replyTo(const std::string& command) {
     for (const auto& rule : rules) {
-        if (!rule->matches(command))
-            continue;
-        if (rule->timesLeft != INT_MAX)
-            --rule->timesLeft;
-        return rule->reply;
+        if (rule->takes(command))
+            return rule->reply;
     }
     return Reply::normal();
 }
@@ -355,11 +334,7 @@ void RadioModule::answer(uint8_t channel, const Reply& reply, Nanoseconds delay)
         text = reply.result;
     else if (reply.kind != Reply::Kind::Silence)
         text = commands.formatLines(reply.lines) + commands.formatResult(reply.result);
-    text.resize(std::min(text.size(), reply.most));
-    if (reply.isGarbled) {
-        for (char& byte : text)
-            byte = static_cast<char>(byte ^ GarbledBits);
-    }
+    text = reply.bend(text);
     const auto speak = [this, channel, text, action = reply.action] {
         if (!isSilent)
             say(channel, text);

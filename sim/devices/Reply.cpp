@@ -1,8 +1,14 @@
 #include "sim/devices/Reply.h"
 
+#include <algorithm>
 #include <utility>
 
 namespace sim {
+namespace {
+
+constexpr char GarbledBits = 0x15;
+
+}  // namespace
 
 template <class Member, class Value> Reply Reply::with(Member Reply::*member, Value value) const {
     Reply bent = *this;
@@ -45,6 +51,24 @@ Reply Reply::withoutEcho() const { return with(&Reply::isEchoed, false); }
 
 Reply Reply::then(std::function<void()> newAction) const {
     return with(&Reply::action, std::move(newAction));
+}
+
+std::string Reply::bend(std::string bytes) const {
+    bytes.resize(std::min(bytes.size(), most));
+    for (char& byte : bytes)
+        byte = static_cast<char>(byte ^ (isGarbled ? GarbledBits : 0));
+    return bytes;
+}
+
+bool ReplyRule::takes(const std::string& line) {
+    const bool isBeginning = !command.empty() && command.back() == '*';
+    const size_t size = command.size() - (isBeginning ? 1 : 0);
+    if (timesLeft <= 0 || line.compare(0, size, command, 0, size) != 0 ||
+        (!isBeginning && line.size() != size))
+        return false;
+    if (timesLeft != INT_MAX)
+        --timesLeft;
+    return true;
 }
 
 }  // namespace sim

@@ -62,13 +62,6 @@ public:
     void received(std::string_view bytes) override;
 
 private:
-    static constexpr char GarbledBits = 0x15;
-
-    struct Rule {
-        std::string command;
-        Reply reply;
-        int timesLeft;
-    };
     struct Answer {
         std::string lines;  // separated by '\n'
         Nanoseconds delay{0};
@@ -119,7 +112,7 @@ private:
     BluetoothAir& air;
 
     mutable std::recursive_mutex mutex;  // guards everything below
-    std::vector<Rule> rules;
+    std::vector<ReplyRule> rules;
     std::string pending;  // the beginning of a command line or frame
     Nanoseconds bootTime, answerTime, inquiryTime;
     Nanoseconds busyUntil{0};
