@@ -15,6 +15,7 @@
 
 #include "sim/HostTime.h"
 #include "sim/SerialFile.h"
+#include "sim/Text.h"
 #include "sim/posix/Descriptors.h"
 #include "sim/posix/Real.h"
 
@@ -22,7 +23,6 @@ namespace sim {
 namespace {
 
 constexpr Nanoseconds Never = Nanoseconds::max();
-constexpr char GarbledBits = 0x15;
 
 /// With something to do later the clock is looked at this often: it may jump.
 constexpr Nanoseconds LongestWait = std::chrono::milliseconds(10);
@@ -176,8 +176,8 @@ void SerialLine::garble(size_t count) {
     distortSent([count](std::string& bytes) mutable {
         const size_t size = std::min(count, bytes.size());
         count -= size;
-        std::for_each_n(bytes.begin(), size,
-                        [](char& byte) { byte = static_cast<char>(byte ^ GarbledBits); });
+        std::transform(bytes.begin(), bytes.begin() + static_cast<ptrdiff_t>(size), bytes.begin(),
+                       garbledByte);
     });
 }
 

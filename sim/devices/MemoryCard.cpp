@@ -13,6 +13,7 @@
 
 #include "sim/HostFiles.h"
 #include "sim/Terminal.h"
+#include "sim/Text.h"
 #include "sim/posix/Real.h"
 
 namespace sim {
@@ -22,11 +23,6 @@ constexpr std::string_view MountPoint = "/mnt/mmc";
 constexpr std::string_view CardDevice = "/dev/mmcblk0p1";
 constexpr const char* Contents =
     "/.card";  // in the root folder, where no path of the terminal leads
-
-bool liesIn(std::string_view path, std::string_view folder) {
-    return path.substr(0, folder.size()) == folder &&
-           (path.size() == folder.size() || path[folder.size()] == '/');
-}
 
 /// The link of one of this process's descriptors.
 std::string openedPath(const char* descriptor) {

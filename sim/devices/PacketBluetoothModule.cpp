@@ -5,6 +5,7 @@
 #include <utility>
 
 #include "bluetooth/LmxProtocol.h"
+#include "sim/Text.h"
 
 namespace sim {
 namespace {
@@ -25,8 +26,6 @@ constexpr uint8_t CallTimedOut = 4;
 constexpr uint8_t PinWrong = 5;
 constexpr uint8_t CallRefused = 0x0D;
 
-uint8_t byteAt(std::string_view bytes, size_t at) { return static_cast<uint8_t>(bytes[at]); }
-char toChar(size_t value) { return static_cast<char>(static_cast<uint8_t>(value)); }
 std::string statusOf(bool isGood) { return {toChar(isGood ? lmx::Success : NotPossible)}; }
 
 std::string encode(char type, uint8_t opcode, std::string_view payload) {
@@ -38,11 +37,6 @@ std::string encode(char type, uint8_t opcode, std::string_view payload) {
     packet += toChar(byteAt(packet, 1) + opcode + payload.size() % 256);  // not the high byte
     packet += payload;
     return packet + '\x03';
-}
-
-std::string hex(uint8_t value) {
-    static constexpr char Digits[] = "0123456789ABCDEF";
-    return {Digits[value >> 4], Digits[value & 15]};
 }
 
 std::string binaryAddress(const std::string& text) {

@@ -2,6 +2,8 @@
 
 #include <algorithm>
 
+#include "sim/Text.h"
+
 namespace sim {
 namespace {
 
@@ -33,9 +35,6 @@ uint8_t checkSequence(std::string_view octets) {
     return static_cast<uint8_t>(~sum);
 }
 
-uint8_t octetAt(std::string_view bytes, size_t at) { return static_cast<uint8_t>(bytes[at]); }
-char toChar(unsigned octet) { return static_cast<char>(static_cast<uint8_t>(octet)); }
-
 /// The frame types whose check sequence covers the information as well.
 bool coversInformation(uint8_t control) { return (control & ~RadioMux::PollFinal) == RadioMux::UI; }
 
@@ -44,11 +43,6 @@ std::string lengthField(size_t length) {
         return {toChar(static_cast<unsigned>(length << 1) | ExtensionBit)};
     return {toChar(static_cast<unsigned>(length & OneOctetLength) << 1),
             toChar(static_cast<unsigned>(length >> 7))};
-}
-
-std::string hex(uint8_t value) {
-    static constexpr char Digits[] = "0123456789ABCDEF";
-    return {Digits[value >> 4], Digits[value & 15]};
 }
 
 }  // namespace
@@ -102,9 +96,9 @@ size_t RadioMux::takeFrame(std::string_view bytes) {
         return 0;
 
     size_t header = 3;
-    size_t length = octetAt(bytes, 2) >> 1;
-    if (!(octetAt(bytes, 2) & ExtensionBit)) {
-        length |= static_cast<size_t>(octetAt(bytes, 3)) << 7;
+    size_t length = byteAt(bytes, 2) >> 1;
+    if (!(byteAt(bytes, 2) & ExtensionBit)) {
+        length |= static_cast<size_t>(byteAt(bytes, 3)) << 7;
         header = 4;
     }
     if (length > mostInformation) {
@@ -114,16 +108,16 @@ size_t RadioMux::takeFrame(std::string_view bytes) {
     const size_t end = header + length;  // of what comes before the check sequence
     if (bytes.size() < end + 2)
         return 0;
-    const uint8_t control = octetAt(bytes, 1);
+    const uint8_t control = byteAt(bytes, 1);
     const bool isGood =
-        octetAt(bytes, end) ==
+        byteAt(bytes, end) ==
             checkSequence(bytes.substr(0, coversInformation(control) ? end : header)) &&
         bytes[end + 1] == Flag;
     if (!isGood) {
         user.note("bad frame");
         return 1;
     }
-    const uint8_t address = octetAt(bytes, 0);
+    const uint8_t address = byteAt(bytes, 0);
     handle({static_cast<uint8_t>(address >> 2), control, (address & AddressCommandBit) != 0,
             std::string(bytes.substr(header, length))});
     return 1 + end + 1;
@@ -182,11 +176,11 @@ void RadioMux::handleInformation(const RadioFrame& frame) {
 
 void RadioMux::handleMessages(std::string_view messages) {
     while (isActive && messages.size() >= 2) {
-        const uint8_t type = octetAt(messages, 0);
+        const uint8_t type = byteAt(messages, 0);
         size_t at = 1;
         size_t length = 0;
         for (unsigned shift = 0; at < messages.size() && shift < 28; shift += 7) {
-            const uint8_t octet = octetAt(messages, at++);
+            const uint8_t octet = byteAt(messages, at++);
             length |= static_cast<size_t>(octet >> 1) << shift;
             if (octet & ExtensionBit)
                 break;
@@ -236,9 +230,9 @@ void RadioMux::handleMessage(uint8_t type, std::string_view value) {
 void RadioMux::holdChannel(std::string_view modemStatus) {
     if (modemStatus.size() < 2)
         return;
-    const unsigned channel = octetAt(modemStatus, 0) >> 2;
+    const unsigned channel = byteAt(modemStatus, 0) >> 2;
     if (channel < Channels)
-        channels[channel].isHeld = (octetAt(modemStatus, 1) & FlowControl) != 0;
+        channels[channel].isHeld = (byteAt(modemStatus, 1) & FlowControl) != 0;
 }
 
 void RadioMux::sendWaiting() {

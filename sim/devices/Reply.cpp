@@ -3,12 +3,9 @@
 #include <algorithm>
 #include <utility>
 
+#include "sim/Text.h"
+
 namespace sim {
-namespace {
-
-constexpr char GarbledBits = 0x15;
-
-}  // namespace
 
 template <class Member, class Value> Reply Reply::with(Member Reply::*member, Value value) const {
     Reply bent = *this;
@@ -55,8 +52,8 @@ Reply Reply::then(std::function<void()> newAction) const {
 
 std::string Reply::bend(std::string bytes) const {
     bytes.resize(std::min(bytes.size(), most));
-    for (char& byte : bytes)
-        byte = static_cast<char>(byte ^ (isGarbled ? GarbledBits : 0));
+    if (isGarbled)
+        std::transform(bytes.begin(), bytes.end(), bytes.begin(), garbledByte);
     return bytes;
 }
 

@@ -6,6 +6,7 @@
 #include <utility>
 
 #include "bluetooth/IwrapProtocol.h"
+#include "sim/Text.h"
 
 namespace sim {
 namespace {
@@ -16,8 +17,6 @@ constexpr size_t LongestLine = 512;
 constexpr size_t HeaderSize = 4;
 
 constexpr char Banner[] = "Serial port module 2.1.0\nREADY.";
-
-uint8_t octet(char byte) { return static_cast<uint8_t>(byte); }
 
 std::string frame(uint8_t link, std::string_view payload) {
     std::string bytes;
@@ -204,15 +203,15 @@ void TextBluetoothModule::received(std::string_view bytes) {
 size_t TextBluetoothModule::takeFrame(std::string_view bytes) {
     if (bytes.empty())
         return 0;
-    if (octet(bytes[0]) != iwrap::StartByte)
+    if (byteAt(bytes, 0) != iwrap::StartByte)
         return 1;
     if (bytes.size() < HeaderSize)
         return 0;
-    const uint8_t link = octet(bytes[1]);
-    const size_t size = octet(bytes[3]);
+    const uint8_t link = byteAt(bytes, 1);
+    const size_t size = byteAt(bytes, 3);
     if (bytes.size() < HeaderSize + size + 1)
         return 0;
-    if (octet(bytes[HeaderSize + size]) != static_cast<uint8_t>(~link)) {
+    if (byteAt(bytes, HeaderSize + size) != static_cast<uint8_t>(~link)) {
         journal.note("bt", "bad frame");
         return 1;
     }
