@@ -27,21 +27,19 @@ constexpr Nanoseconds Never = Nanoseconds::max();
 /// With something to do later the clock is looked at this often: it may jump.
 constexpr Nanoseconds LongestWait = std::chrono::milliseconds(10);
 
-struct SpeedName {
+constexpr struct {
     speed_t code;
-    const char* text;
-};
-
-constexpr SpeedName Speeds[] = {
-    {B0, "0"},         {B110, "110"},     {B300, "300"},     {B600, "600"},
-    {B1200, "1200"},   {B2400, "2400"},   {B4800, "4800"},   {B9600, "9600"},
-    {B19200, "19200"}, {B38400, "38400"}, {B57600, "57600"}, {B115200, "115200"},
+    int baud;
+} Speeds[] = {
+    {B0, 0},         {B110, 110},     {B300, 300},     {B600, 600},
+    {B1200, 1200},   {B2400, 2400},   {B4800, 4800},   {B9600, 9600},
+    {B19200, 19200}, {B38400, 38400}, {B57600, 57600}, {B115200, 115200},
 };
 
 std::string speedText(const termios& settings) {
-    for (const SpeedName& speed : Speeds) {
+    for (const auto& speed : Speeds) {
         if (speed.code == cfgetospeed(&settings))
-            return speed.text;
+            return std::to_string(speed.baud);
     }
     return "?";
 }
@@ -244,6 +242,15 @@ std::string SerialLine::settings() const {
 termios SerialLine::attributes() const {
     const std::lock_guard<std::mutex> held(mutex);
     return lineSettings;
+}
+
+bool SerialLine::isSetTo(int baud) const {
+    const termios now = attributes();
+    for (const auto& speed : Speeds) {
+        if (speed.baud == baud)
+            return speed.code == cfgetospeed(&now);
+    }
+    return true;
 }
 
 int SerialLine::modemLines() const {

@@ -75,6 +75,9 @@ public:
     std::string settings() const;
     termios attributes() const;
 
+    /// Whether they have that speed, in bits per second. One that no line has is taken for it.
+    bool isSetTo(int baud) const;
+
     int modemLines() const;  ///< TIOCM_ bits as the application sees them
     void setModemLine(int line, bool on);
 

@@ -2,8 +2,6 @@
 
 #include "sim/devices/RadioModule.h"
 
-#include <termios.h>
-
 #include <algorithm>
 #include <memory>
 #include <utility>
@@ -16,21 +14,6 @@ using std::chrono::milliseconds;
 constexpr size_t LongestLine = 512;
 constexpr char EscapeSequence[] = "+++";
 constexpr Nanoseconds EscapeSilence = std::chrono::seconds(1);
-
-/// What the module is told by a line set to another speed than the one it was fixed to is noise.
-bool isSpeed(const termios& settings, int baud) {
-    constexpr struct {
-        int baud;
-        speed_t code;
-    } Speeds[] = {{300, B300},     {1200, B1200},   {2400, B2400},
-                  {4800, B4800},   {9600, B9600},   {19200, B19200},
-                  {38400, B38400}, {57600, B57600}, {115200, B115200}};
-    for (const auto& speed : Speeds) {
-        if (speed.baud == baud)
-            return cfgetospeed(&settings) == speed.code;
-    }
-    return true;
-}
 
 }  // namespace
 
@@ -219,11 +202,12 @@ void RadioModule::transmit(const std::string& bytes, Nanoseconds delay) {
     serialLine.send(bytes, delay);
 }
 
+/// What comes over a line set to another speed than the one it was fixed to is noise.
 bool RadioModule::isListening() const {
     const int fixedSpeed = commands.fixedSpeed();
     return on && !goingOff && isSupplied && !isSilent && Clock::get().monotonic() >= readyAt &&
            !(dtrLevel && commands.sleepsWithoutDtr()) &&
-           (fixedSpeed == 0 || isSpeed(serialLine.attributes(), fixedSpeed));
+           (fixedSpeed == 0 || serialLine.isSetTo(fixedSpeed));
 }
 
 void RadioModule::received(std::string_view bytes) {
