@@ -3,11 +3,12 @@
 #include <cctype>
 #include <cstddef>
 #include <cstdint>
+#include <ctime>
 #include <string>
 #include <string_view>
 #include <vector>
 
-/// What several parts of the simulator do to bytes, words and paths. For the simulator alone.
+/// What several parts of the simulator do to bytes, words, dates and paths. For it alone.
 namespace sim {
 
 constexpr uint8_t byteAt(std::string_view bytes, size_t at) {
@@ -41,6 +42,12 @@ inline std::string joined(const std::vector<std::string>& words, size_t from) {
     for (size_t i = from; i < words.size(); ++i)
         text += (text.empty() ? "" : " ") + words[i];
     return text;
+}
+
+/// As in "2026-07-01 08:00:00".
+inline std::string dateText(const tm& fields) {
+    char text[32];
+    return {text, strftime(text, sizeof text, "%Y-%m-%d %H:%M:%S", &fields)};
 }
 
 /// Whether a path is the folder, or leads to something below it.
