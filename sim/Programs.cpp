@@ -18,6 +18,7 @@
 #include <stdexcept>
 
 #include "sim/HostTime.h"
+#include "sim/Text.h"
 #include "sim/posix/Descriptors.h"
 #include "sim/posix/Real.h"
 #include "sim/programs/DoorProtocol.h"
@@ -47,13 +48,6 @@ std::string quoted(const std::string& text) {
     for (const char character : text)
         result += character == '\'' ? "'\\''" : std::string(1, character);
     return result + "'";
-}
-
-std::string joined(const Words& words, size_t from) {
-    std::string text;
-    for (size_t i = from; i < words.size(); ++i)
-        text += (text.empty() ? "" : " ") + words[i];
-    return text;
 }
 
 Words split(const char* packet, size_t size) {

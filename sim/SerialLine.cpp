@@ -15,6 +15,7 @@
 
 #include "sim/HostTime.h"
 #include "sim/SerialFile.h"
+#include "sim/Text.h"
 #include "sim/posix/Descriptors.h"
 #include "sim/posix/Real.h"
 
@@ -22,26 +23,23 @@ namespace sim {
 namespace {
 
 constexpr Nanoseconds Never = Nanoseconds::max();
-constexpr char GarbledBits = 0x15;
 
 /// With something to do later the clock is looked at this often: it may jump.
 constexpr Nanoseconds LongestWait = std::chrono::milliseconds(10);
 
-struct SpeedName {
+constexpr struct {
     speed_t code;
-    const char* text;
-};
-
-constexpr SpeedName Speeds[] = {
-    {B0, "0"},         {B110, "110"},     {B300, "300"},     {B600, "600"},
-    {B1200, "1200"},   {B2400, "2400"},   {B4800, "4800"},   {B9600, "9600"},
-    {B19200, "19200"}, {B38400, "38400"}, {B57600, "57600"}, {B115200, "115200"},
+    int baud;
+} Speeds[] = {
+    {B0, 0},         {B110, 110},     {B300, 300},     {B600, 600},
+    {B1200, 1200},   {B2400, 2400},   {B4800, 4800},   {B9600, 9600},
+    {B19200, 19200}, {B38400, 38400}, {B57600, 57600}, {B115200, 115200},
 };
 
 std::string speedText(const termios& settings) {
-    for (const SpeedName& speed : Speeds) {
+    for (const auto& speed : Speeds) {
         if (speed.code == cfgetospeed(&settings))
-            return speed.text;
+            return std::to_string(speed.baud);
     }
     return "?";
 }
@@ -176,8 +174,8 @@ void SerialLine::garble(size_t count) {
     distortSent([count](std::string& bytes) mutable {
         const size_t size = std::min(count, bytes.size());
         count -= size;
-        std::for_each_n(bytes.begin(), size,
-                        [](char& byte) { byte = static_cast<char>(byte ^ GarbledBits); });
+        std::transform(bytes.begin(), bytes.begin() + static_cast<ptrdiff_t>(size), bytes.begin(),
+                       garbledByte);
     });
 }
 
@@ -244,6 +242,15 @@ std::string SerialLine::settings() const {
 termios SerialLine::attributes() const {
     const std::lock_guard<std::mutex> held(mutex);
     return lineSettings;
+}
+
+bool SerialLine::isSetTo(int baud) const {
+    const termios now = attributes();
+    for (const auto& speed : Speeds) {
+        if (speed.baud == baud)
+            return speed.code == cfgetospeed(&now);
+    }
+    return true;
 }
 
 int SerialLine::modemLines() const {

@@ -75,6 +75,9 @@ public:
     std::string settings() const;
     termios attributes() const;
 
+    /// Whether they have that speed, in bits per second. One that no line has is taken for it.
+    bool isSetTo(int baud) const;
+
     int modemLines() const;  ///< TIOCM_ bits as the application sees them
     void setModemLine(int line, bool on);
 
@@ -108,7 +111,7 @@ private:
     const std::string name;
     Journal& journal;
 
-    mutable std::mutex mutex;  // guards everything below
+    mutable std::mutex mutex;  // guards everything down to isStopping
     std::condition_variable consumed;
     LinePeer* peer = nullptr;
     std::deque<Delayed> outbox;

@@ -7,6 +7,7 @@
 
 #include "bluetooth/LmxProtocol.h"
 #include "power/BoardProtocol.h"
+#include "scanner/BarcodeProtocol.h"
 #include "scanner/RfidProtocol.h"
 #include "sim/HostTime.h"
 #include "sim/posix/Descriptors.h"
@@ -70,7 +71,7 @@ Terminal::Terminal(const std::string& folder)
              {inputPath(1), touch},
              {inputPath(2), sound},
              {RadioPath, radioLine},
-             {"/dev/ttyAT2", engineLine},
+             {barcode::DevicePath, engineLine},
              {rfid::NxpPath, rfidEngine},
              {rfid::AmsPath, rfidEngine},
              {lmx::DevicePath, packetLine}};

@@ -1,7 +1,6 @@
 #include "DemoWindow.h"
 
 #include <climits>
-#include <cstdint>
 
 #include "Show.h"
 #include "gui/GuiLibrary.h"
@@ -18,8 +17,6 @@ constexpr int EnterKey = 28;
 constexpr int EndKey = 1;  // Esc
 constexpr int BarcodeSlot = 0;
 constexpr int RfidSlot = 1;
-
-int numberIn(void* data) { return static_cast<int>(reinterpret_cast<intptr_t>(data)); }
 
 const char* nameOf(NetworkEvent event) {
     switch (event) {
@@ -96,17 +93,21 @@ void DemoWindow::onSystemEvent(int code, void* data) {
     case events::ErrorText:
         show("event %d: error: %s", code, static_cast<const char*>(data));
         break;
-    case events::SignalQuality: show("event %d: signal at %d %%", code, numberIn(data)); break;
-    case events::NetworkStateChange:
-        show("event %d: %s", code, nameOf(static_cast<NetworkEvent>(numberIn(data))));
+    case events::SignalQuality:
+        show("event %d: signal at %d %%", code, events::numberIn(data));
         break;
-    case events::BatteryCapacity: show("event %d: battery at %d %%", code, numberIn(data)); break;
+    case events::NetworkStateChange:
+        show("event %d: %s", code, nameOf(static_cast<NetworkEvent>(events::numberIn(data))));
+        break;
+    case events::BatteryCapacity:
+        show("event %d: battery at %d %%", code, events::numberIn(data));
+        break;
     case events::BatteryEmpty: show("event %d: battery empty", code); break;
     case events::Temperature:
-        if (numberIn(data) == INT_MIN)
+        if (events::numberIn(data) == INT_MIN)
             show("event %d: no temperature", code);
         else
-            show("event %d: %d degrees", code, numberIn(data));
+            show("event %d: %d degrees", code, events::numberIn(data));
         break;
     case events::ScannedCode: {
         const auto* const record = static_cast<const ScanRecord*>(data);

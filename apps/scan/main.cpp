@@ -4,6 +4,7 @@
 #include "gui/GuiLibrary.h"
 #include "gui/GuiWindow.h"
 #include "power/PowerManager.h"
+#include "power/SystemEvents.h"
 #include "scanner/BarcodeReader.h"
 #include "scanner/ScanRecord.h"
 
@@ -13,7 +14,7 @@ struct ScanWindow : GuiWindow {
     bool onKeyDown(int key) override { return key == 59 ? reader.startRead() : false; }
     bool onKeyUp(int key) override { return key == 1 ? GuiLibrary::quit(), true : false; }
     void onSystemEvent(int code, void* data) override {
-        if (code == 256)
+        if (code == events::ScannedCode)
             std::puts(static_cast<ScanRecord*>(data)->data);
     }
 };

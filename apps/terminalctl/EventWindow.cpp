@@ -1,7 +1,6 @@
 #include "EventWindow.h"
 
 #include <climits>
-#include <cstdint>
 
 #include "CommandLine.h"
 #include "gui/GuiLibrary.h"
@@ -35,15 +34,16 @@ constexpr struct {
      }},
     {events::SignalQuality, "signal {percent} %",
      [](void* data) -> Record {
-         return {{"event", "signal"}, {"percent", numberIn(data)}};
+         return {{"event", "signal"}, {"percent", events::numberIn(data)}};
      }},
     {events::NetworkStateChange, "link {state}",
      [](void* data) -> Record {
-         return {{"event", "link"}, {"state", nameOf(static_cast<NetworkEvent>(numberIn(data)))}};
+         return {{"event", "link"},
+                 {"state", nameOf(static_cast<NetworkEvent>(events::numberIn(data)))}};
      }},
     {events::BatteryCapacity, "battery {percent} %",
      [](void* data) -> Record {
-         return {{"event", "battery"}, {"percent", numberIn(data)}};
+         return {{"event", "battery"}, {"percent", events::numberIn(data)}};
      }},
     {events::BatteryEmpty, "battery empty",
      [](void*) -> Record {
@@ -51,7 +51,7 @@ constexpr struct {
      }},
     {events::Temperature, "temperature {degrees}",
      [](void* data) -> Record {
-         const int degrees = numberIn(data);
+         const int degrees = events::numberIn(data);
          return {{"event", "temperature"},
                  {"degrees", degrees == INT_MIN ? Value() : Value(degrees)}};
      }},
@@ -62,8 +62,6 @@ constexpr struct {
 };
 
 }  // namespace
-
-int numberIn(void* data) { return static_cast<int>(reinterpret_cast<intptr_t>(data)); }
 
 EventWindow::End EventWindow::run(double seconds) {
     {

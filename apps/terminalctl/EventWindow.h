@@ -5,9 +5,6 @@
 
 namespace ctl {
 
-/// The number that travels as the data of a system event.
-int numberIn(void* data);
-
 /// A window that shows the system events as they come, and runs the event loop for a command.
 class EventWindow : public GuiWindow {
 public:

@@ -18,7 +18,7 @@ public:
 
     void onSystemEvent(int code, void* data) override {
         EventWindow::onSystemEvent(code, data);
-        if (code == events::NetworkStateChange && numberIn(data) == NETWORK_UP)
+        if (code == events::NetworkStateChange && events::numberIn(data) == NETWORK_UP)
             reachUp();
     }
 

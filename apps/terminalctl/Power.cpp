@@ -132,17 +132,18 @@ Status managePower(const Policy& policy, Output& output) {
     monitor->setPowerDelays(policy.dim, policy.dark, policy.displayOff, policy.suspend,
                             policy.shutdown);
     window.run(policy.seconds);
+    enum Counter { On, Dimmed, Dark, DisplayOff, Unused, Suspended };
     int counters[SystemMonitor::CounterCount];
     monitor->getPowerCounters(counters);
     SystemMonitor::shutdown();
     output.show("seconds on {on}, dimmed {dimmed}, dark {dark}, display off {display-off}, "
                 "suspended {suspended}",
                 {{"event", "counters"},
-                 {"on", counters[0]},
-                 {"dimmed", counters[1]},
-                 {"dark", counters[2]},
-                 {"display-off", counters[3]},
-                 {"suspended", counters[5]}});
+                 {"on", counters[On]},
+                 {"dimmed", counters[Dimmed]},
+                 {"dark", counters[Dark]},
+                 {"display-off", counters[DisplayOff]},
+                 {"suspended", counters[Suspended]}});
     return Done;
 }
 

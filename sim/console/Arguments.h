@@ -4,7 +4,6 @@
 #include <cstddef>
 #include <cstdlib>
 #include <string>
-#include <vector>
 
 #include "sim/Clock.h"
 
@@ -29,14 +28,6 @@ inline Nanoseconds seconds(const std::string& text) {
     if (value < 0)
         throw Wrong{"not a duration: " + text};
     return Nanoseconds(std::llround(value * 1e9));
-}
-
-/// Everything from the word numbered `from` on.
-inline std::string rest(const std::vector<std::string>& words, size_t from) {
-    std::string text;
-    for (size_t i = from; i < words.size(); ++i)
-        text += (i == from ? "" : " ") + words[i];
-    return text;
 }
 
 inline bool choice(const std::string& word, const std::string& yes, const std::string& no) {

@@ -12,6 +12,7 @@
 #include <sstream>
 
 #include "sim/HostTime.h"
+#include "sim/Text.h"
 #include "sim/console/Arguments.h"
 #include "sim/launcher/Environment.h"
 
@@ -208,7 +209,7 @@ std::string Console::trigger(const Words&) {
 }
 
 std::string Console::barcodePresent(const Words& words) {
-    terminal.barcode().present(rest(words, 1));
+    terminal.barcode().present(joined(words, 1));
     return "";
 }
 
@@ -283,7 +284,7 @@ std::string Console::radioFail(const Words& words) {
 }
 
 std::string Console::radioSay(const Words& words) {
-    terminal.radio().sayUnasked(rest(words, 1));
+    terminal.radio().sayUnasked(joined(words, 1));
     return "";
 }
 
@@ -316,7 +317,7 @@ std::string Console::ppp(const Words& words) {
 }
 
 std::string Console::wlanNetwork(const Words& words) {
-    terminal.wlan().setNetwork(words.size() > 1 ? words[1] : "", rest(words, 2));
+    terminal.wlan().setNetwork(words.size() > 1 ? words[1] : "", joined(words, 2));
     return "";
 }
 
@@ -401,7 +402,7 @@ std::string Console::wait(const Words& words) {
 }
 
 std::string Console::await(const Words& words) {
-    const std::string text = rest(words, 1);
+    const std::string text = joined(words, 1);
     const size_t found = terminal.journal().await(text, seen, LongestAwait);
     if (found == 0)
         throw Wrong{"has not happened: " + text};

@@ -2,7 +2,6 @@
 
 #include <iosfwd>
 #include <string>
-#include <vector>
 
 #include "sim/Terminal.h"
 
@@ -32,7 +31,6 @@ public:
     bool hasFailed() const { return failed; }
 
 private:
-    using Words = std::vector<std::string>;
     struct Command;
     static const Command Commands[];
 

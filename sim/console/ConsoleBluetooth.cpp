@@ -1,5 +1,6 @@
 // The console's commands for the Bluetooth devices around the terminal and for its text module.
 
+#include "sim/Text.h"
 #include "sim/console/Arguments.h"
 #include "sim/console/Console.h"
 
@@ -27,7 +28,7 @@ std::string Console::btFit(const Words& words) {
 }
 
 std::string Console::btPresent(const Words& words) {
-    terminal.air().present(words[1], rest(words, 2));
+    terminal.air().present(words[1], joined(words, 2));
     return "";
 }
 
@@ -61,7 +62,7 @@ std::string Console::btRing(const Words& words) {
 }
 
 std::string Console::btSend(const Words& words) {
-    return unless(terminal.air().sendFrom(words[1], rest(words, 2)), "no link: " + words[1]);
+    return unless(terminal.air().sendFrom(words[1], joined(words, 2)), "no link: " + words[1]);
 }
 
 std::string Console::btDrop(const Words& words) {
@@ -69,12 +70,12 @@ std::string Console::btDrop(const Words& words) {
 }
 
 std::string Console::btRefuse(const Words& words) {
-    terminal.textModule().onCommand(rest(words, 1), Reply::final("SYNTAX ERROR"), 1);
+    terminal.textModule().onCommand(joined(words, 1), Reply::final("SYNTAX ERROR"), 1);
     return "";
 }
 
 std::string Console::btSay(const Words& words) {
-    terminal.textModule().sayUnasked(rest(words, 1));
+    terminal.textModule().sayUnasked(joined(words, 1));
     return "";
 }
 

@@ -4,6 +4,7 @@
 #include <optional>
 #include <string>
 
+#include "sim/Text.h"
 #include "sim/console/Arguments.h"
 #include "sim/console/Console.h"
 
@@ -28,7 +29,7 @@ std::string bytes(const std::string& digits) {
 std::string Console::rfidPresent(const Words& words) {
     RfidTag tag;
     tag.id = bytes(words[1]);
-    tag.banks.fill(rest(words, 2));
+    tag.banks.fill(joined(words, 2));
     terminal.rfid().present(tag);
     return "";
 }

@@ -7,6 +7,7 @@
 #include <ctime>
 
 #include "power/BoardProtocol.h"
+#include "sim/Text.h"
 
 namespace sim {
 namespace {
@@ -27,9 +28,7 @@ PanelItem title(bool isAsleep) {
     const timespec time = toTimespec(Clock::get().wall());
     tm local{};
     localtime_r(&time.tv_sec, &local);
-    char date[32];
-    strftime(date, sizeof date, "%Y-%m-%d %H:%M:%S", &local);
-    return {PanelItem::Title, isAsleep ? "asleep" : "awake", 0, date};
+    return {PanelItem::Title, isAsleep ? "asleep" : "awake", 0, dateText(local)};
 }
 
 PanelItem display(const Display& display) {

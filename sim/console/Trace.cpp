@@ -5,6 +5,7 @@
 #include <string_view>
 
 #include "sim/Clock.h"
+#include "sim/Text.h"
 
 namespace sim {
 namespace {
@@ -59,9 +60,7 @@ void printDated(std::chrono::nanoseconds wall, const std::string& text) {
     const timespec time = toTimespec(wall);
     tm local{};
     localtime_r(&time.tv_sec, &local);
-    char date[32];
-    strftime(date, sizeof date, "%Y-%m-%d %H:%M:%S", &local);
-    printf("%s.%03ld  %s\n", date, time.tv_nsec / 1'000'000, text.c_str());
+    printf("%s.%03ld  %s\n", dateText(local).c_str(), time.tv_nsec / 1'000'000, text.c_str());
     fflush(stdout);
 }
 

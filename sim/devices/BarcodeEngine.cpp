@@ -1,5 +1,7 @@
 #include "sim/devices/BarcodeEngine.h"
 
+#include "scanner/BarcodeProtocol.h"
+
 namespace sim {
 namespace {
 
@@ -73,10 +75,10 @@ void BarcodeEngine::received(std::string_view bytes) {
 
 void BarcodeEngine::obey(const std::string& command) {
     journal.note("barcode", "command " + printable(command));
-    if (command == "\x1BZ\r") {
+    if (command == barcode::StartScanning) {
         scanning = true;
         readCode();
-    } else if (command == "\x1BY\r") {
+    } else if (command == barcode::StopScanning) {
         scanning = false;
     }
 }

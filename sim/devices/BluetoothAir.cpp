@@ -1,18 +1,14 @@
 #include "sim/devices/BluetoothAir.h"
 
-#include <cctype>
 #include <cstdio>
 #include <utility>
+
+#include "sim/Text.h"
 
 namespace sim {
 namespace {
 
-std::string key(const std::string& address) {
-    std::string upper = address;
-    for (char& letter : upper)
-        letter = static_cast<char>(std::toupper(static_cast<unsigned char>(letter)));
-    return upper;
-}
+std::string key(const std::string& address) { return upper(address); }
 
 }  // namespace
 

@@ -13,6 +13,8 @@
 
 #include "sim/HostFiles.h"
 #include "sim/Terminal.h"
+#include "sim/Text.h"
+#include "sim/posix/Real.h"
 
 namespace sim {
 namespace {
@@ -22,16 +24,11 @@ constexpr std::string_view CardDevice = "/dev/mmcblk0p1";
 constexpr const char* Contents =
     "/.card";  // in the root folder, where no path of the terminal leads
 
-bool liesIn(std::string_view path, std::string_view folder) {
-    return path.substr(0, folder.size()) == folder &&
-           (path.size() == folder.size() || path[folder.size()] == '/');
-}
-
 /// The link of one of this process's descriptors.
 std::string openedPath(const char* descriptor) {
     char target[PATH_MAX];
     const std::string link = std::string("/proc/self/fd/") + descriptor;
-    const ssize_t size = ::readlink(link.c_str(), target, sizeof target);
+    const ssize_t size = SIM_REAL(readlink)(link.c_str(), target, sizeof target);
     return size > 0 ? std::string(target, static_cast<size_t>(size)) : std::string();
 }
 
@@ -113,14 +110,14 @@ int MemoryCard::unmount(const std::string& target) {
 
 bool MemoryCard::isInUse(bool onlyForWriting) const {
     const std::string contents = files.hostPath(Contents);
-    DIR* const descriptors = ::opendir("/proc/self/fd");
+    DIR* const descriptors = SIM_REAL(opendir)("/proc/self/fd");
     if (!descriptors)
         return false;
     bool found = false;
     while (const dirent* entry = ::readdir(descriptors)) {
         if (!liesIn(openedPath(entry->d_name), contents))
             continue;
-        const int flags = ::fcntl(atoi(entry->d_name), F_GETFL);
+        const int flags = SIM_REAL(fcntl)(atoi(entry->d_name), F_GETFL);
         found = found || !onlyForWriting || (flags & O_ACCMODE) != O_RDONLY;
     }
     ::closedir(descriptors);

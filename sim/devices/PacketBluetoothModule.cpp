@@ -5,6 +5,7 @@
 #include <utility>
 
 #include "bluetooth/LmxProtocol.h"
+#include "sim/Text.h"
 
 namespace sim {
 namespace {
@@ -15,9 +16,11 @@ constexpr Nanoseconds PinTime = std::chrono::seconds(30);          // for the ho
 
 constexpr char GarbledBits = 0x55;
 
-// A packet: 02, type, opcode, length low and high, checksum, payload, 03.
-constexpr size_t HeadLength = 6;
-constexpr size_t LongestRequest = 333;
+// Places in a packet's header.
+constexpr size_t TypeAt = 1;
+constexpr size_t OpcodeAt = 2;
+constexpr size_t LengthAt = 3;
+constexpr size_t ChecksumAt = 5;
 
 // The status of a confirmation or of a call.
 constexpr uint8_t NotPossible = 1;
@@ -25,24 +28,21 @@ constexpr uint8_t CallTimedOut = 4;
 constexpr uint8_t PinWrong = 5;
 constexpr uint8_t CallRefused = 0x0D;
 
-uint8_t byteAt(std::string_view bytes, size_t at) { return static_cast<uint8_t>(bytes[at]); }
-char toChar(size_t value) { return static_cast<char>(static_cast<uint8_t>(value)); }
+/// A length, the low byte first.
+size_t lengthAt(std::string_view bytes, size_t at) {
+    return byteAt(bytes, at) | static_cast<size_t>(byteAt(bytes, at + 1)) << 8;
+}
+
 std::string statusOf(bool isGood) { return {toChar(isGood ? lmx::Success : NotPossible)}; }
 
 std::string encode(char type, uint8_t opcode, std::string_view payload) {
-    std::string packet = "\x02";
-    packet += type;
+    std::string packet{static_cast<char>(lmx::Start), type};
     packet += toChar(opcode);
     packet += toChar(payload.size());
     packet += toChar(payload.size() / 256);
-    packet += toChar(byteAt(packet, 1) + opcode + payload.size() % 256);  // not the high byte
+    packet += toChar(byteAt(packet, TypeAt) + opcode + payload.size() % 256);  // not the high byte
     packet += payload;
-    return packet + '\x03';
-}
-
-std::string hex(uint8_t value) {
-    static constexpr char Digits[] = "0123456789ABCDEF";
-    return {Digits[value >> 4], Digits[value & 15]};
+    return packet + toChar(lmx::End);
 }
 
 std::string binaryAddress(const std::string& text) {
@@ -162,24 +162,25 @@ void PacketBluetoothModule::received(std::string_view bytes) {
 /// Obeys the first packet of `bytes`, or passes what cannot belong to one: of a bad packet only the
 /// first byte, so that one hidden in it is found. How many bytes are done with; 0: more are needed.
 size_t PacketBluetoothModule::takePacket(std::string_view bytes) {
-    if (bytes.empty() || bytes[0] != '\x02')
-        return std::min(bytes.find('\x02'), bytes.size());
-    if (bytes.size() < HeadLength)
+    if (bytes.empty() || byteAt(bytes, 0) != lmx::Start)
+        return std::min(bytes.find(toChar(lmx::Start)), bytes.size());
+    if (bytes.size() < lmx::HeaderSize)
         return 0;
-    const size_t length = byteAt(bytes, 3) | static_cast<size_t>(byteAt(bytes, 4)) << 8;
-    const unsigned sum = byteAt(bytes, 1) + byteAt(bytes, 2) + byteAt(bytes, 3);
-    if (byteAt(bytes, 5) != sum % 256 || bytes[1] != lmx::Request || length > LongestRequest) {
+    const size_t length = lengthAt(bytes, LengthAt);
+    const unsigned sum = byteAt(bytes, TypeAt) + byteAt(bytes, OpcodeAt) + byteAt(bytes, LengthAt);
+    if (byteAt(bytes, ChecksumAt) != sum % 256 || byteAt(bytes, TypeAt) != lmx::Request ||
+        length > lmx::MaxPayload) {
         journal.note("packet", "bad head");
         return 1;
     }
-    const size_t size = HeadLength + length + 1;
+    const size_t size = lmx::HeaderSize + length + 1;
     if (bytes.size() < size)
         return 0;
-    if (bytes[size - 1] != '\x03') {
+    if (byteAt(bytes, size - 1) != lmx::End) {
         journal.note("packet", "bad end");
         return 1;
     }
-    execute(byteAt(bytes, 2), std::string(bytes.substr(HeadLength, length)));
+    execute(byteAt(bytes, OpcodeAt), std::string(bytes.substr(lmx::HeaderSize, length)));
     return size;
 }
 
@@ -225,7 +226,7 @@ void PacketBluetoothModule::confirm(uint8_t opcode, std::string payload, const P
         opcode = static_cast<uint8_t>(reply.opcode);
     std::string packet = encode(lmx::Confirmation, opcode, payload);
     if (reply.isGarbled)
-        packet[HeadLength - 1] = static_cast<char>(packet[HeadLength - 1] ^ GarbledBits);
+        packet[ChecksumAt] = static_cast<char>(packet[ChecksumAt] ^ GarbledBits);
     packet.resize(std::min(packet.size(), reply.mostBytes));
     if (reply.isDoubled)
         packet += packet;
@@ -294,7 +295,7 @@ std::string PacketBluetoothModule::endLink(const std::string& payload) {
 
 std::string PacketBluetoothModule::sendData(const std::string& payload) {
     const uint8_t port = byteAt(payload, 0);
-    const size_t size = byteAt(payload, 1) | static_cast<size_t>(byteAt(payload, 2)) << 8;
+    const size_t size = lengthAt(payload, 1);
     const bool isGood = isPort(port) && size == payload.size() - lmx::DataHeaderSize &&
                         linkOn(port).state == Link::Up &&
                         air.send(linkOn(port).number, payload.substr(lmx::DataHeaderSize));
@@ -320,7 +321,7 @@ std::string PacketBluetoothModule::offerService(const std::string& payload) {
 }
 
 std::string PacketBluetoothModule::addService(const std::string& payload) {
-    const size_t size = byteAt(payload, 3) | static_cast<size_t>(byteAt(payload, 4)) << 8;
+    const size_t size = lengthAt(payload, 3);
     const bool isGood = size == payload.size() - 5 && serviceRecords.size() < 256;
     if (isGood)
         serviceRecords.push_back({byteAt(payload, 0) + 1, payload.substr(5)});

@@ -13,11 +13,11 @@
 
 #include "sim/Clock.h"
 #include "sim/Device.h"
+#include "sim/devices/RadioCommands.h"
 
 namespace sim {
 namespace {
 
-constexpr char LocalAddress[] = "10.64.64.64";
 constexpr char PeerAddress[] = "10.64.64.65";
 constexpr char Netmask[] = "255.255.255.255";
 constexpr int Mtu = 1500;
@@ -87,7 +87,7 @@ Words PppLink::answerDaemon(const Words& question) {
     if (question[0] == "up" && question.size() == 2) {
         setOwner(static_cast<pid_t>(atol(question[1].c_str())));
         setPresent(true);
-        setAddress(LocalAddress);
+        setAddress(RadioNetwork::TerminalAddress);
         setUp(true);
     } else {
         setUp(false);

@@ -8,6 +8,8 @@
 #include <cstdlib>
 #include <ctime>
 
+#include "sim/Text.h"
+
 namespace sim {
 namespace {
 
@@ -160,9 +162,7 @@ std::vector<RadioCommands::Command> RadioCommands::split(const std::string& line
                 inQuotes ^= line[end] == '"';
             const std::string whole = line.substr(at, end - at);
             const size_t tail = std::min(whole.find_first_of("?="), whole.size());
-            Command command{whole.substr(0, tail), whole.substr(tail)};
-            for (char& c : command.name)
-                c = static_cast<char>(std::toupper(static_cast<unsigned char>(c)));
+            Command command{upper(whole.substr(0, tail)), whole.substr(tail)};
             command.name.erase(command.name.find_last_not_of(' ') + 1);
             commands.push_back(command);
         } else if (first == 'D') {
@@ -171,9 +171,7 @@ std::vector<RadioCommands::Command> RadioCommands::split(const std::string& line
         } else {
             const size_t nameSize = first == '&' ? 2 : 1;
             end = std::min(at + nameSize, line.size());
-            Command command{line.substr(at, nameSize), ""};
-            for (char& c : command.name)
-                c = static_cast<char>(std::toupper(static_cast<unsigned char>(c)));
+            Command command{upper(line.substr(at, nameSize)), ""};
             while (end < line.size() && (std::isdigit(static_cast<unsigned char>(line[end])) ||
                                          (first == 'S' && (line[end] == '=' || line[end] == '?'))))
                 command.tail += line[end++];

@@ -29,6 +29,9 @@ struct RadioNetwork {
     std::string name = "Sim Net";
     std::string number = "00101";
     int channel = 736;
+
+    /// The address that it gives the terminal.
+    static constexpr char TerminalAddress[] = "10.64.64.64";
 };
 
 /// What the radio module's commands do: the V.250 basic commands, those of 3GPP TS 27.007 that

@@ -15,7 +15,6 @@ constexpr Nanoseconds LongestAttach = seconds(10);
 constexpr Nanoseconds AttachTime = milliseconds(100);
 constexpr Nanoseconds DialTime = milliseconds(100);
 constexpr int MostContexts = 5;
-constexpr char LocalAddress[] = "10.64.64.64";
 
 }  // namespace
 
@@ -242,7 +241,7 @@ bool RadioCommands::quality(const Command& command, Answer& answer) {
 bool RadioCommands::address(const Command&, Answer& answer) {
     for (const auto& defined : contexts)
         answer.lines += "+CGPADDR: " + std::to_string(defined.first) + "," +
-                        quoted(isAttached() ? LocalAddress : "0.0.0.0") + "\n";
+                        quoted(isAttached() ? RadioNetwork::TerminalAddress : "0.0.0.0") + "\n";
     return true;
 }
 

@@ -2,10 +2,7 @@
 
 #include "sim/devices/RadioModule.h"
 
-#include <termios.h>
-
 #include <algorithm>
-#include <climits>
 #include <memory>
 #include <utility>
 
@@ -15,42 +12,12 @@ namespace {
 using std::chrono::milliseconds;
 
 constexpr size_t LongestLine = 512;
-constexpr char GarbledBits = 0x15;
 constexpr char EscapeSequence[] = "+++";
 constexpr Nanoseconds EscapeSilence = std::chrono::seconds(1);
 
-/// What the module is told by a line set to another speed than the one it was fixed to is noise.
-bool isSpeed(const termios& settings, int baud) {
-    constexpr struct {
-        int baud;
-        speed_t code;
-    } Speeds[] = {{300, B300},     {1200, B1200},   {2400, B2400},
-                  {4800, B4800},   {9600, B9600},   {19200, B19200},
-                  {38400, B38400}, {57600, B57600}, {115200, B115200}};
-    for (const auto& speed : Speeds) {
-        if (speed.baud == baud)
-            return cfgetospeed(&settings) == speed.code;
-    }
-    return true;
-}
-
 }  // namespace
 
-struct RadioModule::Hook::Rule {
-    std::string command;
-    Reply reply;
-    int timesLeft = INT_MAX;
-
-    bool matches(const std::string& given) const {
-        if (timesLeft <= 0)
-            return false;
-        if (command.empty() || command.back() != '*')
-            return given == command;
-        return given.compare(0, command.size() - 1, command, 0, command.size() - 1) == 0;
-    }
-};
-
-RadioModule::Hook::Hook(RadioModule& owner, std::shared_ptr<Rule> hookRule)
+RadioModule::Hook::Hook(RadioModule& owner, std::shared_ptr<ReplyRule> hookRule)
     : module(owner), rule(std::move(hookRule)) {}
 
 RadioModule::Hook& RadioModule::Hook::times(int count) {
@@ -71,9 +38,7 @@ RadioModule::RadioModule(Journal& eventJournal, SerialLine& moduleLine)
 
 RadioModule::Hook RadioModule::onCommand(const std::string& command, Reply reply) {
     const Lock held(mutex);
-    auto rule = std::make_shared<Hook::Rule>();
-    rule->command = command;
-    rule->reply = std::move(reply);
+    auto rule = std::make_shared<ReplyRule>(ReplyRule{command, std::move(reply)});
     rules.push_back(rule);
     return {*this, std::move(rule)};
 }
@@ -237,11 +202,12 @@ void RadioModule::transmit(const std::string& bytes, Nanoseconds delay) {
     serialLine.send(bytes, delay);
 }
 
+/// What comes over a line set to another speed than the one it was fixed to is noise.
 bool RadioModule::isListening() const {
     const int fixedSpeed = commands.fixedSpeed();
     return on && !goingOff && isSupplied && !isSilent && Clock::get().monotonic() >= readyAt &&
            !(dtrLevel && commands.sleepsWithoutDtr()) &&
-           (fixedSpeed == 0 || isSpeed(serialLine.attributes(), fixedSpeed));
+           (fixedSpeed == 0 || serialLine.isSetTo(fixedSpeed));
 }
 
 void RadioModule::received(std::string_view bytes) {
@@ -322,11 +288,8 @@ void RadioModule::takeCommands(uint8_t channel, std::string_view bytes) {
 
 Reply RadioModule::replyTo(const std::string& command) {
     for (const auto& rule : rules) {
-        if (!rule->matches(command))
-            continue;
-        if (rule->timesLeft != INT_MAX)
-            --rule->timesLeft;
-        return rule->reply;
+        if (rule->takes(command))
+            return rule->reply;
     }
     return Reply::normal();
 }
@@ -355,11 +318,7 @@ void RadioModule::answer(uint8_t channel, const Reply& reply, Nanoseconds delay)
         text = reply.result;
     else if (reply.kind != Reply::Kind::Silence)
         text = commands.formatLines(reply.lines) + commands.formatResult(reply.result);
-    text.resize(std::min(text.size(), reply.most));
-    if (reply.isGarbled) {
-        for (char& byte : text)
-            byte = static_cast<char>(byte ^ GarbledBits);
-    }
+    text = reply.bend(text);
     const auto speak = [this, channel, text, action = reply.action] {
         if (!isSilent)
             say(channel, text);

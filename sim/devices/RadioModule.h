@@ -13,7 +13,7 @@
 #include "sim/devices/RadioCommands.h"
 #include "sim/devices/RadioMux.h"
 #include "sim/devices/RadioPpp.h"
-#include "sim/devices/RadioReply.h"
+#include "sim/devices/Reply.h"
 
 namespace sim {
 
@@ -66,10 +66,9 @@ public:
 
     private:
         friend class RadioModule;
-        struct Rule;
-        Hook(RadioModule& owner, std::shared_ptr<Rule> hookRule);
+        Hook(RadioModule& owner, std::shared_ptr<ReplyRule> hookRule);
         RadioModule& module;
-        std::shared_ptr<Rule> rule;
+        std::shared_ptr<ReplyRule> rule;
     };
 
     /// Answers `command` with `reply`: the whole command line, or its beginning and "*". The
@@ -185,7 +184,7 @@ private:
     RadioCommands commands;
     RadioMux mux{*this};
     std::array<Channel, RadioMux::Channels> channels;
-    std::vector<std::shared_ptr<Hook::Rule>> rules;
+    std::vector<std::shared_ptr<ReplyRule>> rules;
     DataPeer dataPeer;
     std::function<bool(const RadioFrame&)> frameHook;
     std::vector<RadioFrame> recorded;

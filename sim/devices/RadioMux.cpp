@@ -2,60 +2,68 @@
 
 #include <algorithm>
 
+#include "gsm/Gsm0710Protocol.h"
+#include "sim/Text.h"
+
 namespace sim {
 namespace {
 
-constexpr char Flag = '\xF9';
-constexpr uint8_t ExtensionBit = 0x01;  // the last octet of a field
-constexpr uint8_t AddressCommandBit = 0x02;
+constexpr char Flag = toChar(gsm0710::Flag);
 constexpr size_t LongestHeader = 4;  // address, control and a length of two octets
-constexpr unsigned OneOctetLength = 0x7F;
 
-// Bits of a modem status' signal octet.
+// Types of control-channel messages as commands; the response lacks the bit.
+constexpr uint8_t CommandBit = gsm0710::CommandResponseBit;
+enum Message : uint8_t {
+    ParameterNegotiation = 0x83,
+    PowerSaving = 0x43,
+    CloseDown = gsm0710::CloseDown | CommandBit,
+    Test = gsm0710::Test | CommandBit,
+    FlowOn = 0xA3,
+    FlowOff = 0x63,
+    ModemStatus = gsm0710::ModemStatus | CommandBit,
+    PortNegotiation = 0x93,
+    LineStatus = 0x53,
+    ServiceNegotiation = 0xD3
+};
+
+// Bits of a modem status' signal octet that the terminal does not use.
 constexpr uint8_t FlowControl = 0x02;
-constexpr uint8_t ReadyToCommunicate = 0x04;
-constexpr uint8_t ReadyToReceive = 0x08;
 constexpr uint8_t DataValid = 0x80;
 
 /// One octet more in the check sequence: x^8 + x^2 + x + 1, the lowest bit first.
 constexpr uint8_t checked(uint8_t sum, uint8_t octet) {
-    constexpr uint8_t Polynomial = 0xE0;
     sum = static_cast<uint8_t>(sum ^ octet);
     for (int bit = 0; bit < 8; ++bit)
-        sum = static_cast<uint8_t>((sum >> 1) ^ (sum & 1 ? Polynomial : 0));
+        sum = static_cast<uint8_t>((sum >> 1) ^ (sum & 1 ? gsm0710::FcsPolynomial : 0));
     return sum;
 }
 
 uint8_t checkSequence(std::string_view octets) {
-    uint8_t sum = 0xFF;
+    uint8_t sum = gsm0710::FcsStart;
     for (const char octet : octets)
         sum = checked(sum, static_cast<uint8_t>(octet));
     return static_cast<uint8_t>(~sum);
 }
 
-uint8_t octetAt(std::string_view bytes, size_t at) { return static_cast<uint8_t>(bytes[at]); }
-char toChar(unsigned octet) { return static_cast<char>(static_cast<uint8_t>(octet)); }
-
 /// The frame types whose check sequence covers the information as well.
-bool coversInformation(uint8_t control) { return (control & ~RadioMux::PollFinal) == RadioMux::UI; }
+bool coversInformation(uint8_t control) { return (control & ~gsm0710::PollFinal) == gsm0710::Ui; }
 
 std::string lengthField(size_t length) {
-    if (length <= OneOctetLength)
-        return {toChar(static_cast<unsigned>(length << 1) | ExtensionBit)};
-    return {toChar(static_cast<unsigned>(length & OneOctetLength) << 1),
+    if (length <= gsm0710::MaxLength)
+        return {
+            toChar(static_cast<unsigned>(length << gsm0710::LengthShift) | gsm0710::ExtensionBit)};
+    return {toChar(static_cast<unsigned>(length & gsm0710::MaxLength) << gsm0710::LengthShift),
             toChar(static_cast<unsigned>(length >> 7))};
-}
-
-std::string hex(uint8_t value) {
-    static constexpr char Digits[] = "0123456789ABCDEF";
-    return {Digits[value >> 4], Digits[value & 15]};
 }
 
 }  // namespace
 
+const uint8_t RadioMux::UIH = gsm0710::Uih;
+const uint8_t RadioMux::UI = gsm0710::Ui;
+
 std::string RadioMux::encode(const RadioFrame& frame) {
-    const unsigned address = static_cast<unsigned>(frame.channel << 2) |
-                             (frame.commandBit ? AddressCommandBit : 0U) | ExtensionBit;
+    const unsigned address = static_cast<unsigned>(frame.channel << gsm0710::AddressShift) |
+                             (frame.commandBit ? CommandBit : 0U) | gsm0710::ExtensionBit;
     const std::string header =
         std::string{toChar(address), toChar(frame.control)} + lengthField(frame.data.size());
     const uint8_t check =
@@ -102,9 +110,9 @@ size_t RadioMux::takeFrame(std::string_view bytes) {
         return 0;
 
     size_t header = 3;
-    size_t length = octetAt(bytes, 2) >> 1;
-    if (!(octetAt(bytes, 2) & ExtensionBit)) {
-        length |= static_cast<size_t>(octetAt(bytes, 3)) << 7;
+    size_t length = byteAt(bytes, 2) >> gsm0710::LengthShift;
+    if (!(byteAt(bytes, 2) & gsm0710::ExtensionBit)) {
+        length |= static_cast<size_t>(byteAt(bytes, 3)) << 7;
         header = 4;
     }
     if (length > mostInformation) {
@@ -114,29 +122,29 @@ size_t RadioMux::takeFrame(std::string_view bytes) {
     const size_t end = header + length;  // of what comes before the check sequence
     if (bytes.size() < end + 2)
         return 0;
-    const uint8_t control = octetAt(bytes, 1);
+    const uint8_t control = byteAt(bytes, 1);
     const bool isGood =
-        octetAt(bytes, end) ==
+        byteAt(bytes, end) ==
             checkSequence(bytes.substr(0, coversInformation(control) ? end : header)) &&
         bytes[end + 1] == Flag;
     if (!isGood) {
         user.note("bad frame");
         return 1;
     }
-    const uint8_t address = octetAt(bytes, 0);
-    handle({static_cast<uint8_t>(address >> 2), control, (address & AddressCommandBit) != 0,
-            std::string(bytes.substr(header, length))});
+    const uint8_t address = byteAt(bytes, 0);
+    handle({static_cast<uint8_t>(address >> gsm0710::AddressShift), control,
+            (address & CommandBit) != 0, std::string(bytes.substr(header, length))});
     return 1 + end + 1;
 }
 
 void RadioMux::handle(const RadioFrame& frame) {
     if (frameHook && frameHook(frame))
         return;
-    const uint8_t type = frame.control & static_cast<uint8_t>(~PollFinal);
+    const uint8_t type = frame.control & static_cast<uint8_t>(~gsm0710::PollFinal);
     if (frame.channel >= Channels) {
-        if (type == SABM || type == DISC)
-            respond(frame.channel, DM, true);
-    } else if (type == UI || type == UIH) {
+        if (type == gsm0710::Sabm || type == gsm0710::Disc)
+            respond(frame.channel, gsm0710::Dm, true);
+    } else if (type == gsm0710::Ui || type == gsm0710::Uih) {
         handleInformation(frame);
     } else {
         handleUnnumbered(frame, channels[frame.channel]);
@@ -144,26 +152,26 @@ void RadioMux::handle(const RadioFrame& frame) {
 }
 
 void RadioMux::handleUnnumbered(const RadioFrame& frame, Channel& channel) {
-    const bool poll = (frame.control & PollFinal) != 0;
-    switch (frame.control & ~PollFinal) {
-    case SABM:
+    const bool poll = (frame.control & gsm0710::PollFinal) != 0;
+    switch (frame.control & ~gsm0710::PollFinal) {
+    case gsm0710::Sabm:
         if (channel.isRefused || (frame.channel != 0 && !channels[0].isOpen)) {
-            respond(frame.channel, DM, poll);
+            respond(frame.channel, gsm0710::Dm, poll);
             break;
         }
-        respond(frame.channel, UA, poll);
+        respond(frame.channel, gsm0710::Ua, poll);
         setOpen(frame.channel, true);
         break;
-    case DISC:
-        respond(frame.channel, channel.isOpen ? UA : DM, poll);
+    case gsm0710::Disc:
+        respond(frame.channel, channel.isOpen ? gsm0710::Ua : gsm0710::Dm, poll);
         setOpen(frame.channel, false);
         break;
-    case UA:
+    case gsm0710::Ua:
         if (channel.isOpening)
             setOpen(frame.channel, true);
         channel.isOpening = false;
         break;
-    case DM:
+    case gsm0710::Dm:
         channel.isOpening = false;
         setOpen(frame.channel, false);
         break;
@@ -173,7 +181,7 @@ void RadioMux::handleUnnumbered(const RadioFrame& frame, Channel& channel) {
 
 void RadioMux::handleInformation(const RadioFrame& frame) {
     if (!channels[frame.channel].isOpen)
-        respond(frame.channel, DM, true);
+        respond(frame.channel, gsm0710::Dm, true);
     else if (frame.channel == 0)
         handleMessages(frame.data);
     else
@@ -182,13 +190,13 @@ void RadioMux::handleInformation(const RadioFrame& frame) {
 
 void RadioMux::handleMessages(std::string_view messages) {
     while (isActive && messages.size() >= 2) {
-        const uint8_t type = octetAt(messages, 0);
+        const uint8_t type = byteAt(messages, 0);
         size_t at = 1;
         size_t length = 0;
         for (unsigned shift = 0; at < messages.size() && shift < 28; shift += 7) {
-            const uint8_t octet = octetAt(messages, at++);
+            const uint8_t octet = byteAt(messages, at++);
             length |= static_cast<size_t>(octet >> 1) << shift;
-            if (octet & ExtensionBit)
+            if (octet & gsm0710::ExtensionBit)
                 break;
         }
         if (length > messages.size() - at) {
@@ -203,7 +211,7 @@ void RadioMux::handleMessages(std::string_view messages) {
 void RadioMux::handleMessage(uint8_t type, std::string_view value) {
     if (!(type & CommandBit)) {
         user.note("response " + hex(type));
-        if (type == (CloseDown & ~CommandBit))
+        if (type == gsm0710::CloseDown)
             end();
         return;
     }
@@ -228,7 +236,7 @@ void RadioMux::handleMessage(uint8_t type, std::string_view value) {
     case PortNegotiation:
     case LineStatus:
     case ServiceNegotiation: sendMessage(response, value); break;
-    default: sendMessage(NotSupported & ~CommandBit, {reinterpret_cast<const char*>(&type), 1});
+    default: sendMessage(gsm0710::NonSupported, {reinterpret_cast<const char*>(&type), 1});
     }
     sendWaiting();
 }
@@ -236,9 +244,9 @@ void RadioMux::handleMessage(uint8_t type, std::string_view value) {
 void RadioMux::holdChannel(std::string_view modemStatus) {
     if (modemStatus.size() < 2)
         return;
-    const unsigned channel = octetAt(modemStatus, 0) >> 2;
+    const unsigned channel = byteAt(modemStatus, 0) >> gsm0710::AddressShift;
     if (channel < Channels)
-        channels[channel].isHeld = (octetAt(modemStatus, 1) & FlowControl) != 0;
+        channels[channel].isHeld = (byteAt(modemStatus, 1) & FlowControl) != 0;
 }
 
 void RadioMux::sendWaiting() {
@@ -260,7 +268,7 @@ void RadioMux::sendData(uint8_t channel, std::string_view bytes) {
     std::string frames;
     while (!bytes.empty()) {
         const size_t size = std::min<size_t>(bytes.size(), mostInformation);
-        frames += encode({channel, UIH, false, std::string(bytes.substr(0, size))});
+        frames += encode({channel, gsm0710::Uih, false, std::string(bytes.substr(0, size))});
         bytes.remove_prefix(size);
     }
     if (!frames.empty())
@@ -270,20 +278,22 @@ void RadioMux::sendData(uint8_t channel, std::string_view bytes) {
 void RadioMux::sendFrame(const RadioFrame& frame) { user.transmit(encode(frame)); }
 
 void RadioMux::sendMessage(uint8_t type, std::string_view value) {
-    sendFrame({0, UIH, false, toChar(type) + lengthField(value.size()) + std::string(value)});
+    sendFrame(
+        {0, gsm0710::Uih, false, toChar(type) + lengthField(value.size()) + std::string(value)});
 }
 
 void RadioMux::respond(uint8_t channel, uint8_t control, bool final) {
-    sendFrame({channel, static_cast<uint8_t>(control | (final ? PollFinal : 0)), true, {}});
+    sendFrame(
+        {channel, static_cast<uint8_t>(control | (final ? gsm0710::PollFinal : 0)), true, {}});
 }
 
 void RadioMux::open(uint8_t channel) {
     channels.at(channel).isOpening = true;
-    sendFrame({channel, SABM | PollFinal, false, {}});
+    sendFrame({channel, gsm0710::Sabm | gsm0710::PollFinal, false, {}});
 }
 
 void RadioMux::close(uint8_t channel) {
-    sendFrame({channel, DISC | PollFinal, false, {}});
+    sendFrame({channel, gsm0710::Disc | gsm0710::PollFinal, false, {}});
     setOpen(channel, false);
 }
 
@@ -306,9 +316,10 @@ void RadioMux::setOpen(uint8_t channel, bool open) {
     }
     user.channelOpened(channel);
     if (channel != 0) {
-        const char status[] = {
-            toChar(static_cast<unsigned>(channel << 2) | 3U),
-            toChar(DataValid | ReadyToReceive | ReadyToCommunicate | ExtensionBit)};
+        const char status[] = {toChar(static_cast<unsigned>(channel << gsm0710::AddressShift) |
+                                      CommandBit | gsm0710::ExtensionBit),
+                               toChar(DataValid | gsm0710::ReadyToReceive |
+                                      gsm0710::ReadyToCommunicate | gsm0710::ExtensionBit)};
         sendMessage(ModemStatus, {status, sizeof status});
     }
 }

@@ -23,32 +23,8 @@ class RadioMux {
 public:
     static constexpr uint8_t Channels = 5;  // 0 is the control channel
 
-    // Control fields, without the poll/final bit.
-    enum Control : uint8_t {
-        SABM = 0x2F,
-        UA = 0x63,
-        DM = 0x0F,
-        DISC = 0x43,
-        UIH = 0xEF,
-        UI = 0x03,
-        PollFinal = 0x10
-    };
-
-    // Types of control-channel messages as commands; the response lacks the CommandBit.
-    enum Message : uint8_t {
-        ParameterNegotiation = 0x83,
-        PowerSaving = 0x43,
-        CloseDown = 0xC3,
-        Test = 0x23,
-        FlowOn = 0xA3,
-        FlowOff = 0x63,
-        ModemStatus = 0xE3,
-        NotSupported = 0x13,
-        PortNegotiation = 0x93,
-        LineStatus = 0x53,
-        ServiceNegotiation = 0xD3,
-        CommandBit = 0x02
-    };
+    // Control fields of data, for frames that are made by hand.
+    static const uint8_t UIH, UI;
 
     /// What the multiplexer serves.
     class User {

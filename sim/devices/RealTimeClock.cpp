@@ -6,6 +6,7 @@
 #include <string>
 
 #include "power/BoardProtocol.h"
+#include "sim/Text.h"
 
 namespace sim {
 namespace {
@@ -50,9 +51,7 @@ std::string textOf(Nanoseconds time) {
     const time_t seconds = toTimespec(time).tv_sec;
     tm fields{};
     gmtime_r(&seconds, &fields);
-    char text[32];
-    strftime(text, sizeof text, "%Y-%m-%d %H:%M:%S", &fields);
-    return text;
+    return dateText(fields);
 }
 
 }  // namespace

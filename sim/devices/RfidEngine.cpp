@@ -9,18 +9,16 @@
 #include <utility>
 
 #include "scanner/RfidProtocol.h"
+#include "sim/Text.h"
 #include "sim/posix/Real.h"
 
 namespace sim {
 namespace {
 
-std::string hex(const std::string& bytes) {
-    static constexpr char Digits[] = "0123456789ABCDEF";
+std::string hexOf(const std::string& bytes) {
     std::string text;
-    for (const char byte : bytes) {
-        const auto value = static_cast<unsigned char>(byte);
-        text += {Digits[value >> 4], Digits[value & 15]};
-    }
+    for (const char byte : bytes)
+        text += hex(static_cast<uint8_t>(byte));
     return text;
 }
 
@@ -103,7 +101,7 @@ private:
             return failWith(ECANCELED);
         } else if (engine->tag) {
             frame = frameOf(engine->tag->id, dataOf(*engine->tag));
-            note("read " + hex(engine->tag->id));
+            note("read " + hexOf(engine->tag->id));
         } else {
             return std::nullopt;
         }

@@ -6,6 +6,7 @@
 #include <utility>
 
 #include "bluetooth/IwrapProtocol.h"
+#include "sim/Text.h"
 
 namespace sim {
 namespace {
@@ -13,11 +14,8 @@ namespace {
 using std::chrono::milliseconds;
 
 constexpr size_t LongestLine = 512;
-constexpr size_t HeaderSize = 4;
 
 constexpr char Banner[] = "Serial port module 2.1.0\nREADY.";
-
-uint8_t octet(char byte) { return static_cast<uint8_t>(byte); }
 
 std::string frame(uint8_t link, std::string_view payload) {
     std::string bytes;
@@ -26,7 +24,7 @@ std::string frame(uint8_t link, std::string_view payload) {
     bytes += '\0';
     bytes += static_cast<char>(payload.size());
     bytes += payload;
-    bytes += static_cast<char>(~link);
+    bytes += static_cast<char>(link ^ iwrap::Complement);
     return bytes;
 }
 
@@ -204,25 +202,25 @@ void TextBluetoothModule::received(std::string_view bytes) {
 size_t TextBluetoothModule::takeFrame(std::string_view bytes) {
     if (bytes.empty())
         return 0;
-    if (octet(bytes[0]) != iwrap::StartByte)
+    if (byteAt(bytes, 0) != iwrap::StartByte)
         return 1;
-    if (bytes.size() < HeaderSize)
+    if (bytes.size() < iwrap::PayloadOffset)
         return 0;
-    const uint8_t link = octet(bytes[1]);
-    const size_t size = octet(bytes[3]);
-    if (bytes.size() < HeaderSize + size + 1)
+    const uint8_t link = byteAt(bytes, iwrap::LinkOffset);
+    const size_t size = byteAt(bytes, iwrap::LengthOffset);
+    if (bytes.size() < iwrap::FrameOverhead + size)
         return 0;
-    if (octet(bytes[HeaderSize + size]) != static_cast<uint8_t>(~link)) {
+    if (byteAt(bytes, iwrap::PayloadOffset + size) != (link ^ iwrap::Complement)) {
         journal.note("bt", "bad frame");
         return 1;
     }
-    const std::string payload(bytes.substr(HeaderSize, size));
+    const std::string payload(bytes.substr(iwrap::PayloadOffset, size));
     if (link == iwrap::CommandLink) {
         execute(payload);
     } else if (const auto known = airLinks.find(link); known != airLinks.end()) {
         air.send(known->second, payload);
     }
-    return HeaderSize + size + 1;
+    return iwrap::FrameOverhead + size;
 }
 
 int TextBluetoothModule::freeNumber() const {

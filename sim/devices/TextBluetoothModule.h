@@ -12,7 +12,7 @@
 #include "sim/Journal.h"
 #include "sim/SerialLine.h"
 #include "sim/devices/BluetoothAir.h"
-#include "sim/devices/RadioReply.h"
+#include "sim/devices/Reply.h"
 
 namespace sim {
 
@@ -62,13 +62,6 @@ public:
     void received(std::string_view bytes) override;
 
 private:
-    static constexpr char GarbledBits = 0x15;
-
-    struct Rule {
-        std::string command;
-        Reply reply;
-        int timesLeft;
-    };
     struct Answer {
         std::string lines;  // separated by '\n'
         Nanoseconds delay{0};
@@ -86,7 +79,6 @@ private:
     void at(Nanoseconds due, std::function<void()> action);
 
     // Channel
-    void takeText(std::string_view bytes);
     size_t takeFrame(std::string_view bytes);
     void execute(const std::string& command);
     Reply replyTo(const std::string& command);
@@ -120,7 +112,7 @@ private:
     BluetoothAir& air;
 
     mutable std::recursive_mutex mutex;  // guards everything below
-    std::vector<Rule> rules;
+    std::vector<ReplyRule> rules;
     std::string pending;  // the beginning of a command line or frame
     Nanoseconds bootTime, answerTime, inquiryTime;
     Nanoseconds busyUntil{0};

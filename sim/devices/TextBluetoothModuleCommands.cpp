@@ -46,15 +46,9 @@ const TextBluetoothModule::Command TextBluetoothModule::Commands[] = {
 };
 
 Reply TextBluetoothModule::replyTo(const std::string& command) {
-    for (Rule& rule : rules) {
-        const bool isBeginning = !rule.command.empty() && rule.command.back() == '*';
-        const size_t size = rule.command.size() - (isBeginning ? 1 : 0);
-        if (rule.timesLeft <= 0 || command.compare(0, size, rule.command, 0, size) != 0 ||
-            (!isBeginning && command.size() != size))
-            continue;
-        if (rule.timesLeft != INT_MAX)
-            --rule.timesLeft;
-        return rule.reply;
+    for (ReplyRule& rule : rules) {
+        if (rule.takes(command))
+            return rule.reply;
     }
     return Reply::normal();
 }
@@ -82,11 +76,7 @@ void TextBluetoothModule::execute(const std::string& command) {
     const Nanoseconds now = Clock::get().monotonic();
     busyUntil = std::max(busyUntil, now + answerTime + answer.delay + reply.delay);
     at(busyUntil, [this, answer, reply] {
-        std::string bytes = reply.kind == Reply::Kind::Raw ? reply.result : lineBytes(answer.lines);
-        bytes.resize(std::min(bytes.size(), reply.most));
-        for (char& byte : bytes)
-            byte = static_cast<char>(byte ^ (reply.isGarbled ? GarbledBits : 0));
-        send(bytes);
+        send(reply.bend(reply.kind == Reply::Kind::Raw ? reply.result : lineBytes(answer.lines)));
         if (answer.then)
             answer.then();
         if (reply.action)

@@ -13,6 +13,7 @@
 
 #include "sim/Cancellation.h"
 #include "sim/HostFiles.h"
+#include "sim/Text.h"
 #include "sim/posix/Real.h"
 
 namespace sim {
@@ -43,11 +44,6 @@ public:
 private:
     const int value = errno;
 };
-
-bool liesIn(std::string_view path, std::string_view folder) {
-    return path.substr(0, folder.size()) == folder &&
-           (path.size() == folder.size() || path[folder.size()] == '/');
-}
 
 std::string linkOf(int folder) {
     return folder == AT_FDCWD ? "/proc/self/cwd" : "/proc/self/fd/" + std::to_string(folder);

@@ -27,6 +27,9 @@ inline void* number(int value) {
     return reinterpret_cast<void*>(carried);  // NOLINT(performance-no-int-to-ptr): never followed
 }
 
+/// The number that travels as the data of a system event.
+inline int numberIn(const void* data) { return static_cast<int>(reinterpret_cast<intptr_t>(data)); }
+
 /// Holds the windowing library's lock for the length of a scope.
 class WindowingGuard {
 public:

@@ -1,6 +1,9 @@
-#include "sim/devices/RadioReply.h"
+#include "sim/devices/Reply.h"
 
+#include <algorithm>
 #include <utility>
+
+#include "sim/Text.h"
 
 namespace sim {
 
@@ -45,6 +48,24 @@ Reply Reply::withoutEcho() const { return with(&Reply::isEchoed, false); }
 
 Reply Reply::then(std::function<void()> newAction) const {
     return with(&Reply::action, std::move(newAction));
+}
+
+std::string Reply::bend(std::string bytes) const {
+    bytes.resize(std::min(bytes.size(), most));
+    if (isGarbled)
+        std::transform(bytes.begin(), bytes.end(), bytes.begin(), garbledByte);
+    return bytes;
+}
+
+bool ReplyRule::takes(const std::string& line) {
+    const bool isBeginning = !command.empty() && command.back() == '*';
+    const size_t size = command.size() - (isBeginning ? 1 : 0);
+    if (timesLeft <= 0 || line.compare(0, size, command, 0, size) != 0 ||
+        (!isBeginning && line.size() != size))
+        return false;
+    if (timesLeft != INT_MAX)
+        --timesLeft;
+    return true;
 }
 
 }  // namespace sim

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <climits>
 #include <functional>
 #include <string>
 
@@ -29,12 +30,12 @@ public:
 
 private:
     friend class RadioModule;
-    friend class RadioCommands;
     friend class TextBluetoothModule;
 
     enum class Kind { Normal, Lines, Raw, Silence };
 
     template <class Member, class Value> Reply with(Member Reply::*member, Value value) const;
+    std::string bend(std::string bytes) const;  // to what is sent of them
 
     Kind kind = Kind::Normal;
     std::string lines;
@@ -44,6 +45,16 @@ private:
     bool isGarbled = false;
     bool isEchoed = true;
     std::function<void()> action;
+};
+
+/// What a module answers certain command lines with.
+struct ReplyRule {
+    std::string command;  ///< the whole line, or its beginning and "*"
+    Reply reply;
+    int timesLeft = INT_MAX;  ///< for that many more lines; INT_MAX: for ever
+
+    /// Whether it is for that line, and not used up. Counts the line, if so.
+    bool takes(const std::string& line);
 };
 
 }  // namespace sim
