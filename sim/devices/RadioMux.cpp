@@ -58,9 +58,6 @@ std::string lengthField(size_t length) {
 
 }  // namespace
 
-const uint8_t RadioMux::UIH = gsm0710::Uih;
-const uint8_t RadioMux::UI = gsm0710::Ui;
-
 std::string RadioMux::encode(const RadioFrame& frame) {
     const unsigned address = static_cast<unsigned>(frame.channel << gsm0710::AddressShift) |
                              (frame.commandBit ? CommandBit : 0U) | gsm0710::ExtensionBit;

@@ -23,9 +23,6 @@ class RadioMux {
 public:
     static constexpr uint8_t Channels = 5;  // 0 is the control channel
 
-    // Control fields of data, for frames that are made by hand.
-    static const uint8_t UIH, UI;
-
     /// What the multiplexer serves.
     class User {
     public:

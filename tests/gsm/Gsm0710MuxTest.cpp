@@ -8,6 +8,7 @@
 #include <cstdio>
 #include <ctime>
 
+#include "gsm/Gsm0710Protocol.h"
 #include "gsm/Octets.h"
 #include "io/FileDescriptor.h"
 #include "support/Eventually.h"
@@ -130,14 +131,14 @@ struct Gsm0710MuxTest : test::PoweredTest {
     }
 
     /// A frame of the module with data for a program or, on channel 0, a message.
-    void send(int channel, const string& bytes, int control = RadioMux::UIH) {
+    void send(int channel, const string& bytes, int control = gsm0710::Uih) {
         radio.sendFrame(
             {static_cast<uint8_t>(channel), static_cast<uint8_t>(control), false, bytes});
     }
 
     /// Notes it as "0:EF[E3 05]", data for the program that it is for as well.
     bool note(const RadioFrame& frame) {
-        const bool isData = frame.channel > 0 && frame.control == RadioMux::UIH;
+        const bool isData = frame.channel > 0 && frame.control == gsm0710::Uih;
         terminal.journal().note("mux", std::to_string(frame.channel) + ":" +
                                            hex(string(1, static_cast<char>(frame.control))) +
                                            (frame.data.empty() ? "" : "[" + hex(frame.data) + "]"));
@@ -191,12 +192,12 @@ TEST_F(Gsm0710MuxTest, DataOfAProgramLeavesInFramesOf31OctetsAndComesBackOnItsCh
     const string good = test::frameOf(1, test::Uih, "good");
     for (const int channel : {3, 4, 5, 63}) {
         send(channel, "nobody's");
-        send(channel, "nobody's", RadioMux::UI);
+        send(channel, "nobody's", gsm0710::Ui);
         send(channel, "", 0xFF);
     }
     send(2, "");
     send(2, pattern(127));
-    send(2, "and ", RadioMux::UI);
+    send(2, "and ", gsm0710::Ui);
     for (const string& damage :
          {good.substr(0, good.size() - 1) + "?", good.substr(0, 6), string(9000, '\xF9'),
           string(9000, 'x'), octets("F9 07 EF FF") + string(129, 'y'),

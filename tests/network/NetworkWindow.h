@@ -1,10 +1,10 @@
 #pragma once
 
-#include <cstdint>
 #include <string>
 
 #include "gui/GuiWindow.h"
 #include "network/NetworkEventListener.h"
+#include "power/SystemEvents.h"
 #include "sim/Journal.h"
 
 namespace test {
@@ -25,7 +25,7 @@ public:
     void onSystemEvent(int code, void* data) override {
         if (code < 1 || code > 4)
             return;
-        const auto number = static_cast<int>(reinterpret_cast<intptr_t>(data));
+        const auto number = events::numberIn(data);
         note("event " + std::to_string(code) + " " +
              (code < 3    ? static_cast<const char*>(data)
               : code == 3 ? std::to_string(number)

@@ -2,6 +2,7 @@
 #include <termios.h>
 #include <unistd.h>
 
+#include "gsm/Gsm0710Protocol.h"
 #include "gsm/Octets.h"
 #include "io/FileDescriptor.h"
 #include "support/TerminalTest.h"
@@ -16,12 +17,12 @@ using test::octets;
 constexpr char Line[] = "/dev/ttyAT1";
 
 string data(uint8_t channel, const string& bytes) {
-    return RadioMux::encode({channel, RadioMux::UIH, true, bytes});
+    return RadioMux::encode({channel, gsm0710::Uih, true, bytes});
 }
 
 /// As the module sends it.
 string dataBack(uint8_t channel, const string& bytes) {
-    return RadioMux::encode({channel, RadioMux::UIH, false, bytes});
+    return RadioMux::encode({channel, gsm0710::Uih, false, bytes});
 }
 
 /// Bytes pass as they are from now on.
@@ -70,7 +71,7 @@ TEST_F(RadioModuleTest, TheMultiplexerAnswersAsThePeerOfTheStandardDoes) {
         {data(0, octets("23 07 61 62 63")), dataBack(0, octets("21 07 61 62 63"))},
         {data(0, octets("F3 01")), dataBack(0, octets("11 03 F3"))},  // a command nobody knows
         {data(3, "x"), octets("F9 0F 1F 01 B1 F9")},                  // not open
-        {RadioMux::encode({1, RadioMux::UI, true, "AT\r"}),
+        {RadioMux::encode({1, gsm0710::Ui, true, "AT\r"}),
          dataBack(1, "AT\r") + dataBack(1, "\r\nOK\r\n")},
         {octets("F9 0B 3F 01 59 F9"),
          octets("F9 0B 73 01 92 F9") + dataBack(0, octets("E3 05 0B 8D"))},

@@ -24,6 +24,7 @@
 #include "gui/GuiLibrary.h"
 #include "gui/GuiWindow.h"
 #include "power/PowerManager.h"
+#include "power/SystemEvents.h"
 #include "scanner/ScanRecord.h"
 #include "sim/HostTime.h"
 #include "sim/Terminal.h"
@@ -106,7 +107,7 @@ public:
         }
         if (code < 16)
             return;  // a link's: what it tells is a text or more
-        const auto number = static_cast<int>(reinterpret_cast<intptr_t>(data));
+        const int number = events::numberIn(data);
         journal.note("app", "event " + std::to_string(code) + " " + std::to_string(number));
     }
 
