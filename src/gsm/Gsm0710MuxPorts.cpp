@@ -87,7 +87,7 @@ void Gsm0710Mux::closeVirtualPorts() {
 }
 
 /// What of the events, hang-up and error conditions has come within the time-out; 0 when nothing
-/// has. A signal does not end the wait.
+/// has. A signal does not end the wait, unless the worker has been asked to stop: 0 then.
 short Gsm0710Mux::waitFor(int fd, short events, int timeoutMs) {
     pollfd waited{fd, events, 0};
     const TimeLimit limit(timeoutMs);

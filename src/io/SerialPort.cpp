@@ -85,7 +85,7 @@ void SerialPort::initConfig() {
         apply();
         configured = true;
     }
-    apply();
+    apply();  // every open; a first one has the settings applied twice, as it always has been
     const int flags = fcntl(descriptor, F_GETFL);
     if (flags != -1)
         fcntl(descriptor, F_SETFL, flags & ~O_NONBLOCK);

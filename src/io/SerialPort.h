@@ -35,11 +35,12 @@ public:
     virtual ~SerialPort();
 
     /// Opens `devicePath` and remembers it for reOpen(), also when opening fails. An open port is
-    /// closed first. False when the device cannot be opened.
+    /// closed first, but without the steps of close(): with hardware flow control on and bytes
+    /// unsent that may block. False when the device cannot be opened.
     bool open(char const* devicePath);
 
-    /// Closes the port and opens the same device again with the settings it had. False when that
-    /// fails; the port then counts as hung up.
+    /// Closes the port, as open() does, and opens the same device again with the settings it had.
+    /// False when that fails; the port then counts as hung up.
     bool reOpen() override;
 
     /// Releases the device with hardware flow control off, so that the close cannot block, and both
@@ -81,12 +82,13 @@ public:
     int writeData(void const* buf, unsigned int len) override;
     /// @}
 
-    /// A negative time-out waits for ever, here and in isInputPending(). The count is 1 when there
-    /// is input that the device cannot count. A hang-up is remembered.
+    /// How many bytes can be read at once; 1 when there is input that the device cannot count, 0 on
+    /// time-out, failure or hang-up. A negative time-out waits for ever, but not on a closed port.
+    /// A signal starts the whole time-out again: an interruption does not reach a worker that waits
+    /// here. A hang-up is remembered until the port is opened again.
     int numInputPending(int timeoutMs) override;
 
-    /// False on time-out, failure or hang-up; a hang-up is remembered until the port is opened
-    /// again.
+    /// The same wait. True when there is input, and on an error condition without a hang-up.
     bool isInputPending(int timeoutMs) override;
 
     int flushInput() override;

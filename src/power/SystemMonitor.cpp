@@ -115,7 +115,8 @@ void SystemMonitor::handleTemperature() {
 }
 
 void SystemMonitor::handleLighting() {
-    // With the stamp at 0 this holds for any real date: the light is adjusted on every tick.
+    // The stamp stays at 0, so the light is adjusted on every tick: only a clock that was repaired,
+    // and starts with 1970 again, may have to get past those 3000 seconds first.
     if (lightingInterval <= 0 ||
         std::time(nullptr) < static_cast<time_t>(lightingInterval) + lastLightingAdjustment)
         return;

@@ -45,11 +45,22 @@ public:
     /// Stops the timer.
     virtual bool close();
 
-    // The parts of a tick, in the order battery, temperature, lighting, power.
-    virtual void handlePower();        ///< a step down, when it is time for one
-    virtual void handleBattery();      ///< every 4 seconds: system events 16 and 17
-    virtual void handleTemperature();  ///< every 10 seconds: system event 32
-    virtual void handleLighting();     ///< every tick while the display is lit
+    /// The parts of a tick, in the order battery, temperature, lighting, power.
+    /// @{
+
+    /// A step down, when it is time for one.
+    virtual void handlePower();
+
+    /// Every 4 seconds: events::BatteryCapacity, and events::BatteryEmpty at 0.
+    virtual void handleBattery();
+
+    /// Every 10 seconds: events::Temperature.
+    virtual void handleTemperature();
+
+    /// Every tick while the display is lit, once the system's time is past the first 3000 seconds
+    /// of 1970, UTC. A clock that was repaired may have to get there first.
+    virtual void handleLighting();
+    /// @}
 
     static constexpr int CounterCount = 7;  ///< of getPowerCounters()
 
@@ -70,7 +81,7 @@ private:
 
     int batteryInterval = 4000;       // milliseconds
     int temperatureInterval = 10000;  // milliseconds
-    int lightingInterval = 3000;      // seconds, against a stamp that is never advanced
+    int lightingInterval = 3000;      // seconds since a stamp that is never advanced
     std::atomic<int> keyboardBrightness{255};
     std::atomic<int> counters[CounterCount]{};
 

@@ -95,8 +95,8 @@ protected:
     /// While false, no key enters anything.
     virtual bool isInputActive() = 0;
 
-    void stopKeyWaitTimer();  ///< after which the pending character is committed
-    void stopKeyHoldTimer();  ///< after which a key counts as held
+    void stopKeyWaitTimer();  ///< stops the timer whose end commits the pending character
+    void stopKeyHoldTimer();  ///< stops the timer whose end makes a key count as held
 
     bool inputSuspended = false;  ///< set by the derived window: keys go to suspendedKeyDown()
 
