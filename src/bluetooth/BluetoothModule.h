@@ -51,7 +51,10 @@ public:
     /// then, if it was this one.
     virtual ~BluetoothModule();
 
-    // The driver's operations. Those with an answer here are not offered by every driver.
+    /// The driver's operations; those with an answer here are not offered by every driver. A bool
+    /// tells whether the module has done it; it is false also where the driver does not offer it.
+    /// How long each blocks, the drivers say.
+    /// @{
 
     /// Ends the work with the module and closes its line.
     virtual bool shutdown() = 0;
@@ -83,7 +86,7 @@ public:
     /// Opens the module's line, where that is not done otherwise.
     virtual bool open() = 0;
 
-    /// How the last answer has ended, in the driver's own numbers.
+    /// How the last answer has ended, in the driver's own numbers; 0 where there are none.
     virtual int getAnswerType() { return 0; }
 
     /// Whether the module has started.
@@ -107,16 +110,18 @@ public:
     /// Gives the module the PIN for whatever device asks for one.
     virtual bool setAuth(char* /*pin*/) { return false; }
 
-    /// Looks for devices around.
+    /// Looks for devices around; none where that is not offered.
     virtual std::vector<Device> scanDevices() { return {}; }
 
-    /// How well the links are received.
+    /// How well the links are received, in the driver's own measure; -1 where that is not offered.
     virtual int getSignalStrength() { return -1; }
 
     /// Reads and delivers link data.
     virtual void pollIncomingData(int /*timeoutMs*/) {}
+    /// @}
 
-    // The factory. The caller disposes of a connection with deleteSPPConnection().
+    /// The factory. The caller disposes of a connection with deleteSPPConnection().
+    /// @{
 
     /// A registered connection that can call a device; see its setters for the ranges. Null when an
     /// argument is refused, all five outgoing slots are taken or there is no module.
@@ -129,6 +134,7 @@ public:
 
     /// Disconnects, deregisters and destroys; null is ignored.
     void deleteSPPConnection(BluetoothSPPConnection* connection);
+    /// @}
 
     // The registry, for the connections.
 

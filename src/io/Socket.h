@@ -25,10 +25,11 @@ public:
     /// Bytes that can be read at once, 0 if that cannot be told.
     virtual int getPendingInput() = 0;
 
-    /// How long writeData() and readData() may block.
+    /// How long writeData() and readData() may block, in milliseconds. False when that is refused.
     virtual bool setTimeouts(int sendTimeoutMs, int receiveTimeoutMs) = 0;
 
-    /// How an idle connection is probed.
+    /// How an idle connection is probed: after how many seconds, every how many, and how often
+    /// without an answer until it counts as broken. False when that is refused.
     virtual bool setKeepalive(int idleSeconds, int intervalSeconds, int count) = 0;
 
     /// Whether there is a peer.

@@ -29,9 +29,10 @@ struct GENERIC_NETWORK_INFO {
 /// seconds; nothing gives up before disconnect().
 ///
 /// What happens is told three ways: to the listeners, oldest first; to the whole application as
-/// system events 1 to 4; and getLastEvent() keeps the last change. The system events are sent under
-/// the windowing library's lock, for which no lock of the library is held; a worker asked to stop
-/// does not wait for it longer than a second, and drops its event.
+/// events::StatusText, ErrorText, SignalQuality and NetworkStateChange; and getLastEvent() keeps
+/// the last change. The system events are sent under the windowing library's lock, for which no
+/// lock of the library is held; a worker asked to stop does not wait for it longer than a second,
+/// and drops its event.
 class NetworkConnection : public PowerEventListener,
                           public EventBroadcaster<NetworkEventListener>,
                           public virtual Thread {
@@ -52,8 +53,9 @@ public:
 
     ~NetworkConnection() override;
 
-    // The steps of a link, on the worker's thread unless said otherwise. Each reports its progress
-    // with setStatus() and its failure with reportError(). True for success.
+    /// The steps of a link, on the worker's thread unless said otherwise. Each reports its progress
+    /// with setStatus() and its failure with reportError(). True for success.
+    /// @{
 
     /// Whether the link is usable.
     virtual bool isConnectionUp() = 0;
@@ -76,9 +78,10 @@ public:
     /// Brings a lost link back. Here: disconnects and, if that worked, connects.
     virtual bool netRepair();
 
-    /// Takes the link down for the terminal's sleep, and brings it up again. Nothing to do here.
-    /// @{
+    /// Takes the link down for the terminal's sleep. Nothing to do here.
     virtual bool netSuspend();
+
+    /// Brings it up again. Nothing to do here.
     virtual bool netResume();
     /// @}
 
@@ -120,18 +123,21 @@ protected:
     /// it of no power state any more.
     void retire();
 
-    // Reports. The text is kept by its pointer: a literal.
+    /// Reports. The text is kept by its pointer: a literal.
+    /// @{
 
-    /// Tells progress: system event 1.
+    /// Tells progress: events::StatusText.
     void setStatus(const char* text);
 
-    /// Tells a failure: system event 2.
+    /// Tells a failure: events::ErrorText.
     void reportError(const char* text);
 
-    /// Tells a change of the link: system event 4.
+    /// Tells a change of the link: events::NetworkStateChange.
     void eventNotify(NetworkEvent event);
+    /// @}
 
-    /// Asks for the signal quality and reports it, in the first and then every fourth call.
+    /// Asks for the signal quality and reports it, in the first and then every fourth call:
+    /// events::SignalQuality.
     void pollNetworkInfo();
 
 private:
@@ -154,6 +160,7 @@ private:
     int pollCounter = 3;       // worker only, as is repairCounter
     int repairCounter = 0;     // failed checks since the link was lost
     std::atomic<NetworkEvent> lastEvent{NETWORK_DOWN};
+    int registrations = 0;  // with the power manager; each connect() makes one
 
 protected:
     const int connectionType;  ///< 1 GPRS, 5 WLAN, 8 Bluetooth
@@ -171,7 +178,4 @@ protected:
     std::string secondText;
     std::string thirdText;
     /// @}
-
-private:
-    int registrations = 0;  // with the power manager; each connect() makes one
 };

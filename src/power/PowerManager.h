@@ -50,12 +50,14 @@ public:
     bool scannerPowerDown();
     /// @}
 
-    // GPRS modem.
+    /// GPRS modem.
+    /// @{
     bool gprsGetPower();      ///< whether the modem runs
     int gprsSetDTR(bool on);  ///< the raw result
     int gprsReset();          ///< takes 100 ms; the raw result of the last step
     bool gprsPowerOn();       ///< true when the modem runs; takes up to 3 seconds
     bool gprsPowerOff();      ///< false when the supply cannot be switched; takes up to 12 seconds
+    /// @}
 
     /// Bluetooth module. False when the supply cannot be switched; takes about 100 ms.
     /// @{
@@ -99,16 +101,19 @@ public:
     /// The number of bytes written to silence it, or -1.
     int buzzerPlay(int frequency, int durationMs);
 
-    // Clock, which keeps local time. `t` is seconds since the epoch. False when the driver refuses,
-    // or the time has no local form; `t` is left alone then. The clock does not know of daylight
-    // saving: while it is in force, what is read, and with it an alarm, is an hour ahead.
+    /// Clock, which keeps local time. `t` is seconds since the epoch. False when the driver
+    /// refuses, or the time has no local form; `t` is left alone then. The clock does not know of
+    /// daylight saving: while it is in force, what is read, and with it an alarm, is an hour ahead.
+    /// @{
     bool rtcGetTime(long* t);       ///< with null: only whether the clock can be read
     bool rtcSetTime(long t);        ///< the system's time stays
     bool rtcSetAlarm(int seconds);  ///< from the clock's present time, not the system's
     bool rtcEnableAlarm(bool on);   ///< the alarm's interrupt
     bool rtcGetAlarmState();        ///< true once after the alarm has gone off
+    /// @}
 
-    // Sensors.
+    /// Sensors.
+    /// @{
     bool isUsbConnected();  ///< whether a cable supplies power; false when that cannot be read
     int getAmbientLight();  ///< -1 on failure
     int getTempReading();   ///< the sensor's value divided by 100; INT_MIN on failure
@@ -120,16 +125,17 @@ public:
     /// voltage in millivolts goes to `voltage` unless that is null. -1 on failure, with `voltage`
     /// left alone.
     int getBatteryCapacity(int* voltage);
+    /// @}
 
     /// Changes the power state: asks the listeners, then drives the devices. False when nothing was
     /// done: transitions are disabled, the state is the present one, or a listener has refused. Not
     /// from a listener.
     ///
     /// POWER_SUSPEND returns after the wake-up, in another state unless that change was refused.
-    /// POWER_SHUTDOWN takes the time of
-    /// gprsPowerOff() and then sends system event 31 on this thread, waiting for the windowing
-    /// library's lock as long as it takes. Both are true, too, when they have ended in
-    /// POWER_DISPLAY_OFF because the memory card is in use or the kernel offers no suspend.
+    /// POWER_SHUTDOWN takes the time of gprsPowerOff() and then sends events::ShutdownRequest on
+    /// this thread, waiting for the windowing library's lock as long as it takes. Both are true,
+    /// too, when they have ended in POWER_DISPLAY_OFF because the memory card is in use or the
+    /// kernel offers no suspend.
     bool setPowerMode(PowerState to);
 
     /// Waits for a kickIdle() in progress.

@@ -11,9 +11,9 @@
 /// The built-in barcode engine on "/dev/ttyAT2".
 ///
 /// The application's thread initializes it, starts and stops scans and shuts it down; a worker of
-/// its own reads the port and delivers each code as system event 256 (a ScanRecord); the scan timer
-/// ends on the windowing library's event thread a scan that has found nothing within 5 seconds. The
-/// power manager exists for the whole life of a reader.
+/// its own reads the port and delivers each code as events::ScannedCode (a ScanRecord); the scan
+/// timer ends on the windowing library's event thread a scan that has found nothing within 5
+/// seconds. The power manager exists for the whole life of a reader.
 class BarcodeReader : public BasicReader, public SerialPort, public Thread, public GuiTimer {
 public:
     BarcodeReader();

@@ -1,7 +1,7 @@
 #pragma once
 
-/// The data of system event 256: one code that a reader has read. The record and its texts live on
-/// the sender's stack and are valid only during the broadcast.
+/// The data of events::ScannedCode (256): one code that a reader has read. The record and its texts
+/// live on the sender's stack and are valid only during the broadcast.
 struct ScanRecord {
     /// Which engine has read it.
     enum Source : int { Barcode = 0, Rfid = 1, RfidOfType1 = 2 };

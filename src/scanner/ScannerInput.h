@@ -5,7 +5,7 @@
 
 /// The one object through which an application scans: finds the engines that the terminal has,
 /// creates a reader for each and passes the requests on to those that are armed. What they read
-/// comes from the readers themselves, as system event 256.
+/// comes from the readers themselves, as events::ScannedCode.
 ///
 /// Used by the application's thread alone, never from the delivery of a code, and while the power
 /// manager exists. It owns the readers, in a way that applications rely on: they are never
