@@ -30,6 +30,7 @@ bool isAddressText(const unsigned char* addr) {
 
 bool scanDigit(const char* text, unsigned& digit) { return std::sscanf(text, "%1X", &digit) == 1; }
 
+/// By the system's time, like the semaphore that is waited on.
 int64_t elapsedMs(const timeval& since) {
     timeval now{};
     gettimeofday(&now, nullptr);

@@ -151,7 +151,8 @@ private:
     Mutex openPortsLock;  // also held while the mask is sent: the module hears the newest one last
     uint32_t openPorts = 0;  // a bit for each slot
 
-    std::atomic<uint32_t> connected{0};  // likewise; written by the driver's thread
+    // A bit for each slot, like openPorts; written by the driver's thread.
+    std::atomic<uint32_t> connected{0};
     std::atomic<bool> asleep{false};
     std::atomic<bool> enabled{true};
 

@@ -10,7 +10,7 @@ constexpr unsigned long Baud = 115200;  // 8 bits, no parity, 1 stop bit, RTS/CT
 constexpr unsigned char Start = 0x02;
 constexpr unsigned char End = 0x03;
 
-constexpr unsigned HeaderSize = 6;    // the start byte included
+constexpr unsigned HeaderSize = 6;    // of a packet, the start byte included
 constexpr unsigned MaxPayload = 333;  // of a request
 
 enum PacketType : unsigned char { Request = 'R', Confirmation = 'C', Indication = 'i' };

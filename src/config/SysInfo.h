@@ -36,8 +36,8 @@ public:
     ///
     /// A failure to read the version, or one that is not known, leaves the EEPROM open, once more
     /// on every call as long as the version cannot be read or is 0. After another such version, and
-    /// after a description cut short, later calls give what has been read instead of
-    /// null: "" or its start.
+    /// after a description cut short, later calls give what has been read instead of null: "" or
+    /// its start.
     static const char* getScannerInformation();
 
     /// "model-" with the type of communication module and the first 8 characters of the scanners'

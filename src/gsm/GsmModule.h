@@ -151,8 +151,11 @@ private:
     bool awaitRegistration(int tries);
 
     const std::string devicePath;
-    std::string version;                    // guarded by mutex
-    std::atomic<ModemPort*> port{nullptr};  // owned; written under mutex, which open() does not
-                                            // need to see that there is one
-    Mutex mutex;                            // held for a whole dialogue
+    std::string version;  // guarded by mutex
+
+    // Owned; changed under mutex only. Atomic for open(): a second one must not wait for a dialogue
+    // in progress.
+    std::atomic<ModemPort*> port{nullptr};
+
+    Mutex mutex;  // held for a whole dialogue
 };

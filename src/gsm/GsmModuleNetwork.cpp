@@ -101,6 +101,7 @@ bool GsmModule::awaitRegistration(int tries) {
             Thread::sleep(RegistrationPauseMs);
         std::string answer;
         const int result = exchange(AskRegistration, RegistrationMs, &answer);
+        // Any number behind the first comma counts here; readNetworkInfo() is stricter.
         if (answerStartsWith(answer, "+CREG:") && at::isRegistered(at::secondNumber(answer)))
             return true;
         silent = result == ModemPort::None && answer.empty() ? silent + 1 : 0;

@@ -36,9 +36,8 @@ public:
     static int getMediaState(int handle);
 
     /// Counts a use of the medium that `path` lies on and mounts it as the use needs; one that was
-    /// not mounted is mounted writable, for a reader too. The handle
-    /// for unmountMedia(): 0 when the path is on no medium of the table, -1 on failure, and always
-    /// -1 while mounting is disabled.
+    /// not mounted is mounted writable, for a reader too. The handle for unmountMedia(): 0 when the
+    /// path is on no medium of the table, -1 on failure, and always -1 while mounting is disabled.
     static int mountMedia(const char* path, bool write);
 
     /// Ends a use, of a reader or a writer, and makes the medium read-only unless a writer is left.

@@ -9,8 +9,7 @@ enum NetworkEvent : int { NETWORK_DOWN = 0, NETWORK_CONNECTING = 1, NETWORK_UP =
 /// The calls come from the connection's worker, or from whichever thread calls the connection, with
 /// the lock of the listener list held: a listener must not add or remove listeners of the same
 /// connection, nor call its operations that report something, nor wait for the windowing library's
-/// lock. The texts are the connection's own
-/// and stay valid.
+/// lock. The texts are the connection's own and stay valid.
 class NetworkEventListener {
 public:
     /// The link goes up or down, or is being worked at.

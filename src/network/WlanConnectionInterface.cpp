@@ -26,6 +26,7 @@ constexpr struct {
 } Qualities[] = {{-56, 99}, {-66, 79}, {-70, 59}, {-80, 39}, {-89, 19}};
 
 int channelOf(const wlan::WirelessFrequency& frequency) {
+    // In single precision, as it has always been counted: the last digit depends on it.
     const double megahertz =
         std::round(static_cast<double>(static_cast<float>(frequency.mantissa)) *
                    std::pow(10.0, frequency.exponent) / 1e6);

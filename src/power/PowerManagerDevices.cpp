@@ -63,7 +63,11 @@ bool localClockTime(time_t t, board::ClockTime& time) {
 }
 
 int smooth(int stored, int reading) {
-    const double smoothed = 0.7 * static_cast<float>(stored) + 0.3 * static_cast<float>(reading);
+    constexpr double KeptShare = 0.7;
+    constexpr double NewShare = 0.3;
+    // In single precision, as it has always been counted: the last digit depends on it.
+    const double smoothed =
+        KeptShare * static_cast<float>(stored) + NewShare * static_cast<float>(reading);
     return static_cast<int>(std::min<double>(smoothed, INT_MAX));
 }
 

@@ -14,7 +14,8 @@ bool lockUnlessStopped(Thread& worker) {
     while (!GuiLibrary::timedlock(AttemptMs)) {
         if (worker.stopRequested())
             return false;
-        // Who stopped asking has cancelled the worker, and may wait for its end with the lock held.
+        // A stopper whose patience has ended cancels the worker, and may hold this very lock while
+        // it waits for the worker to unwind.
         pthread_testcancel();
     }
     return true;

@@ -25,7 +25,7 @@ enum RfidBank : int {
 ///
 /// The application's thread initializes it, arms, starts and stops reads and shuts it down; a
 /// worker of its own opens the device for each armed read, waits in it for a tag and delivers that
-/// as system event 256 (a ScanRecord); the scan timer aborts on the windowing library's event
+/// as events::ScannedCode (a ScanRecord); the scan timer aborts on the windowing library's event
 /// thread a read that has found nothing within 5 seconds. The driver's answer is dropped without a
 /// word when it reports a failure, its lengths do not add up, or it holds neither identifier nor
 /// data.
@@ -96,12 +96,12 @@ private:
     io::FileDescriptor device;
     Mutex guard;
 
-    ReadArea area;  // guarded by guard
+    ReadArea area;         // guarded by guard
+    bool aborted = false;  // since the device was opened; likewise
 
     Semaphore requests;  // a read has been requested, or a stop
 
     const RfidReaderType type;
 
-    bool aborted = false;                // since the device was opened; guarded by guard
     std::atomic<bool> isReading{false};  // from before the device is opened to the answer
 };
