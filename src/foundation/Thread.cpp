@@ -57,7 +57,7 @@ bool Thread::stop(int timeoutMs, bool interrupt) {
     if (handle == 0)
         return false;
     if (stopped)
-        return join(handle);
+        return join();
     stopRequestedFlag = true;
     if (interrupt)
         pthread_kill(handle, SIGUSR1);
@@ -75,7 +75,7 @@ bool Thread::stop(int timeoutMs, bool interrupt) {
     }
     stopRequestedFlag = false;
     if (stopped)
-        return join(handle);
+        return join();
     return cancelAndJoin(true);
 }
 
@@ -98,8 +98,9 @@ void Thread::awaitJoin() {
 }
 
 /// Joins outside the guard, then releases the handle. The caller holds the guard, before and after.
-bool Thread::join(pthread_t worker) {
+bool Thread::join() {
     joining = true;
+    const pthread_t worker = handle;
     guard.unlock();
     int oldState = 0;
     pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, &oldState);  // a claimed join is carried through
@@ -114,7 +115,7 @@ bool Thread::join(pthread_t worker) {
 
 bool Thread::cancelAndJoin(bool abandonOnFailure) {
     if (pthread_cancel(handle) == 0)
-        return join(handle);
+        return join();
     if (abandonOnFailure)
         handle = 0;
     return false;

@@ -65,7 +65,7 @@ public:
 
 private:
     void awaitJoin();
-    bool join(pthread_t worker);
+    bool join();
     bool cancelAndJoin(bool abandonOnFailure);
 
     Cond guard;  // a condition, so that a second stopper can wait for the first one's join
