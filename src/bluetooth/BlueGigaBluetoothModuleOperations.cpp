@@ -8,6 +8,7 @@
 #include "bluetooth/BluetoothSPPConnection.h"
 #include "bluetooth/InquiryAnswer.h"
 #include "bluetooth/IwrapProtocol.h"
+#include "foundation/Number.h"
 
 namespace {
 
@@ -145,7 +146,7 @@ int BlueGigaBluetoothModule::getSignalStrength() {
         const size_t space = answer.rfind(' ');
         if (space == std::string::npos)
             continue;
-        const int value = bluetooth::numberIn(answer.substr(space));
+        const int value = foundation::numberIn(answer.c_str() + space);
         if (weakest == NoSignal || value < weakest)
             weakest = value;
     }
@@ -169,7 +170,7 @@ bool BlueGigaBluetoothModule::connectSPP(int id, unsigned char* addr, unsigned c
     const size_t space = answer.find(' ');
     if (!contains(answer, "CONNECT") || space == std::string::npos)
         return false;
-    const int link = bluetooth::numberIn(answer.substr(space + 1, 1));
+    const int link = foundation::numberIn(answer.substr(space + 1, 1).c_str());
     const MutexGuard held(registryLock);
     setConnectionState(connectionAt(id), SPP_CONN_CONNECTED);
     setLocalPort(connectionAt(id), link);

@@ -1,8 +1,8 @@
 #include "bluetooth/InquiryAnswer.h"
 
 #include <algorithm>
-#include <climits>
-#include <cstdlib>
+
+#include "foundation/Number.h"
 
 namespace bluetooth {
 namespace {
@@ -33,11 +33,6 @@ bool split(std::string_view line, size_t key, Entry& entry) {
 
 }  // namespace
 
-int numberIn(const std::string& text) {
-    const long value = std::strtol(text.c_str(), nullptr, 10);
-    return static_cast<int>(std::clamp<long>(value, INT_MIN, INT_MAX));
-}
-
 std::vector<BluetoothModule::Device> devicesIn(std::string_view answer) {
     std::vector<BluetoothModule::Device> devices;
     Entry entry;
@@ -56,8 +51,8 @@ std::vector<BluetoothModule::Device> devicesIn(std::string_view answer) {
                 named->name = entry.rest;
         } else if (line.size() >= ShortestDeviceLine && device != std::string_view::npos) {
             if (split(line, device, entry))
-                devices.push_back(
-                    {"", std::string(entry.address), numberIn(std::string(entry.rest))});
+                devices.push_back({"", std::string(entry.address),
+                                   foundation::numberIn(std::string(entry.rest).c_str())});
         }
     }
     return devices;

@@ -2,11 +2,12 @@
 
 #include <algorithm>
 #include <cctype>
-#include <climits>
 #include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
 #include <utility>
+
+#include "foundation/Number.h"
 
 namespace {
 
@@ -177,9 +178,7 @@ std::string IniFile::GetValue(const std::string& keyName, const std::string& nam
 }
 
 int IniFile::GetValueI(const std::string& keyName, const std::string& name, int def) const {
-    const std::string value = GetValue(keyName, name, std::to_string(def));
-    return static_cast<int>(
-        std::clamp<long>(std::strtol(value.c_str(), nullptr, 10), INT_MIN, INT_MAX));
+    return foundation::numberIn(GetValue(keyName, name, std::to_string(def)).c_str());
 }
 
 double IniFile::GetValueF(const std::string& keyName, const std::string& name, double def) const {

@@ -4,13 +4,13 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <climits>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <string>
 #include <string_view>
 
+#include "foundation/Number.h"
 #include "io/FileDescriptor.h"
 #include "io/FileStream.h"
 
@@ -86,9 +86,7 @@ int SysInfo::commModule() {
     if (commModuleType < 0) {
         Text text;
         const bool isKnown = findEntry(identity::CommModule, text);
-        commModuleType = isKnown ? static_cast<int>(std::clamp<long>(std::strtol(text, nullptr, 10),
-                                                                     INT_MIN, INT_MAX))
-                                 : 1;
+        commModuleType = isKnown ? foundation::numberIn(text) : 1;
     }
     return commModuleType;
 }

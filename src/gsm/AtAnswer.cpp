@@ -3,8 +3,8 @@
 #include <algorithm>
 #include <cctype>
 #include <charconv>
-#include <climits>
-#include <cstdlib>
+
+#include "foundation/Number.h"
 
 namespace at {
 
@@ -172,9 +172,7 @@ std::optional<tm> clockTime(std::string_view answer) {
 
 int secondNumber(const std::string& answer) {
     const size_t comma = answer.find(',');
-    const long number =
-        comma == std::string::npos ? 0 : std::strtol(answer.c_str() + comma + 1, nullptr, 10);
-    return static_cast<int>(std::clamp<long>(number, INT_MIN, INT_MAX));
+    return comma == std::string::npos ? 0 : foundation::numberIn(answer.c_str() + comma + 1);
 }
 
 std::string firstLine(std::string_view answer) {

@@ -1,12 +1,12 @@
 // The supplicant's configuration over its control connection.
 
 #include <cstdio>
-#include <cstdlib>
 #include <cstring>
 #include <string>
 #include <utility>
 #include <vector>
 
+#include "foundation/Number.h"
 #include "network/WlanConnection.h"
 
 namespace {
@@ -45,7 +45,7 @@ bool WlanConnection::configureNetwork() {
     std::string reply;
     if (!wpaControlRequest("ADD_NETWORK", reply))
         return false;
-    const auto network = static_cast<int>(std::strtol(reply.c_str(), nullptr, 10));
+    const int network = foundation::numberIn(reply.c_str());
     for (const auto& [name, value] : parametersOf(settings)) {
         if (!value.empty() && !wpaSetNetworkParameter(network, name, value.c_str()))
             return false;
@@ -66,7 +66,7 @@ bool WlanConnection::wpaControlRequest(const char* cmd, std::string& reply) {
     if (!wpaControl || !cmd)
         return false;
     constexpr unsigned KeptBytes = 3;
-    char buffer[256] = {};
+    char buffer[KeptBytes + 1] = {};
     unsigned received = KeptBytes;
     const bool answered =
         wpa_ctrl_request(wpaControl.get(), cmd, static_cast<unsigned>(std::strlen(cmd)), buffer,

@@ -6,10 +6,10 @@
 
 #include <algorithm>
 #include <climits>
-#include <cstdlib>
 #include <ctime>
 #include <iterator>
 
+#include "foundation/Number.h"
 #include "foundation/Thread.h"
 #include "io/FileDescriptor.h"
 #include "power/BoardProtocol.h"
@@ -34,8 +34,7 @@ bool readNumber(const char* path, int& value) {
     char text[AttributeSize + 1];
     if (!readAttribute(path, text))
         return false;
-    const long parsed = std::strtol(text, nullptr, 10);
-    value = static_cast<int>(std::clamp<long>(parsed, INT_MIN, INT_MAX));
+    value = foundation::numberIn(text);
     return true;
 }
 
