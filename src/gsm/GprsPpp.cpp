@@ -10,10 +10,7 @@
 #include <algorithm>
 #include <atomic>
 #include <cerrno>
-#include <climits>
 #include <csignal>
-#include <cstdio>
-#include <cstdlib>
 #include <cstring>
 #include <initializer_list>
 #include <utility>
@@ -22,6 +19,7 @@
 #include "foundation/Thread.h"
 #include "io/FileDescriptor.h"
 #include "io/FileStream.h"
+#include "io/PidFile.h"
 
 namespace {
 
@@ -32,8 +30,6 @@ constexpr char InterfaceName[] = "ppp0";
 constexpr int StepMs = 200;
 constexpr int LinkUpSteps = 150;
 constexpr int EndSteps = 50;
-
-constexpr pid_t Init = 1;
 
 // The daemon that start() has left running, to be reaped when it ends by itself; 0: none. Nothing
 // else is decided by it.
@@ -49,25 +45,25 @@ template <class Condition> bool comesTrue(int steps, Condition condition) {
     return false;
 }
 
-/// Whether a pid can be a daemon's. 0 and less would signal whole groups of processes.
-bool isDaemon(pid_t pid) { return pid > Init && pid != getpid(); }
-
-bool sendSignal(pid_t pid, int signal) { return isDaemon(pid) && ::kill(pid, signal) == 0; }
+bool sendSignal(pid_t pid, int signal) {
+    return io::isOtherProcess(pid) && ::kill(pid, signal) == 0;
+}
 
 /// Waits for the end of a child. One that is no child, or is reaped already, counts as ended.
 void reap(pid_t pid) {
-    if (!isDaemon(pid))
+    if (!io::isOtherProcess(pid))
         return;
     while (::waitpid(pid, nullptr, 0) < 0 && errno == EINTR) {}
 }
 
-bool hasEnded(pid_t pid) { return ::waitpid(pid, nullptr, WNOHANG) != 0; }
+/// True also for one that was reaped before.
+bool reapIfEnded(pid_t pid) { return ::waitpid(pid, nullptr, WNOHANG) != 0; }
 
 /// Takes note of a daemon's end: nobody else waits for it.
 void reapEndedDaemon() {
     const io::NoCancellation scope;
     const pid_t pid = leftRunning.exchange(0);
-    if (pid != 0 && !hasEnded(pid))
+    if (pid != 0 && !reapIfEnded(pid))
         leftRunning = pid;
 }
 
@@ -93,7 +89,7 @@ public:
     bool terminate() {
         const pid_t ending = pid;
         if (!sendSignal(ending, SIGTERM) ||
-            !comesTrue(EndSteps, [ending] { return hasEnded(ending); }))
+            !comesTrue(EndSteps, [ending] { return reapIfEnded(ending); }))
             return false;
         pid = 0;
         ::unlink(PidPath);
@@ -185,10 +181,5 @@ bool GprsPpp::isRunning() {
 
 int GprsPpp::getDaemonPID() {
     const io::FileStream file = io::openStream(PidPath, "r");
-    if (!file)
-        return -1;
-    char text[32] = {};
-    [[maybe_unused]] const size_t length = std::fread(text, 1, sizeof text - 1, file.get());
-    const long long number = std::strtoll(text, nullptr, 10);
-    return number < INT_MIN || number > INT_MAX ? 0 : static_cast<int>(number);
+    return file ? io::readProcessId(file.get()) : -1;
 }

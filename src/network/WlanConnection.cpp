@@ -3,13 +3,12 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
-#include <climits>
 #include <csignal>
-#include <cstdio>
 #include <cstdlib>
 #include <utility>
 
 #include "io/FileStream.h"
+#include "io/PidFile.h"
 #include "network/WlanProtocol.h"
 #include "power/PowerManager.h"
 
@@ -35,22 +34,9 @@ constexpr int AssociationPauseMs = 1000;
 constexpr int EndSteps = 20;
 constexpr int EndStepMs = 250;
 
-constexpr pid_t NoProcess = 0;
-
-/// The process that a pid file names. 0 when it names none that may be told to end: a number of 0
-/// or less would reach whole groups of processes, 1 is init.
-pid_t processOf(FILE* pidFile) {
-    constexpr pid_t Init = 1;
-    char text[32] = {};
-    [[maybe_unused]] const size_t length = std::fread(text, 1, sizeof text - 1, pidFile);
-    const long long number = std::strtoll(text, nullptr, 10);
-    const bool isProcess = number > Init && number <= INT_MAX && number != ::getpid();
-    return isProcess ? static_cast<pid_t>(number) : NoProcess;
-}
-
 /// Tells a process to end and waits for that, within bounds.
 void endProcess(pid_t process) {
-    if (process == NoProcess || ::kill(process, SIGTERM) != 0)
+    if (!io::isOtherProcess(process) || ::kill(process, SIGTERM) != 0)
         return;
     for (int step = 0; step < EndSteps && ::kill(process, 0) == 0; ++step)
         Thread::sleep(EndStepMs);
@@ -137,13 +123,13 @@ bool WlanConnection::setAddress() {
 
 bool WlanConnection::netDisconnect() {
     if (const io::FileStream file = io::openStream(DhcpPidPath, "r")) {
-        const pid_t client = processOf(file.get());
+        const pid_t client = io::readProcessId(file.get());
         setStatus("Stopping DHCP");
         endProcess(client);
     }
     wpaControl.reset();
     if (const io::FileStream file = io::openStream(SupplicantPidPath, "r"))
-        endProcess(processOf(file.get()));
+        endProcess(io::readProcessId(file.get()));
 
     setStatus("Stopping WLAN module");
     if (!setInterfaceUp(false, "Failed preparing to disable networking",
