@@ -5,7 +5,6 @@
 
 namespace {
 
-constexpr int TypeBluetooth = 8;
 constexpr char ModulePath[] = "/dev/ttyAT1";
 
 }  // namespace

@@ -8,8 +8,6 @@
 
 namespace {
 
-constexpr int TypeGprs = 1;
-
 constexpr char ModulePath[] = "/dev/ttyAT1";
 constexpr char CommandMasterPath[] = "/dev/ptyp0";  // channel 1
 constexpr char CommandPath[] = "/dev/ttyp0";
@@ -21,22 +19,16 @@ constexpr char InterfaceName[] = "ppp0";
 /// -113 dBm is the least the module can tell, -51 dBm and more is the best.
 int percentOf(int dBm) {
     constexpr int Least = -113;
-    constexpr int Full = -50;
+    constexpr int Best = -51;
     if (dBm < Least)
         return 0;
-    return dBm < Full ? (dBm * 100 + 11300) / 62 : 100;
+    return dBm < Best ? (dBm - Least) * 100 / (Best - Least) : 100;
 }
 
 }  // namespace
 
 GprsConnection::GprsConnection(GPRS_CONNECTION_SETTINGS connectionSettings)
     : NetworkConnection(TypeGprs), gsmModule(CommandPath), settings(std::move(connectionSettings)) {
-}
-
-/// Reports an error as the reason of the false that it returns.
-bool GprsConnection::fail(const char* text) {
-    reportError(text);
-    return false;
 }
 
 bool GprsConnection::isConnectionUp() { return GprsPpp::isRunning(); }
@@ -145,12 +137,7 @@ bool GprsConnection::stopDaemon() {
 }
 
 bool GprsConnection::getNetworkInfo(GENERIC_NETWORK_INFO& info) {
-    char ipText[16] = {};
-    char macText[18] = {};
-    if (getInterfaceAddresses(InterfaceName, ipText, macText)) {
-        info.ipAddress = ipText;
-        info.macAddress = macText;
-    }
+    addAddresses(InterfaceName, info);
     GSM_NETWORK_INFO module;
     if (!gsmModule.readNetworkInfo(module))
         return fail("Failed requesting network information");

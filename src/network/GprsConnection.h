@@ -62,7 +62,6 @@ public:
     bool netResume() override;
 
 private:
-    bool fail(const char* text);
     bool setUpModule();
     bool startDaemon();
     bool stopDaemon();

@@ -26,6 +26,9 @@ constexpr int SuspendPauseMs = 5000;
 constexpr int ResumePauseMs = 1000;
 constexpr int WatchPauseMs = 1000;
 
+constexpr size_t IpTextSize = 16;
+constexpr size_t MacTextSize = 18;
+
 constexpr int ChecksBeforeRepair = 20;
 constexpr int PassesPerPoll = 4;
 
@@ -103,6 +106,11 @@ void NetworkConnection::reportError(const char* text) {
         return true;
     });
     post(events::ErrorText, data(text));
+}
+
+bool NetworkConnection::fail(const char* text) {
+    reportError(text);
+    return false;
 }
 
 void NetworkConnection::eventNotify(NetworkEvent event) {
@@ -264,8 +272,6 @@ void NetworkConnection::watchLink() {
 
 bool NetworkConnection::getInterfaceAddresses(const char* interfaceName, char* ipText,
                                               char* macText) {
-    constexpr size_t IpTextSize = 16;
-    constexpr size_t MacTextSize = 18;
     const io::FileDescriptor socket(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
     if (socket.get() < 1 || !interfaceName)
         return false;
@@ -285,4 +291,13 @@ bool NetworkConnection::getInterfaceAddresses(const char* interfaceName, char* i
                       bytes[2], bytes[3], bytes[4], bytes[5]);
     }
     return true;
+}
+
+void NetworkConnection::addAddresses(const char* interfaceName, GENERIC_NETWORK_INFO& info) {
+    char ipText[IpTextSize] = {};
+    char macText[MacTextSize] = {};
+    if (getInterfaceAddresses(interfaceName, ipText, macText)) {
+        info.ipAddress = ipText;
+        info.macAddress = macText;
+    }
 }

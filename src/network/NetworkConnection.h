@@ -116,6 +116,9 @@ public:
     static bool getInterfaceAddresses(const char* interfaceName, char* ipText, char* macText);
 
 protected:
+    /// The kinds of link that this library has: values of `connectionType`.
+    enum Type : int { TypeGprs = 1, TypeWlan = 5, TypeBluetooth = 8 };
+
     /// `typeOfConnection` becomes `connectionType`.
     explicit NetworkConnection(int typeOfConnection) : connectionType(typeOfConnection) {}
 
@@ -132,9 +135,15 @@ protected:
     /// Tells a failure: events::ErrorText.
     void reportError(const char* text);
 
+    /// Tells a failure as the reason of the false that it returns.
+    bool fail(const char* text);
+
     /// Tells a change of the link: events::NetworkStateChange.
     void eventNotify(NetworkEvent event);
     /// @}
+
+    /// Fills in the addresses of a network interface, unless the system cannot be asked.
+    static void addAddresses(const char* interfaceName, GENERIC_NETWORK_INFO& info);
 
     /// Asks for the signal quality and reports it, in the first and then every fourth call:
     /// events::SignalQuality.
@@ -163,7 +172,7 @@ private:
     int registrations = 0;  // with the power manager; each connect() makes one
 
 protected:
-    const int connectionType;  ///< 1 GPRS, 5 WLAN, 8 Bluetooth
+    const int connectionType;  ///< a Type, or an application's own
 
     /// The text last reported, of each kind and of either; null before the first.
     /// @{

@@ -5,6 +5,7 @@
 
 #include <csignal>
 #include <cstdlib>
+#include <string>
 #include <utility>
 
 #include "io/FileStream.h"
@@ -14,18 +15,10 @@
 
 namespace {
 
-constexpr int TypeWlan = 5;
-
 constexpr char ControlFolder[] = "/tmp/wpa_supplicant.ctrl";
 constexpr char SupplicantPidPath[] = "/tmp/wpa_supplicant.pid";
+constexpr char SupplicantFile[] = "/data/wpa_supplicant.conf";
 constexpr char DhcpPidPath[] = "/tmp/udhcpc.pid";
-
-constexpr char SupplicantCommand[] = "wpa_supplicant -B -Dwext -ira0 -P/tmp/wpa_supplicant.pid "
-                                     "-C/tmp/wpa_supplicant.ctrl";
-constexpr char SupplicantFileCommand[] = "wpa_supplicant -B -Dwext -ira0 "
-                                         "-P/tmp/wpa_supplicant.pid -C/tmp/wpa_supplicant.ctrl "
-                                         "-c/data/wpa_supplicant.conf";
-constexpr char DhcpCommand[] = "udhcpc -nR -t 10 -p /tmp/udhcpc.pid -i ra0";
 
 constexpr int InterfaceSteps = 20;
 constexpr int InterfaceStepMs = 250;
@@ -33,6 +26,16 @@ constexpr int AssociationChecks = 10;
 constexpr int AssociationPauseMs = 1000;
 constexpr int EndSteps = 20;
 constexpr int EndStepMs = 250;
+
+std::string supplicantCommand(bool hasOwnFile) {
+    std::string command = std::string("wpa_supplicant -B -Dwext -i") + wlan::InterfaceName + " -P" +
+                          SupplicantPidPath + " -C" + ControlFolder;
+    return hasOwnFile ? command + " -c" + SupplicantFile : command;
+}
+
+std::string dhcpCommand() {
+    return std::string("udhcpc -nR -t 10 -p ") + DhcpPidPath + " -i " + wlan::InterfaceName;
+}
 
 /// Tells a process to end and waits for that, within bounds.
 void endProcess(pid_t process) {
@@ -48,12 +51,6 @@ WlanConnection::WlanConnection(WLAN_CONNECTION_SETTINGS connectionSettings)
     : NetworkConnection(TypeWlan), settings(std::move(connectionSettings)) {}
 
 int WlanConnection::getLastError() { return lastError; }
-
-/// Reports an error as the reason of the false that it returns.
-bool WlanConnection::fail(const char* text) {
-    reportError(text);
-    return false;
-}
 
 bool WlanConnection::netInitialize() {
     PowerManager& power = *PowerManager::getPowerManager();
@@ -93,7 +90,7 @@ bool WlanConnection::netConnect() {
 bool WlanConnection::startSupplicant() {
     setStatus("Starting WPA supplicant");
     const bool hasOwnFile = settings.securityType == SecurityOfDaemon;
-    if (std::system(hasOwnFile ? SupplicantFileCommand : SupplicantCommand) != 0)
+    if (std::system(supplicantCommand(hasOwnFile).c_str()) != 0)
         return fail("Failed initializing WPA supplicant");
 
     wpaControl.reset(wpa_ctrl_open(ControlFolder, wlan::InterfaceName));
@@ -118,7 +115,7 @@ bool WlanConnection::setAddress() {
         return setStaticIp() || fail("Failed setting IP address");
     }
     setStatus("Waiting for DHCP IP");
-    return std::system(DhcpCommand) == 0 || fail("Failed obtaining DHCP IP lease");
+    return std::system(dhcpCommand().c_str()) == 0 || fail("Failed obtaining DHCP IP lease");
 }
 
 bool WlanConnection::netDisconnect() {

@@ -1,7 +1,6 @@
 #pragma once
 
 #include <cstdint>
-#include <memory>
 #include <string>
 
 #include "io/FileDescriptor.h"
@@ -125,11 +124,6 @@ public:
     bool matchSSID(const char* essid);
 
 private:
-    struct ControlCloser {
-        void operator()(WPA_CONTROL* control) const { wpa_ctrl_close(control); }
-    };
-
-    bool fail(const char* text);
     bool setInterfaceUp(bool up, const char* readError, const char* writeError);
     bool startSupplicant();
     bool associate();
@@ -138,5 +132,5 @@ private:
     const WLAN_CONNECTION_SETTINGS settings;
     io::FileDescriptor sock;  // handle of the interface requests
     int lastError = 0;
-    std::unique_ptr<WPA_CONTROL, ControlCloser> wpaControl;
+    wlan::ControlConnection wpaControl;
 };

@@ -113,11 +113,6 @@ bool WlanConnection::getNetworkInfo(GENERIC_NETWORK_INFO& info) {
         return false;
     info.signalQuality = qualityOf(statistics.level);
 
-    char ipText[16] = {};
-    char macText[18] = {};
-    if (getInterfaceAddresses(wlan::InterfaceName, ipText, macText)) {
-        info.ipAddress = ipText;
-        info.macAddress = macText;
-    }
+    addAddresses(wlan::InterfaceName, info);
     return true;
 }

@@ -49,6 +49,9 @@ private:
     const bool added;
 };
 
+/// Whether a command of the system succeeds.
+bool runs(const std::string& command) { return std::system(command.c_str()) == 0; }
+
 std::string dotted(uint32_t address) {
     char text[32] = {};
     in_addr bytes{};
@@ -65,13 +68,14 @@ bool WlanConnection::isModuleLoaded() {
 }
 
 bool WlanConnection::loadWlanModule() {
-    return isModuleLoaded() || (std::system("modprobe ohci-hcd") == 0 &&
-                                std::system("insmod /lib/modules/wireless/rt3070sta.ko") == 0);
+    return isModuleLoaded() ||
+           (runs(std::string("modprobe ") + wlan::UsbModuleName) &&
+            runs(std::string("insmod /lib/modules/wireless/") + wlan::ModuleName + ".ko"));
 }
 
 bool WlanConnection::unloadWlanModule() {
-    return !isModuleLoaded() ||
-           (std::system("rmmod rt3070sta") == 0 && std::system("rmmod ohci-hcd") == 0);
+    return !isModuleLoaded() || (runs(std::string("rmmod ") + wlan::ModuleName) &&
+                                 runs(std::string("rmmod ") + wlan::UsbModuleName));
 }
 
 bool WlanConnection::setStaticIp() {
@@ -84,5 +88,5 @@ bool WlanConnection::setStaticIp() {
         if (!entry.isSet())
             return false;
     }
-    return std::system("/usr/share/udhcpc/default.script bound") == 0;
+    return runs("/usr/share/udhcpc/default.script bound");
 }

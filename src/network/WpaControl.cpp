@@ -8,28 +8,17 @@
 #include <atomic>
 #include <cerrno>
 #include <cstdio>
-#include <ctime>
-#include <memory>
 
+#include "foundation/TimeLimit.h"
 #include "io/FileDescriptor.h"
 #include "io/NoCancellation.h"
 
 namespace {
 
 constexpr long WaitSeconds = 2;
-constexpr long long LongestRequestMs = 10'000;
+constexpr int LongestRequestMs = 10'000;
 
 std::atomic<int> openCount{0};
-
-struct ControlCloser {
-    void operator()(WPA_CONTROL* control) const { wpa_ctrl_close(control); }
-};
-
-long long monotonicMs() {
-    timespec now{};
-    clock_gettime(CLOCK_MONOTONIC, &now);
-    return now.tv_sec * 1000LL + now.tv_nsec / 1'000'000;
-}
 
 template <class... Values>
 bool formatPath(sockaddr_un& address, const char* format, Values... values) {
@@ -83,8 +72,7 @@ WPA_CONTROL* wpa_ctrl_open(const char* dir, const char* name) {
     if (!formatPath(local, "/tmp/wpa_ctrl_%d-%d", static_cast<int>(::getpid()), ++openCount) ||
         !bindLocally(socket.get(), local))
         return nullptr;
-    std::unique_ptr<WPA_CONTROL, ControlCloser> control(
-        new WPA_CONTROL{socket.release(), local, {}});
+    wlan::ControlConnection control(new WPA_CONTROL{socket.release(), local, {}});
     if (!formatPath(control->remote, "%s/%s", dir, name) ||
         ::connect(control->socket, generic(control->remote), sizeof control->remote) != 0)
         return nullptr;
@@ -97,7 +85,7 @@ int wpa_ctrl_request(WPA_CONTROL* ctrl, const char* cmd, unsigned int cmdLen, ch
     constexpr int TimedOut = -2;
     if (!ctrl || !cmd || !reply || !replyLen || !sendCommand(ctrl->socket, cmd, cmdLen))
         return NotSent;
-    const long long sent = monotonicMs();
+    const foundation::TimeLimit limit(LongestRequestMs);
     while (waitFor(ctrl->socket, Direction::Read)) {
         const ssize_t received = ::recv(ctrl->socket, reply, *replyLen, MSG_DONTWAIT);
         if (received < 0)
@@ -113,7 +101,7 @@ int wpa_ctrl_request(WPA_CONTROL* ctrl, const char* cmd, unsigned int cmdLen, ch
             reply[length] = '\0';
             msgCallback(reply, length);
         }
-        if (monotonicMs() - sent >= LongestRequestMs)
+        if (limit.leftMs() == 0)
             break;
     }
     return TimedOut;

@@ -2,6 +2,8 @@
 
 #include <sys/un.h>
 
+#include <memory>
+
 /// The control connection to a wpa_supplicant daemon: text commands and their replies, one datagram
 /// each, between two Unix-domain sockets.
 ///
@@ -36,3 +38,14 @@ int wpa_ctrl_request(WPA_CONTROL* ctrl, const char* cmd, unsigned int cmdLen, ch
 
 /// Removes the local path and closes the connection; `ctrl` is gone then. Null is left alone.
 void wpa_ctrl_close(WPA_CONTROL* ctrl);
+
+namespace wlan {
+
+struct ControlCloser {
+    void operator()(WPA_CONTROL* control) const { wpa_ctrl_close(control); }
+};
+
+/// Owns a control connection and closes it, also when the owning worker is cancelled.
+using ControlConnection = std::unique_ptr<WPA_CONTROL, ControlCloser>;
+
+}  // namespace wlan
