@@ -12,6 +12,7 @@
 #include "gsm/Gsm0710Buffer.h"
 #include "gsm/Gsm0710Protocol.h"
 #include "io/NoCancellation.h"
+#include "io/SerialClose.h"
 #include "power/PowerManager.h"
 
 namespace {
@@ -74,13 +75,7 @@ bool Gsm0710Mux::stopMux() {
     channelCount = 0;
     if (!physicalFd.isOpen())
         return true;
-    // Flow control and unsent octets could keep the close waiting.
-    termios settings{};
-    if (tcgetattr(physicalFd.get(), &settings) == 0) {
-        settings.c_cflag &= ~static_cast<tcflag_t>(CRTSCTS);
-        tcsetattr(physicalFd.get(), TCSANOW, &settings);
-    }
-    tcflush(physicalFd.get(), TCIOFLUSH);
+    io::prepareSerialClose(physicalFd.get());
     physicalFd.reset();
     return true;
 }

@@ -11,6 +11,7 @@
 
 #include "io/FileDescriptor.h"
 #include "io/NoCancellation.h"
+#include "io/SerialClose.h"
 
 namespace {
 
@@ -62,12 +63,7 @@ void SerialPort::closeDescriptor() {
 
 bool SerialPort::close() {
     io::NoCancellation scope;  // also called by the destructor
-    termios current{};
-    if (tcgetattr(descriptor, &current) == 0) {
-        current.c_cflag &= ~static_cast<tcflag_t>(CRTSCTS);
-        tcsetattr(descriptor, TCSANOW, &current);
-    }
-    tcflush(descriptor, TCIOFLUSH);
+    io::prepareSerialClose(descriptor);
     hungUp = true;
     return ::close(descriptor.exchange(-1)) == 0;
 }
