@@ -10,9 +10,9 @@
 
 namespace {
 
-// What follows the flags of the shortest frame: address, control, length, FCS and the closing flag.
-constexpr unsigned int HeaderSize = 3;
-constexpr unsigned int TrailerSize = 2;
+using gsm0710::HeaderSize;
+
+constexpr unsigned int TrailerSize = 2;  // FCS and the closing flag
 
 constexpr std::array<unsigned char, 256> makeFcsTable() {
     std::array<unsigned char, 256> table{};

@@ -12,10 +12,8 @@ namespace gsm0710 {
 /// `count` frames in a row, each with the next `length` octets.
 inline void FrameQueue::encode(unsigned char channel, unsigned char control,
                                const unsigned char* data, unsigned int length, unsigned int count) {
-    const std::array<unsigned char, 1 + HeaderSize> start{
-        Flag,
-        static_cast<unsigned char>(channel << AddressShift | CommandResponseBit | ExtensionBit),
-        control, static_cast<unsigned char>(length << LengthShift | ExtensionBit)};
+    const std::array<unsigned char, 1 + HeaderSize> start{Flag, addressOctet(channel), control,
+                                                          lengthOctet(length)};
     const std::array<unsigned char, 2> finish{Gsm0710Buffer::makeCheckSum(&start[1], HeaderSize),
                                               Flag};
     unsigned char* at = &octets[end];

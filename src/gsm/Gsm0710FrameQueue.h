@@ -6,6 +6,19 @@
 
 namespace gsm0710 {
 
+// Octets of the frames that the terminal sends, and of the messages in them.
+
+constexpr unsigned char addressOctet(int channel) {
+    return static_cast<unsigned char>(channel << AddressShift | CommandResponseBit | ExtensionBit);
+}
+
+constexpr unsigned char lengthOctet(unsigned int length) {
+    return static_cast<unsigned char>(length << LengthShift | ExtensionBit);
+}
+
+/// The control octet of a frame that asks for an answer, or is one.
+constexpr unsigned char withPollFinal(FrameType type) { return type | PollFinal; }
+
 /// Encoded frames on their way to a line that does not always take them at once. A frame is taken
 /// whole or not at all and leaves whole and in order, in as many pieces as the line takes it.
 ///
@@ -35,7 +48,6 @@ public:
     static constexpr unsigned int Capacity = 1024;
 
 private:
-    static constexpr unsigned int HeaderSize = 3;  // address, control, length: what the FCS covers
     static constexpr unsigned int Overhead = HeaderSize + 3;  // flag, header, FCS, flag
 
     void encode(unsigned char channel, unsigned char control, const unsigned char* data,

@@ -31,14 +31,8 @@ constexpr int CloseDownTries = 5;
 
 PowerManager& power() { return *PowerManager::getPowerManager(); }
 
-constexpr unsigned char withPoll(gsm0710::FrameType type) { return type | gsm0710::PollFinal; }
-
 constexpr unsigned char asCommand(gsm0710::MessageType type) {
     return type | gsm0710::CommandResponseBit;
-}
-
-constexpr unsigned char lengthOctet(unsigned int length) {
-    return static_cast<unsigned char>(length << gsm0710::LengthShift | gsm0710::ExtensionBit);
 }
 
 std::string shortened(const char* path) { return {path, ::strnlen(path, MaxPath)}; }
@@ -151,14 +145,12 @@ bool Gsm0710Mux::initMux() {
     }
 
     // The answers are handled when they come, like any other frame.
-    writeToPhysical(gsm0710::ControlChannel, nullptr, 0, withPoll(gsm0710::Sabm));
+    writeToPhysical(gsm0710::ControlChannel, nullptr, 0, gsm0710::withPollFinal(gsm0710::Sabm));
     for (int channel = 1; channel <= channelCount; ++channel) {
-        writeToPhysical(channel, nullptr, 0, withPoll(gsm0710::Sabm));
+        writeToPhysical(channel, nullptr, 0, gsm0710::withPollFinal(gsm0710::Sabm));
         const unsigned char modemStatus[] = {
-            asCommand(gsm0710::ModemStatus), lengthOctet(2),
-            static_cast<unsigned char>(channel << gsm0710::AddressShift |
-                                       gsm0710::CommandResponseBit | gsm0710::ExtensionBit),
-            gsm0710::ReadyToCommunicate | gsm0710::ReadyToReceive};
+            asCommand(gsm0710::ModemStatus), gsm0710::lengthOctet(2),
+            gsm0710::addressOctet(channel), gsm0710::ReadyToCommunicate | gsm0710::ReadyToReceive};
         writeToPhysical(gsm0710::ControlChannel, modemStatus, sizeof modemStatus, gsm0710::Uih);
     }
     return true;
@@ -168,10 +160,10 @@ bool Gsm0710Mux::initMux() {
 /// takes the one on channel 0 for all.
 void Gsm0710Mux::closeMux() {
     for (int channel = channelCount - 1; channel >= 0; --channel) {
-        writeToPhysical(channel, nullptr, 0, withPoll(gsm0710::Disc));
+        writeToPhysical(channel, nullptr, 0, gsm0710::withPollFinal(gsm0710::Disc));
         sleep(CloseGapMs);
     }
-    const unsigned char closeDown[] = {asCommand(gsm0710::CloseDown), lengthOctet(0)};
+    const unsigned char closeDown[] = {asCommand(gsm0710::CloseDown), gsm0710::lengthOctet(0)};
     for (int tries = 0; tries < CloseDownTries; ++tries) {
         writeToPhysical(gsm0710::ControlChannel, closeDown, sizeof closeDown, gsm0710::Uih);
         sleep(CloseGapMs);

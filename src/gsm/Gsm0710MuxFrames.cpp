@@ -19,8 +19,6 @@ constexpr unsigned int MaxRead = 512;
 constexpr int ProgramMs = 1000;
 constexpr int DrainMs = 1000;
 
-constexpr unsigned char withFinal(gsm0710::FrameType type) { return type | gsm0710::PollFinal; }
-
 /// Data for a program that has come in successive frames.
 struct Piece {
     int channel = 0;
@@ -158,9 +156,9 @@ void Gsm0710Mux::handleSerialFrames(Gsm0710Buffer& buffer, StopType& stopType) {
 /// A frame that is not data for a program.
 void Gsm0710Mux::handleFrame(Gsm0710Frame& frame, StopType& stopType) {
     const bool isControl = frame.channel == gsm0710::ControlChannel;
-    auto open = channelOpen[static_cast<size_t>(frame.channel)];
+    std::bitset<ChannelCount>::reference open = channelOpen[static_cast<size_t>(frame.channel)];
     const auto answer = [&](gsm0710::FrameType type) {
-        writeToPhysical(frame.channel, nullptr, 0, withFinal(type));
+        writeToPhysical(frame.channel, nullptr, 0, gsm0710::withPollFinal(type));
     };
 
     switch (static_cast<gsm0710::FrameType>(frame.control & ~gsm0710::PollFinal)) {

@@ -5,6 +5,8 @@ namespace gsm0710 {
 
 constexpr unsigned char Flag = 0xF9;
 
+constexpr unsigned int HeaderSize = 3;  // address, control, length: what the FCS covers
+
 // ---- Address, length and message type octets share the bits of their low end.
 
 constexpr unsigned char ExtensionBit = 0x01;        // EA: the last octet of its field
