@@ -4,7 +4,6 @@
 #include <ctime>
 
 #include "config/LogMessage.h"
-#include "io/StdioFile.h"
 
 namespace {
 
@@ -48,13 +47,7 @@ bool LogFile::logvPrintf(LogLevel level, char const* tag, char const* format, va
     line.append(now.text).append("|").append(letterOf(level)).append("|");
     line.append(tag ? tag : "").append("|").append(message.get()).append("\r\n");
     config::echoLogMessage(message);
-
-    StdioFile file;
-    if (!file.open(path.c_str(), StdioFile::Append))
-        return false;
-    file.writeString(line.c_str());
-    file.close();
-    return true;
+    return config::appendToLog(path, {line.c_str()});
 }
 
 bool LogFile::logPrintf(LogLevel level, char const* tag, char const* format, ...) {

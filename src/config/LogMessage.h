@@ -3,7 +3,11 @@
 #include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
+#include <initializer_list>
 #include <memory>
+#include <string>
+
+#include "io/StdioFile.h"
 
 namespace config {
 
@@ -25,5 +29,17 @@ using LogMessage = std::unique_ptr<char, TextFreer>;
 
 /// What every log shows on standard output, whatever becomes of the file.
 inline void echoLogMessage(const LogMessage& message) { std::printf("LOG: %s\n", message.get()); }
+
+/// Appends to a log's file, which is open only meanwhile. False when it cannot be opened; an error
+/// after that goes unnoticed.
+inline bool appendToLog(const std::string& path, std::initializer_list<const char*> texts) {
+    StdioFile file;
+    if (!file.open(path.c_str(), StdioFile::Append))
+        return false;
+    for (const char* const text : texts)
+        file.writeString(text);
+    file.close();
+    return true;
+}
 
 }  // namespace config

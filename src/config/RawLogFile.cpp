@@ -1,7 +1,6 @@
 #include "config/RawLogFile.h"
 
 #include "config/LogMessage.h"
-#include "io/StdioFile.h"
 
 RawLogFile::RawLogFile(char const* filePath) : path(filePath ? filePath : "") {}
 
@@ -10,14 +9,7 @@ bool RawLogFile::logvPrintf(char const* format, va_list args) {
     if (!message)
         return false;
     config::echoLogMessage(message);
-
-    StdioFile file;
-    if (!file.open(path.c_str(), StdioFile::Append))
-        return false;
-    file.writeString(message.get());
-    file.writeString("\r\n");
-    file.close();
-    return true;
+    return config::appendToLog(path, {message.get(), "\r\n"});
 }
 
 bool RawLogFile::logPrintf(char const* format, ...) {
