@@ -13,6 +13,8 @@ namespace {
 constexpr int StateWaitMs = 10000;
 constexpr int ConnectLimitMs = 20000;
 
+constexpr int HighestPort = 7;
+
 constexpr unsigned AddressTextLength = 17;  // "00:1A:7D:DA:71:13"
 constexpr unsigned DigitGroup = 3;          // two digits and a separator
 
@@ -96,14 +98,14 @@ bool BluetoothSPPConnection::getDestAddr(unsigned char* out) {
 }
 
 bool BluetoothSPPConnection::setDestPort(int port) {
-    if (incoming || port < 0 || port > 7)
+    if (incoming || port < 0 || port > HighestPort)
         return false;
     destPort = port;
     return true;
 }
 
 bool BluetoothSPPConnection::setLocalPort(int port) {
-    if (port < 0 || port > 7)
+    if (port < 0 || port > HighestPort)
         return false;
     localPort = port;
     return true;

@@ -23,6 +23,12 @@ constexpr char EepromPath[] = "/sys/devices/platform/i2c-gpio/i2c-0/0-0050/eepro
 constexpr unsigned char EepromVersion = 1;
 constexpr size_t ScannerInfoSize = 20;
 
+/// What the description names: a barcode engine in its first character, an RFID engine in its
+/// second.
+constexpr char BarcodeEngine = '1';
+constexpr char RfidEngineNxp = '1';
+constexpr char RfidEngineAms = '2';
+
 /// The release of the firmware, on the first line.
 constexpr char ReleasePath[] = "/release_version";
 

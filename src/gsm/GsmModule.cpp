@@ -103,8 +103,8 @@ bool GsmModule::succeeds(const std::string& command, int timeoutMs) {
 }
 
 /// Sends the command until it succeeds, up to `sends` times with pauses in between.
-bool GsmModule::succeedsOnce(const std::string& command, int timeoutMs, int sends, int pauseMs,
-                             unsigned size) {
+bool GsmModule::succeedsWithin(const std::string& command, int timeoutMs, int sends, int pauseMs,
+                               unsigned size) {
     for (int sent = 1; exchange(command, timeoutMs, nullptr, size) != ModemPort::Ok; ++sent) {
         if (sent == sends || !port)
             return false;
@@ -118,8 +118,8 @@ bool GsmModule::initComm() {
     if (!port)
         return false;
     // The probing gives the module time to wake up and to find its line speed, no more.
-    succeedsOnce("AT", ProbeMs, Probes, ProbeMs);
-    if (!succeeds("AT+CMEE=1", SetUpMs) || !succeeds("AT+IPR=115200", SetUpMs))
+    succeedsWithin("AT", ProbeMs, Probes, ProbeMs);
+    if (!succeeds("AT+CMEE=1", SetUpMs) || !succeeds("AT+IPR=" + std::to_string(Baud), SetUpMs))
         return false;
     const bool isFlowControlled = succeeds("AT&K3", SetUpMs);
     port.load()->setFlowControl(S_FLOW_HARDWARE);

@@ -146,8 +146,8 @@ private:
     int exchange(const std::string& command, int timeoutMs, std::string* answer = nullptr,
                  unsigned size = AnswerSize);
     bool succeeds(const std::string& command, int timeoutMs);
-    bool succeedsOnce(const std::string& command, int timeoutMs, int sends, int pauseMs,
-                      unsigned size = AnswerSize);
+    bool succeedsWithin(const std::string& command, int timeoutMs, int sends, int pauseMs,
+                        unsigned size = AnswerSize);
     bool awaitRegistration(int tries);
 
     const std::string devicePath;

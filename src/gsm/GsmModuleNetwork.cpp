@@ -85,7 +85,7 @@ bool GsmModule::searchNetwork(int tries) {
     const MutexGuard held(mutex);
     if (!port)
         return false;
-    if (!succeedsOnce("AT+COPS=0,2", OperatorMs, OperatorSends, OperatorPauseMs)) {
+    if (!succeedsWithin("AT+COPS=0,2", OperatorMs, OperatorSends, OperatorPauseMs)) {
         Thread::sleep(OperatorPauseMs);
         return false;
     }
@@ -123,7 +123,7 @@ bool GsmModule::initGprs(const char* apn) {
     const MutexGuard held(mutex);
     const auto accepts = [this](const std::string& command) {
         // Long: the echo of a long name would leave no room for the result.
-        return succeedsOnce(command, ContextMs, ContextSends, ContextPauseMs, LongAnswerSize);
+        return succeedsWithin(command, ContextMs, ContextSends, ContextPauseMs, LongAnswerSize);
     };
     return accepts(context) && accepts("AT+CGQMIN=1,0,0,0,0,0") && accepts("AT+CGQREQ=1,0,0,0,0,0");
 }

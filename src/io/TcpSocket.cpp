@@ -89,8 +89,8 @@ bool TcpSocket::setTimeouts(int sendTimeoutMs, int receiveTimeoutMs) {
     receiveTimeout = receiveTimeoutMs;
     if (sock < 0)
         return true;
-    const bool received = setOption(sock, SOL_SOCKET, SO_RCVTIMEO, intervalOf(receiveTimeout));
-    return setOption(sock, SOL_SOCKET, SO_SNDTIMEO, intervalOf(sendTimeout)) && received;
+    const bool receiveSet = setOption(sock, SOL_SOCKET, SO_RCVTIMEO, intervalOf(receiveTimeout));
+    return setOption(sock, SOL_SOCKET, SO_SNDTIMEO, intervalOf(sendTimeout)) && receiveSet;
 }
 
 bool TcpSocket::setKeepalive(int idleSeconds, int intervalSeconds, int count) {

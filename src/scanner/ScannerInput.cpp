@@ -2,6 +2,7 @@
 
 #include <new>
 
+#include "config/IdentityLayout.h"
 #include "config/SysInfo.h"
 #include "scanner/BarcodeReader.h"
 
@@ -62,11 +63,11 @@ void ScannerInput::detectReaders() {
     char const* const engines = SysInfo::getScannerInformation();
     if (!engines || !*engines)
         return;
-    if (engines[Barcode] == '1' && vacate(Barcode))
+    if (engines[Barcode] == identity::BarcodeEngine && vacate(Barcode))
         readers[Barcode] = new BarcodeReader;
-    if (engines[Rfid] == '1' && vacate(Rfid))
+    if (engines[Rfid] == identity::RfidEngineNxp && vacate(Rfid))
         readers[Rfid] = new RfidReader(RFID_READER_NXP);
-    else if (engines[Rfid] == '2' && vacate(Rfid))
+    else if (engines[Rfid] == identity::RfidEngineAms && vacate(Rfid))
         readers[Rfid] = new RfidReader(RFID_READER_AMS);
 }
 

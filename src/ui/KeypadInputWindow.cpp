@@ -14,7 +14,6 @@ enum Key {
     KeyMenu = 139
 };
 
-constexpr int NoKey = -1;
 constexpr int DotIndex = 10;
 constexpr int ShortcutsPerMode = 5;
 

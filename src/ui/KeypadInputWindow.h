@@ -111,9 +111,11 @@ private:
     void keyHeld();
     unsigned char pendingCharacter(int index) const;
 
-    int tapIndex = 0;     // of the pending character in its key's list
-    int pendingKey = -1;  // whose character is not committed; -1: none
-    int heldKey = -1;     // whose hold timer runs; -1: none
+    static constexpr int NoKey = -1;
+
+    int tapIndex = 0;        // of the pending character in its key's list
+    int pendingKey = NoKey;  // whose character is not committed
+    int heldKey = NoKey;     // whose hold timer runs
     bool functionKeyDown = false;
     bool functionKeyAlone = false;  // it went down, no other did, and it was not held to act
     bool upperCase = true;
