@@ -191,7 +191,7 @@ private:
     const std::string device;
     // Null while closed. Changed under driverLock, atomically; so it is read without the lock.
     std::shared_ptr<BluetoothPort> port;
-    std::atomic<bool> enabled{true};      // kept, not used
+    std::atomic<bool> enabled{true};  // kept, not used
     std::atomic<bool> isMuxOn{false};
     bluetooth::ExchangeLock driverLock;  // one exchange at a time; taken before registryLock
 };
