@@ -174,7 +174,6 @@ TEST_F(PowerModesTest, AShutdownSwitchesEverythingOffAndAsksTheApplication) {
 }
 
 TEST_F(PowerModesTest, ManyThreadsMayChangeTheStateKickAndListen) {
-    power().setPowerSaveSleep(60);
     std::vector<std::future<void>> threads;
     threads.reserve(4);
     for (int number = 0; number < 4; ++number) {
@@ -182,6 +181,7 @@ TEST_F(PowerModesTest, ManyThreadsMayChangeTheStateKickAndListen) {
             for (int round = 0; round < 150; ++round) {
                 Listener passing("passing", terminal.journal());
                 power().addListener(&passing);
+                terminal.power().wakeByKey(28, 1s);
                 power().setPowerMode(static_cast<PowerState>((round + number) % 6));
                 power().enableTransitions(round % 8 != 0);
                 EXPECT_GE(power().getIdleDuration(), 0);
