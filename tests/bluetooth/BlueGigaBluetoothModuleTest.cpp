@@ -1,5 +1,7 @@
 #include "bluetooth/BlueGigaBluetoothModule.h"
 
+#include <numeric>
+
 #include "bluetooth/OwnedLink.h"
 #include "foundation/Worker.h"
 #include "sim/console/Console.h"
@@ -217,9 +219,8 @@ TEST_F(BlueGigaBluetoothModuleTest, LinksAreCalledCarryDataAndAreEnded) {
     }));
     EXPECT_EQ(taken(*spare).substr(0, 4), "echo");
     for (int piece = 0; piece < 25; ++piece) {  // 3 kB there and back
-        string sent(124, '\0'), back;
-        for (char& byte : sent)
-            byte = static_cast<char>(piece * 124 + (&byte - sent.data()) * 7);
+        string sent(124, '\0');
+        std::iota(sent.begin(), sent.end(), static_cast<char>(piece * 7));
         EXPECT_TRUE(soon([&] {
             taken(*spare);
             return phone->writeData(sent.data(), 124) == 124 && spare->isInputPending(1000) &&

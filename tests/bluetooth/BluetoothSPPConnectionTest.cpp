@@ -4,7 +4,6 @@
 #include <numeric>
 
 #include "bluetooth/OwnedLink.h"
-#include "support/Eventually.h"
 #include "support/TerminalTest.h"
 
 namespace {

@@ -14,7 +14,7 @@
 namespace {
 
 using std::string;
-using test::eventually;
+using test::soon;
 using test::Worker;
 
 /// Announces changes in the order that their direction asks for.
@@ -98,7 +98,7 @@ TEST(EventBroadcasterTest, AnAnnouncerThatIsCancelledInAListenerLetsTheListGo) {
     announcer.addListener(&blocked);
     Worker worker([&](Worker&) { announcer.announce(POWER_ON, POWER_SUSPEND); });
     EXPECT_TRUE(worker.start());
-    ASSERT_TRUE(eventually([&] { return blocked.isAsked.load(); }));
+    ASSERT_TRUE(soon([&] { return blocked.isAsked.load(); }));
     EXPECT_TRUE(worker.terminate());
 
     string log;

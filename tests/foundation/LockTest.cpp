@@ -13,8 +13,8 @@
 namespace {
 
 using test::elapsedMs;
-using test::eventually;
 using test::isFree;
+using test::soon;
 using test::Worker;
 
 constexpr int Long = 60000;  // longer than any test waits, in ms
@@ -43,7 +43,7 @@ TEST(SemaphoreTest, APostIsForOneWaiterAndIsLostWithoutOne) {
         // Some posts come before the waiters: never do more wake than were posted.
         for (int posts = 1; woken < 2; ++posts) {
             semaphore.post();
-            eventually([&, before = woken.load()] { return woken > before; }, 5ms);
+            soon([&, before = woken.load()] { return woken > before; }, 5ms);
             ASSERT_LE(woken, posts);
             ASSERT_LT(posts, 5000);
         }
@@ -65,7 +65,7 @@ TEST(LockTest, ACancelledWaiterLeavesTheLockFree) {
             isTimed ? semaphore.pend(Long) : semaphore.pend();
         });
         EXPECT_TRUE(onCond.start() && onSemaphore.start());
-        ASSERT_TRUE(eventually([&] { return near == 2; }));
+        ASSERT_TRUE(soon([&] { return near == 2; }));
         EXPECT_TRUE(onCond.terminate() && onSemaphore.terminate() && isFree(cond));
         Worker poster([&](Worker&) { semaphore.post(); });
         EXPECT_TRUE(poster.start() && poster.stop(Long, false));

@@ -17,11 +17,11 @@
 namespace {
 
 using test::elapsedMs;
-using test::eventually;
 using test::ignoreRequests;
 using test::obey;
 using test::Pipe;
 using test::shortestMs;
+using test::soon;
 using test::Worker;
 
 constexpr int Step = 100;    // a stop looks that often, in ms
@@ -37,7 +37,7 @@ TEST(ThreadTest, AFinishedWorkerIsHeldUntilItIsJoinedAtOnce) {
         const long joinMs = shortestMs(Step, [&] {
             EXPECT_TRUE(worker.start());
             worker.requestStop();  // taken back at the end of run()
-            ASSERT_TRUE(eventually([&] { return !worker.stopRequested(); }));
+            ASSERT_TRUE(soon([&] { return !worker.stopRequested(); }));
             EXPECT_FALSE(worker.start());
             EXPECT_TRUE(worker.interrupt());
             worker.requestStop();
@@ -67,7 +67,7 @@ TEST(ThreadTest, AStopWaitsInWholeStepsBeforeItCancels) {
         long stopMs = waitMs + Step;
         for (int tries = 0; tries < 5 && (stopMs >= waitMs + Step || !wasAsked); ++tries) {
             runs = false;
-            EXPECT_TRUE(worker.start() && eventually([&] { return runs.load(); }));
+            EXPECT_TRUE(worker.start() && soon([&] { return runs.load(); }));
             stopMs =
                 elapsedMs([&, timeout = timeoutMs] { EXPECT_TRUE(worker.stop(timeout, false)); });
         }
@@ -85,7 +85,7 @@ TEST(ThreadTest, AnInterruptEndsBlockingCallsEarly) {
     Worker reader([&](Worker&) { readError = pipe.readByte() < 0 ? errno : 0; });
     Worker sleeper([&](Worker&) { slept = Thread::sleep(Long) ? 1 : 0; });
     EXPECT_TRUE(reader.start() && sleeper.start());
-    EXPECT_TRUE(eventually([&] {  // a signal that comes before the call has begun ends nothing
+    EXPECT_TRUE(soon([&] {  // a signal that comes before the call has begun ends nothing
         EXPECT_TRUE(reader.interrupt() && sleeper.interrupt());
         return readError >= 0 && slept >= 0;
     }));
@@ -141,7 +141,7 @@ TEST(ThreadTest, AWorkerThatStopsItselfOnlyGetsTheRequestAlsoWhileItUnwinds) {
         ignoreRequests(self);
     });
     EXPECT_TRUE(worker.start());
-    ASSERT_TRUE(eventually([&] { return isReady.load(); }));
+    ASSERT_TRUE(soon([&] { return isReady.load(); }));
     EXPECT_TRUE(worker.terminate());
     EXPECT_EQ(answers, "nnnynn");
 }
@@ -195,7 +195,7 @@ TEST(ThreadStressTest, OneOfThoseWhoEndAWorkerHasDoneItAndNothingIsLeft) {
         ASSERT_GE(successes, 1) << round;
         ASSERT_LE(successes, isPatient ? 3 : 1) << round;
     }
-    eventually([&] { return test::runningThreads() <= threads; });
+    soon([&] { return test::runningThreads() <= threads; });
     EXPECT_LE(test::runningThreads(), threads);
     EXPECT_EQ(test::openDescriptors(), descriptors);
 }

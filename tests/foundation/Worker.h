@@ -43,7 +43,7 @@ template <class Lock> bool isFree(Lock& lock) {
         const LockGuard<Lock> held(lock);
         taken = true;
     });
-    return taker.start() && eventually([&] { return taken.load(); });
+    return taker.start() && soon([&] { return taken.load(); });
 }
 
 }  // namespace test

@@ -11,7 +11,6 @@
 #include "gsm/Gsm0710Protocol.h"
 #include "gsm/Octets.h"
 #include "io/FileDescriptor.h"
-#include "support/Eventually.h"
 #include "support/Resources.h"
 #include "support/TerminalTest.h"
 

@@ -66,16 +66,16 @@ TEST_F(TcpSocketTest, BytesGoBothWaysUntilThePeerEnds) {
     char heard[6] = {};
     EXPECT_EQ(::recv(peer.get(), heard, 5, MSG_WAITALL), 5);
     EXPECT_STREQ(heard, "hello");
-    EXPECT_TRUE(test::eventually([&] { return tcp.getPendingOutput() == 0; }));
+    EXPECT_TRUE(test::soon([&] { return tcp.getPendingOutput() == 0; }));
     EXPECT_EQ(::send(peer.get(), "world", 5, 0), 5);
-    EXPECT_TRUE(test::eventually([&] { return tcp.getPendingInput() == 5; }));
+    EXPECT_TRUE(test::soon([&] { return tcp.getPendingInput() == 5; }));
     EXPECT_EQ(tcp.readData(buffer, 3), 3);
     EXPECT_EQ(tcp.readData(buffer + 3, sizeof buffer - 3), 2);
     EXPECT_STREQ(reinterpret_cast<char*>(buffer), "world");
 
     peer.reset();
     EXPECT_EQ(tcp.readData(buffer, 1), 0);
-    EXPECT_TRUE(test::eventually([&] { return !send(tcp, "x"); })) << "and no signal ends us";
+    EXPECT_TRUE(test::soon([&] { return !send(tcp, "x"); })) << "and no signal ends us";
     EXPECT_TRUE(tcp.close());
     EXPECT_FALSE(tcp.close() || tcp.isConnected());
 }

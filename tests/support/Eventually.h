@@ -10,10 +10,12 @@ namespace test {
 
 using namespace std::chrono_literals;
 
-/// Waits until a condition holds. False when it still does not after `limit`: by itself far longer
-/// than anything takes that works, on a busy machine too.
+/// Far longer on the host's clock than anything takes that works, on a busy machine too.
+constexpr std::chrono::seconds HostLimit{60};
+
+/// Waits until a condition holds. False when it still does not after `limit`.
 template <class Condition>
-bool eventually(Condition condition, std::chrono::milliseconds limit = 30s) {
+bool soon(Condition condition, std::chrono::milliseconds limit = HostLimit) {
     return sim::eventually(std::move(condition), limit);
 }
 

@@ -3,13 +3,12 @@
 #include <fcntl.h>
 #include <unistd.h>
 
-#include <chrono>
 #include <filesystem>
 #include <iterator>
 #include <stdexcept>
 
 #include "io/FileDescriptor.h"
-#include "sim/HostTime.h"
+#include "support/Eventually.h"
 
 namespace test {
 
@@ -37,9 +36,8 @@ inline long runningThreads() { return entriesOf("/proc/self/task"); }
 struct Holdings {
     /// Waits until it is as much again.
     bool areBack() const {
-        return sim::eventually(
-            [this] { return openDescriptors() == descriptors && runningThreads() == threads; },
-            std::chrono::seconds(60));
+        return soon(
+            [this] { return openDescriptors() == descriptors && runningThreads() == threads; });
     }
 
     const long descriptors = openDescriptors(), threads = runningThreads();

@@ -26,19 +26,12 @@
 #include "power/PowerManager.h"
 #include "power/SystemEvents.h"
 #include "scanner/ScanRecord.h"
-#include "sim/HostTime.h"
 #include "sim/Terminal.h"
+#include "support/Eventually.h"
 
 namespace test {
 
 using namespace std::chrono_literals;
-
-/// Far longer on the host's clock than anything takes that works, on a busy machine too.
-constexpr std::chrono::seconds HostLimit{60};
-
-template <class Condition> bool soon(Condition condition) {
-    return sim::eventually(std::move(condition), HostLimit);
-}
 
 /// A function on a thread of its own; the destructor of what it returns waits for its end.
 template <class Function> auto inBackground(Function function) {
