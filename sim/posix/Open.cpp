@@ -44,10 +44,11 @@ mode_t creationMode(int flags, va_list arguments) {
 
 int streamFlags(const char* mode) {
     const bool both = strchr(mode, '+') != nullptr;
+    const int closing = strchr(mode, 'e') != nullptr ? O_CLOEXEC : 0;
     switch (*mode) {
-    case 'r': return both ? O_RDWR : O_RDONLY;
-    case 'w': return (both ? O_RDWR : O_WRONLY) | O_TRUNC;
-    default: return (both ? O_RDWR : O_WRONLY) | O_APPEND;
+    case 'r': return (both ? O_RDWR : O_RDONLY) | closing;
+    case 'w': return (both ? O_RDWR : O_WRONLY) | O_TRUNC | closing;
+    default: return (both ? O_RDWR : O_WRONLY) | O_APPEND | closing;
     }
 }
 

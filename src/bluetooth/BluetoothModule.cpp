@@ -59,7 +59,12 @@ void BluetoothModule::deregisterSPPConnection(int id) {
     if (id < 0 || id >= SlotCount)
         return;
     const MutexGuard held(registryLock);
-    const BluetoothSPPConnection* const leaving = connections[id];
+    connections[id] = nullptr;
+}
+
+/// Frees what a connection that goes away has left: it may have registered more than once.
+void BluetoothModule::forget(const BluetoothSPPConnection* leaving) {
+    const MutexGuard held(registryLock);
     std::replace_if(
         std::begin(connections), std::end(connections),
         [leaving](const BluetoothSPPConnection* one) { return one == leaving; }, nullptr);

@@ -144,8 +144,7 @@ public:
     /// Takes the slot of the connection's local port. False when there is none or it is taken.
     bool registerIncomingSPPConnection(BluetoothSPPConnection* connection);
 
-    /// Frees a slot, with any other that its connection has, for it has registered more than once;
-    /// waits for a delivery under way. Ids that are none are ignored.
+    /// Frees a slot; waits for a delivery under way. Ids that are none are ignored.
     void deregisterSPPConnection(int id);
 
     /// The PIN for remote devices that ask for one and that no connection is meant for. Empty at
@@ -176,4 +175,8 @@ protected:
     Mutex registryLock;
     BluetoothSPPConnection* connections[SlotCount] = {};  ///< guarded by registryLock; not owned
     char incomingPin[PinSize] = {};                       ///< likewise
+
+private:
+    friend class BluetoothSPPConnection;
+    void forget(const BluetoothSPPConnection* leaving);
 };

@@ -48,6 +48,7 @@ BluetoothSPPConnection::~BluetoothSPPConnection() {
     const io::NoCancellation scope;
     disconnect();
     module->deregisterSPPConnection(connectionId);
+    module->forget(this);
 }
 
 bool BluetoothSPPConnection::registerSPP() {

@@ -21,11 +21,11 @@ struct BT_CONNECTION_SETTINGS {
 /// exists for its whole life.
 ///
 /// initialize() takes as long as the module needs to start, up to 5 seconds, and one more for each
-/// of two commands. A failed one leaves everything as far as it got. The serial line stays open
-/// then, and after shutdown(), so that another initialize() fails: make another connection. When it
-/// was the line that did not open, the module is held for good: everything that talks to it waits
-/// for ever then, another initialize() and getNetworkInfo() with a connected link as well; only
-/// destroying it is left.
+/// of two commands. A failed one leaves everything as far as it got. Once the serial line has been
+/// opened it stays open, also after shutdown(), and another initialize() fails on that: make
+/// another connection. When it was the line that did not open, the module is held for good:
+/// everything that talks to it waits for ever then, another initialize() and getNetworkInfo() with
+/// a connected link as well; only destroying it is left.
 class BluetoothConnection : public NetworkConnection {
 public:
     /// Makes the module's driver, which opens nothing yet.

@@ -169,7 +169,6 @@ private:
     int pollCounter = 3;       // worker only, as is repairCounter
     int repairCounter = 0;     // failed checks since the link was lost
     std::atomic<NetworkEvent> lastEvent{NETWORK_DOWN};
-    int registrations = 0;  // with the power manager; each connect() makes one
 
 protected:
     const int connectionType;  ///< a Type, or an application's own
@@ -187,4 +186,7 @@ protected:
     std::string secondText;
     std::string thirdText;
     /// @}
+
+private:
+    int registrations = 0;  // with the power manager; each connect() makes one
 };

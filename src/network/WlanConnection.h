@@ -132,5 +132,5 @@ private:
     const WLAN_CONNECTION_SETTINGS settings;
     io::FileDescriptor sock;  // handle of the interface requests
     int lastError = 0;
-    wlan::ControlConnection wpaControl;
+    WpaControlOwner wpaControl;
 };

@@ -72,7 +72,7 @@ WPA_CONTROL* wpa_ctrl_open(const char* dir, const char* name) {
     if (!formatPath(local, "/tmp/wpa_ctrl_%d-%d", static_cast<int>(::getpid()), ++openCount) ||
         !bindLocally(socket.get(), local))
         return nullptr;
-    wlan::ControlConnection control(new WPA_CONTROL{socket.release(), local, {}});
+    WpaControlOwner control(new WPA_CONTROL{socket.release(), local, {}});
     if (!formatPath(control->remote, "%s/%s", dir, name) ||
         ::connect(control->socket, generic(control->remote), sizeof control->remote) != 0)
         return nullptr;

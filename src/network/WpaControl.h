@@ -39,13 +39,11 @@ int wpa_ctrl_request(WPA_CONTROL* ctrl, const char* cmd, unsigned int cmdLen, ch
 /// Removes the local path and closes the connection; `ctrl` is gone then. Null is left alone.
 void wpa_ctrl_close(WPA_CONTROL* ctrl);
 
-namespace wlan {
-
-struct ControlCloser {
+/// The deleter of WpaControlOwner.
+struct WpaControlCloser {
+    /// Closes a connection.
     void operator()(WPA_CONTROL* control) const { wpa_ctrl_close(control); }
 };
 
 /// Owns a control connection and closes it, also when the owning worker is cancelled.
-using ControlConnection = std::unique_ptr<WPA_CONTROL, ControlCloser>;
-
-}  // namespace wlan
+using WpaControlOwner = std::unique_ptr<WPA_CONTROL, WpaControlCloser>;

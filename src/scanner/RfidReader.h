@@ -96,12 +96,12 @@ private:
     io::FileDescriptor device;
     Mutex guard;
 
-    ReadArea area;         // guarded by guard
-    bool aborted = false;  // since the device was opened; likewise
+    ReadArea area;  // guarded by guard
 
     Semaphore requests;  // a read has been requested, or a stop
 
     const RfidReaderType type;
 
+    bool aborted = false;                // since the device was opened; guarded by guard
     std::atomic<bool> isReading{false};  // from before the device is opened to the answer
 };

@@ -17,7 +17,7 @@ ScannerInput::~ScannerInput() {
 
 /// Gives the reader's storage back. False when the reader is in use.
 bool ScannerInput::vacate(int slot) {
-    if (inUse[slot])
+    if (running[slot] || timed[slot])
         return false;
     // The whole object's address, whatever base it is known by.
     ::operator delete(dynamic_cast<void*>(readers[slot]));
@@ -50,11 +50,11 @@ void ScannerInput::shutdown() {
 bool ScannerInput::init() {
     detectReaders();
     for (int slot = Barcode; slot < Slots; ++slot) {
-        if (!readers[slot])
+        if (!readers[slot] || running[slot])
             continue;
         if (!readers[slot]->initialize())
             return false;
-        inUse[slot] = true;
+        running[slot] = true;
     }
     return readers[Barcode] || readers[Rfid];
 }
@@ -85,7 +85,7 @@ bool ScannerInput::startScan() {
         if (!armed[slot])
             continue;
         readers[slot]->startRead();
-        inUse[slot] = true;
+        timed[slot] = true;
         started = true;
     }
     return started;
@@ -97,6 +97,7 @@ bool ScannerInput::stopScan() {
         if (!armed[slot])
             continue;
         readers[slot]->stopRead();
+        timed[slot] = false;
         armed[slot] = false;
         stopped = true;
     }
@@ -114,6 +115,7 @@ void ScannerInput::close() {
     for (int slot = Barcode; slot < Slots; ++slot) {
         if (readers[slot])
             readers[slot]->shutdown();
-        inUse[slot] = false;
+        running[slot] = false;
+        timed[slot] = false;
     }
 }

@@ -32,8 +32,8 @@ public:
     /// Closes and destroys the instance, if there is one.
     static void shutdown();
 
-    /// Detects and initializes the readers, barcode first, up to the first that fails. False then,
-    /// and when the terminal has none.
+    /// Detects and initializes the readers that do not run yet, barcode first, up to the first that
+    /// fails. False then, and when the terminal has none.
     bool init();
 
     /// Creates the readers that the terminal's own description names; none without a description.
@@ -66,5 +66,7 @@ private:
 
     BasicReader* readers[Slots] = {};  // null: no such engine
     bool armed[Slots] = {};
-    bool inUse[Slots] = {};  // initialized or started, and not shut down since
+    // Initialized, and not shut down since; started, and not stopped. Such a reader stays.
+    bool running[Slots] = {};
+    bool timed[Slots] = {};
 };

@@ -40,4 +40,4 @@ c++ -std=c++17 -o "$folder/by-pkg-config" "$source/main.cpp" $(pkg-config --cfla
 LC_ALL=C readelf -d "$folder/by-pkg-config" | grep -q 'NEEDED.*libhandheld\.so\.0\.1]'
 LD_LIBRARY_PATH=$(pkg-config --variable=libdir handheld) \
     "$folder/installed/bin/terminal-sim" -- "$folder/by-pkg-config" | grep -q HT100042
-test -e "$folder/installed/share/man/man1/terminalctl.1" -a -x "$folder/installed/bin/terminalctl"
+test ! -e "$1/bin/terminalctl" || test -e "$folder/installed/share/man/man1/terminalctl.1"
