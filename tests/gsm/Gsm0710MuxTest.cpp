@@ -18,7 +18,6 @@ namespace {
 
 using namespace std::chrono_literals;
 using sim::RadioFrame;
-using sim::RadioMux;
 using std::string;
 using test::octets;
 using test::readFrom;
