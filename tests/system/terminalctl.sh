@@ -93,7 +93,7 @@ noted='first LED off.*second LED on' expect 0 '' '' power leds second
 noted='tone 1000' expect 0 '' '' power beep 1000 50
 expect 0 '' '2026-07-01 08:00:0.' power clock --set '2026-07-01 08:00:00'
 speed=2 expect 0 '' '(battery.*)?shut down
-seconds on [12], dimmed [12], dark [12], display off [2-4], .*' \
+seconds on [1-3], dimmed [1-3], dark [1-3], display off [1-4], .*' \
     power manage --dim 2 --dark 4 --display-off 6 --suspend 0 --shutdown 8
 
 # ---- Scanning
