@@ -20,18 +20,15 @@ namespace {
 /// of that name, whatever was there before.
 class EnvironmentEntry {
 public:
-    EnvironmentEntry(const char* name, const std::string& value)
-        : nameLength(std::strlen(name)), entry(copyOf(std::string(name) + "=" + value)),
+    EnvironmentEntry(const char* literalName, const std::string& value)
+        : name(literalName), entry(copyOf(std::string(name) + "=" + value)),
           added(::putenv(entry.get()) == 0) {}
     EnvironmentEntry(const EnvironmentEntry&) = delete;
     EnvironmentEntry& operator=(const EnvironmentEntry&) = delete;
 
     /// The environment holds the entry itself, so it is freed only when it has gone from there.
     ~EnvironmentEntry() {
-        if (!added)
-            return;
-        const std::string name(entry.get(), nameLength);
-        if (::unsetenv(name.c_str()) != 0)
+        if (added && ::unsetenv(name) != 0)
             static_cast<void>(entry.release());
     }
 
@@ -44,7 +41,7 @@ private:
         return copy;
     }
 
-    const size_t nameLength;
+    const char* const name;
     std::unique_ptr<char[]> entry;
     const bool added;
 };
