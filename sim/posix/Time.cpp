@@ -58,11 +58,11 @@ timespec hostDeadline(clockid_t clock, const timespec& deadline) {
     const Simulated simulated = simulatedBy(clock);
     if (simulated == Simulated::None || Clock::get().isHosts() || !isValid(deadline))
         return deadline;
-    timespec reading{};
-    SIM_REAL(clock_gettime)(clock, &reading);
-    const Nanoseconds hostNow = fromTimespec(reading);
     const Nanoseconds until = fromTimespec(deadline);
     const Nanoseconds now = simulatedNow(simulated);
+    timespec reading{};  // last: what comes in between makes a wait longer, never shorter
+    SIM_REAL(clock_gettime)(clock, &reading);
+    const Nanoseconds hostNow = fromTimespec(reading);
     if (until <= now)
         return reading;
     return toTimespec(
